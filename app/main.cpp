@@ -1,0 +1,74 @@
+// Program entry: picks the run mode from the options and turns its result into the exit status.
+
+#include "app/Options.h"
+#include "updater/Updater.h"
+
+#include <QApplication>
+
+#include <initializer_list>
+
+namespace {
+
+enum class Mode { None, BuildVersionFile, CheckVersionOnly, Update };
+
+/// The mode the flags ask for; of several, the first in this order.
+Mode requestedMode()
+{
+    if (fBuildVerFile)
+        return Mode::BuildVersionFile;
+    if (fCheckVerOnly)
+        return Mode::CheckVersionOnly;
+    if (fDoUpdate)
+        return Mode::Update;
+    return Mode::None;
+}
+
+bool allGiven(std::initializer_list<const QString*> options)
+{
+    for (const QString* option : options) {
+        if (option->isEmpty())
+            return false;
+    }
+    return true;
+}
+
+/// True when every option that @p mode cannot do without has a value.
+bool requiredOptionsGiven(Mode mode)
+{
+    switch (mode) {
+    case Mode::BuildVersionFile:
+        return allGiven({&fProgramName, &fProgramBaseDir, &fProgramVersion});
+    case Mode::CheckVersionOnly:
+        return allGiven({&fProgramName, &fProgramVersion, &fUpdateUrl, &fSharedMemKey});
+    case Mode::Update:
+        return allGiven({&fProgramName, &fProgramBaseDir, &fProgramVersion, &fUpdateUrl});
+    case Mode::None:
+        break;
+    }
+    return false;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QApplication app(argc, argv);
+    // Only an explicit exit ends a run: closing the progress dialog must not.
+    QApplication::setQuitOnLastWindowClosed(false);
+
+    if (!processArgs(argc, argv))
+        return 1;
+    const Mode mode = requestedMode();
+    if (!requiredOptionsGiven(mode))
+        return 1;
+
+    Updater updater(fProgramName, fProgramBaseDir, fProgramVersion, fUpdateUrl, fSharedMemKey,
+                    fProgramExe);
+    if (mode == Mode::BuildVersionFile) {
+        QString versionFilePath;
+        return updater.buildVersionFile(&versionFilePath, fRequiredUpd, fChangelogFile) ? 0 : 1;
+    }
+    if (!updater.start(fCheckVerOnly))
+        return 0;
+    return QApplication::exec();
+}

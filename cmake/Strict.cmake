@@ -1,0 +1,25 @@
+# What the targets of this project are compiled with.
+
+# For all of them: warnings and, if asked for, sanitizers.
+function(updater_warnings target)
+  target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion)
+  if(SANITIZE)
+    target_compile_options(${target} PRIVATE
+      -fsanitize=${SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(${target} PRIVATE -fsanitize=${SANITIZE})
+  endif()
+endfunction()
+
+# For the product: the strict side of Qt, too. (Tests are full of short literals and go without.)
+function(updater_strict target)
+  updater_warnings(${target})
+  target_compile_definitions(${target} PRIVATE
+    QT_NO_CAST_FROM_ASCII
+    QT_NO_CAST_TO_ASCII
+    QT_NO_CAST_FROM_BYTEARRAY
+    QT_NO_FOREACH
+    QT_NO_KEYWORDS
+    QT_NO_URL_CAST_FROM_STRING
+    QT_USE_QSTRINGBUILDER
+  )
+endfunction()

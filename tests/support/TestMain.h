@@ -1,0 +1,42 @@
+// The main function of every test: a private environment, the application object, the test.
+#ifndef TESTS_SUPPORT_TESTMAIN_H
+#define TESTS_SUPPORT_TESTMAIN_H
+
+#include "tests/support/Files.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QTest>
+
+/// Gives the process a temporary directory and a runtime directory of its own, removed at the end,
+/// and the offscreen platform unless another is asked for. Tests can so run side by side, and
+/// nothing of a test is left behind. To be made before the application object.
+class PrivateEnvironment
+{
+public:
+    PrivateEnvironment()
+    {
+        files::makeDirectory(m_dir.filePath("tmp"));
+        files::makeDirectory(m_dir.filePath("run"));
+        QFile::setPermissions(m_dir.filePath("run"), QFile::ReadOwner | QFile::WriteOwner
+                                                         | QFile::ExeOwner);
+        qputenv("TMPDIR", QFile::encodeName(m_dir.filePath("tmp")));
+        qputenv("XDG_RUNTIME_DIR", QFile::encodeName(m_dir.filePath("run")));
+        if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+            qputenv("QT_QPA_PLATFORM", "offscreen");
+    }
+
+private:
+    QTemporaryDir m_dir;
+};
+
+#define UPDATER_TEST_MAIN(TestClass)                                                               \
+    int main(int argc, char** argv)                                                                \
+    {                                                                                              \
+        const PrivateEnvironment environment;                                                      \
+        const QApplication app(argc, argv);                                                        \
+        TestClass test;                                                                            \
+        return QTest::qExec(&test, argc, argv);                                                    \
+    }
+
+#endif // TESTS_SUPPORT_TESTMAIN_H

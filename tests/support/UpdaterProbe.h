@@ -1,0 +1,44 @@
+// Lets a test see, and set, the state of a run, which Updater keeps to itself.
+#ifndef TESTS_SUPPORT_UPDATERPROBE_H
+#define TESTS_SUPPORT_UPDATERPROBE_H
+
+#include "updater/Updater.h"
+
+class UpdaterProbe
+{
+public:
+    explicit UpdaterProbe(Updater& updater)
+        : programName(updater.programName)
+        , programBaseDir(updater.programBaseDir)
+        , programVersion(updater.programVersion)
+        , updateUrl(updater.updateUrl)
+        , sharedMemKey(updater.sharedMemKey)
+        , programExe(updater.programExe)
+        , netManager(updater.netManager)
+        , tempCopies(updater.tempCopies)
+        , programData(updater.programData)
+        , tempDir(updater.tempDir)
+        , checkOnly(updater.checkOnly)
+        , currentFile(updater.currentFile)
+        , downloadedFiles(updater.downloadedFiles)
+        , progressDialog(updater.progressDialog)
+    {
+    }
+
+    QString& programName;
+    QString& programBaseDir;
+    QString& programVersion;
+    QString& updateUrl;
+    QString& sharedMemKey;
+    QString& programExe;
+    QNetworkAccessManager& netManager;
+    QStringList& tempCopies;
+    ProgramData& programData;
+    QString& tempDir;
+    bool& checkOnly;
+    int& currentFile;
+    int& downloadedFiles;
+    QProgressDialog*& progressDialog;
+};
+
+#endif // TESTS_SUPPORT_UPDATERPROBE_H

@@ -1,0 +1,84 @@
+// SHA-1 of bytes and of files, against values from FIPS 180 and from sha1sum.
+
+#include "updater/Digest.h"
+
+#include "tests/support/TestMain.h"
+
+#include <QProcess>
+
+class TestDigest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void digestOfBytesIsLowerCaseHexadecimal_data()
+    {
+        QTest::addColumn<QByteArray>("contents");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("nothing") << QByteArray() << "da39a3ee5e6b4b0d3255bfef95601890afd80709";
+        QTest::newRow("abc") << QByteArray("abc") << "a9993e364706816aba3e25717850c26c9cd0d89d";
+        QTest::newRow("a million letters")
+            << QByteArray(1000000, 'a') << "34aa973cd4c4daa4f61eeb2bdbad27316534016f";
+    }
+
+    void digestOfBytesIsLowerCaseHexadecimal()
+    {
+        QFETCH(QByteArray, contents);
+        QFETCH(QString, expected);
+        QCOMPARE(digest::sha1(contents), expected);
+    }
+
+    void digestOfFileIsWhatSha1sumPrints_data()
+    {
+        QTest::addColumn<QByteArray>("contents");
+        QTest::newRow("empty") << QByteArray();
+        QTest::newRow("one byte") << QByteArray(1, '\0');
+        QTest::newRow("line ends of both kinds") << QByteArray("a\r\nb\n\r");
+        QTest::newRow("every byte") << everyByte();
+        QTest::newRow("several reads long") << everyByte().repeated(20000);
+    }
+
+    void digestOfFileIsWhatSha1sumPrints()
+    {
+        QFETCH(QByteArray, contents);
+        const TestDir dir;
+        files::write(dir / "file", contents);
+        QProcess sha1sum;
+        sha1sum.start("sha1sum", {dir / "file"});
+        QVERIFY(sha1sum.waitForFinished());
+        const QString expected = QString::fromLatin1(sha1sum.readAll().left(40));
+        QCOMPARE(expected.size(), 40);
+        const std::optional<QString> sha1 = digest::sha1OfFile(dir / "file");
+        QVERIFY(sha1.has_value());
+        QCOMPARE(*sha1, expected);
+    }
+
+    void fileThatCannotBeOpenedHasNone_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::newRow("missing") << "missing";
+        QTest::newRow("directory") << "directory";
+        QTest::newRow("broken link") << "broken";
+    }
+
+    void fileThatCannotBeOpenedHasNone()
+    {
+        QFETCH(QString, name);
+        const TestDir dir;
+        files::makeDirectory(dir / "directory");
+        files::link("nowhere", dir / "broken");
+        QVERIFY(!digest::sha1OfFile(dir / name).has_value());
+    }
+
+private:
+    static QByteArray everyByte()
+    {
+        QByteArray bytes;
+        for (int value = 0; value < 256; ++value)
+            bytes.append(static_cast<char>(value));
+        return bytes;
+    }
+};
+
+UPDATER_TEST_MAIN(TestDigest)
+#include "tst_Digest.moc"

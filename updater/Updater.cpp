@@ -1,0 +1,58 @@
+// The object itself: its making and its end, the start of a run, cancelling, path functions.
+
+#include "updater/Updater.h"
+
+#include "updater/Paths.h"
+
+#include <QCoreApplication>
+#include <QProgressDialog>
+
+Updater::Updater(const QString& programName, const QString& programBaseDir,
+                 const QString& programVersion, const QString& updateUrl,
+                 const QString& sharedMemKey, const QString& programExe, QObject* parent)
+    : QObject(parent)
+    , programName(programName)
+    , programBaseDir(programBaseDir)
+    , programVersion(programVersion)
+    , updateUrl(updateUrl)
+    , sharedMemKey(sharedMemKey)
+    , programExe(programExe)
+{
+}
+
+Updater::~Updater()
+{
+    if (!progressDialog)
+        return;
+    progressDialog->close();
+    progressDialog->deleteLater();
+    progressDialog = nullptr;
+}
+
+bool Updater::start(bool checkOnly)
+{
+    this->checkOnly = checkOnly;
+    getVersion();
+    return true;
+}
+
+void Updater::cancelUpdate()
+{
+    QCoreApplication::exit(0);
+}
+
+bool Updater::updateInstallVersionNumber()
+{
+    return false;
+}
+
+void Updater::endWithSeparator(QString& path) const
+{
+    path = paths::withSeparator(path);
+}
+
+void Updater::endWithoutSeparator(QString& path) const
+{
+    while (paths::endsWithSeparator(path))
+        path.chop(1);
+}

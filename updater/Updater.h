@@ -1,0 +1,162 @@
+// The one class of the program. Its member functions are the subsystems; each has a source of its
+// own beside this header.
+#ifndef UPDATER_UPDATER_H
+#define UPDATER_UPDATER_H
+
+#include "manifest/ProgramData.h"
+
+#include <QDir>
+#include <QNetworkAccessManager>
+#include <QObject>
+#include <QString>
+#include <QStringList>
+
+class QProgressDialog;
+
+/// One run of the updater, and all of its state: the options, the manifest, the position in the
+/// downloads and the progress dialog.
+///
+/// main() makes one, on its stack, and calls either buildVersionFile(), which does its work at
+/// once, or start(), after which replies and the Cancel button drive the object from the event
+/// loop until something calls QCoreApplication::exit(). The exit code asked for last is the
+/// process's exit status.
+///
+/// Everything happens on the main thread. The object owns all of its members; replies are children
+/// of the network access manager.
+class Updater : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// Copies the options of a run. Nothing happens before start() or buildVersionFile().
+    ///
+    /// @param programName    the program's name, which is the manifest's root element
+    /// @param programBaseDir the installation directory, or the release tree of a build
+    /// @param programVersion the installed version, or the version being published
+    /// @param updateUrl      URL of the version file; the files lie beside it
+    /// @param sharedMemKey   key of the host's shared-memory segment; empty for no report
+    /// @param programExe     the executable to start after an update; empty to start the one that
+    ///                       the update brings
+    /// @param parent         the owner, if any
+    Updater(const QString& programName, const QString& programBaseDir,
+            const QString& programVersion, const QString& updateUrl, const QString& sharedMemKey,
+            const QString& programExe, QObject* parent = nullptr);
+
+    /// Closes the progress dialog, if there is one, and drops any transfer that is under way.
+    ~Updater() override;
+
+    /// Sends the request for the version file; the rest of the run follows from the event loop.
+    ///
+    /// @param checkOnly true to report the published version and end, false to update too
+    /// @return Always true.
+    bool start(bool checkOnly);
+
+    /// A reserved hook of the class: does nothing and returns false. No run calls it.
+    bool updateInstallVersionNumber();
+
+    /// Appends the platform's directory separator to @p path unless it ends with "/" or "\".
+    void endWithSeparator(QString& path) const;
+
+    /// Removes every "/" and "\" from the end of @p path; nothing may be left of it.
+    void endWithoutSeparator(QString& path) const;
+
+    // Manifest text (ManifestText.cpp). None of the three touches the object's state.
+
+    /// Appends the record @p data to @p text, with one line feed before it when @p text holds
+    /// something already.
+    ///
+    /// No value is escaped. Name, version and changelog are trimmed; file names and digests are
+    /// written as they are.
+    ///
+    /// @return False, with @p text untouched, when the name or the version is blank.
+    bool programDataToXml(const ProgramData& data, QString& text);
+
+    /// Reads the first record in @p xml whose root element is @p rootTag, ignoring case, and fills
+    /// @p data, which should be fresh: files are appended to its list, and without a changelog in
+    /// the record it keeps its own.
+    ///
+    /// The list of files ends silently at the first incomplete entry; an entry whose size is not a
+    /// number is left out. The time it takes grows linearly with the text.
+    ///
+    /// @return False when there is no such record, it is blank (both leave @p data untouched), or
+    ///         it has no version or a blank one (then only the name is set).
+    bool xmlToProgramData(const QString& rootTag, const QString& xml, ProgramData& data);
+
+    /// Returns the text between the first opening mark of the element @p tag in @p source and the
+    /// first closing mark behind that, both found ignoring case. The text is not trimmed.
+    ///
+    /// @param remove true to cut the element out of @p source; what stood before it and what stood
+    ///               behind it are trimmed and glued together, with nothing in between
+    /// @param found  receives whether the element was found; may be null
+    /// @return A null string, with @p source unchanged, when there is no such element.
+    QString tagValue(const QString& tag, QString& source, bool remove, bool* found);
+
+    // Changelog payload (Changelog.cpp).
+
+    /// Returns the text of the UTF-8 file @p fileName in base64, without line breaks, as a manifest
+    /// carries it. Empty when the name is empty, the file cannot be opened, or it has no text.
+    QString changelogData(const QString& fileName) const;
+
+    /// Writes the payload of @p data, still in base64, to the file in the temporary directory that
+    /// the host reads: "velmora_cl_", the trimmed version, ".dat". A file left there by an earlier
+    /// run goes in any case; without a payload none takes its place.
+    ///
+    /// @return False when there is a payload and the file cannot be opened for writing.
+    bool writeChangelogFile(const ProgramData& data) const;
+
+    // Version file (TreeScan.cpp, VersionFile.cpp).
+
+    /// Appends an entry to the files of @p data for every regular file in @p dir and below, hidden
+    /// ones included, depth first in the order of the listing. Links are followed.
+    ///
+    /// @param prefix path of @p dir below the top of the scan; empty at the top
+    /// @return False when a file could not be opened; its entry then has an empty digest, and the
+    ///         scan goes on. A directory that cannot be listed counts as empty (intended).
+    bool collectFiles(QDir dir, ProgramData& data, const QString& prefix);
+
+    /// Describes the release tree in the base directory in the file "index.txt" at its top.
+    ///
+    /// @param versionFilePath receives the path of the written file, on success; may be null
+    /// @param required        whether the manifest marks the update as required
+    /// @param changelogFile   path of the release notes; may be empty
+    /// @return False, with an earlier version file untouched, when the name or the version is blank,
+    ///         the base directory is missing or a file in it cannot be read. False too, with the
+    ///         earlier file gone, when the new one cannot be opened for writing.
+    bool buildVersionFile(QString* versionFilePath, bool required, const QString& changelogFile);
+
+    // Version check (VersionCheck.cpp).
+
+    /// Sends the request for the version file; the reply goes to getVersionFinished().
+    void getVersion();
+
+    // The order of the slots is a contract: it is their index in the class's slot table.
+private Q_SLOTS:
+    /// The version file has arrived, or the transfer has failed.
+    void getVersionFinished();
+
+    /// The transfer of one program file has ended.
+    void fileDownloadFinished();
+
+    /// Ends the run with exit status 0. Transfers under way end with the object.
+    void cancelUpdate();
+
+private:
+    friend class UpdaterProbe; // How the tests see the state of a run.
+
+    QString programName;
+    QString programBaseDir;
+    QString programVersion;
+    QString updateUrl;
+    QString sharedMemKey;
+    QString programExe;
+    QNetworkAccessManager netManager; ///< Sends every request of the run.
+    QStringList tempCopies;           ///< Copies of the updater made in the temporary directory.
+    ProgramData programData;          ///< The manifest that the server sent.
+    QString tempDir;                  ///< Download directory; set when an update begins.
+    bool checkOnly = false;           ///< Report the published version and end.
+    int currentFile = 0;              ///< Index of the file being downloaded.
+    int downloadedFiles = 0;          ///< Files saved so far; kept, though nothing reads it.
+    QProgressDialog* progressDialog = nullptr; ///< Owned; has no parent.
+};
+
+#endif // UPDATER_UPDATER_H

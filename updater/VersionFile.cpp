@@ -1,0 +1,52 @@
+// Publisher side: the build mode, which describes a release tree in its version file.
+
+#include "updater/Updater.h"
+
+#include "updater/Paths.h"
+#include "updater/Toolkit.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTextStream>
+
+bool Updater::buildVersionFile(QString* versionFilePath, bool required,
+                               const QString& changelogFile)
+{
+    ProgramData data;
+    data.name = programName.trimmed();
+    data.version = programVersion.trimmed();
+    data.required = required;
+    data.changelog = changelogData(changelogFile);
+    if (data.name.isEmpty() || data.version.isEmpty())
+        return false;
+
+    const QDir baseDir(programBaseDir);
+    if (!baseDir.exists())
+        return false;
+    const QString path = paths::withSeparator(programBaseDir) + QLatin1String("index.txt");
+
+    // Scanning before the old version file goes is intended: a version file that an earlier build
+    // left in the tree is listed in the new one like any other file.
+    if (!collectFiles(baseDir, data, QString()))
+        return false;
+
+    if (QFile::exists(path))
+        QFile::remove(path);
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Text))
+        return false;
+
+    QString text;
+    if (!programDataToXml(data, text)) {
+        file.remove();
+        return false;
+    }
+    QTextStream stream(&file);
+    toolkit::useSystemEncoding(stream);
+    stream << text;
+    file.close(); // Flushes the stream.
+
+    if (versionFilePath)
+        *versionFilePath = path;
+    return true;
+}
