@@ -1,0 +1,159 @@
+// The program as a process: which mode runs, which options it insists on, its exit status.
+
+#include "tests/support/HttpServer.h"
+#include "tests/support/TestMain.h"
+#include "tests/support/UpdaterProcess.h"
+
+namespace {
+
+/// Replaces "@dir" and "@url" in @p options.
+QStringList filledIn(QStringList options, const QString& dir, const QString& url)
+{
+    return options.replaceInStrings("@dir", dir).replaceInStrings("@url", url);
+}
+
+} // namespace
+
+class TestMain : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void incompleteCommandLineEndsWithOne_data()
+    {
+        QTest::addColumn<QStringList>("options");
+        const auto row = [](const char* name, const char* options) {
+            QTest::newRow(name) << QString(options).split(' ', Qt::SkipEmptyParts);
+        };
+        row("no arguments", "");
+        row("only words", "build please");
+        row("flag that selects no mode", "-r");
+        row("no mode, all values", "-n App -d @dir -v 1.0 -l @url -s key -x /exe");
+        row("unknown option in a complete line", "-b -n App -d @dir -v 1.0 -z");
+        row("value missing in a complete line", "-b -n App -d @dir -v 1.0 -x");
+
+        row("build without a name", "-b -d @dir -v 1.0");
+        row("build without a base directory", "-b -n App -v 1.0");
+        row("build without a version", "-b -n App -d @dir");
+        row("check without a name", "-c -v 1.0 -l @url -s key");
+        row("check without a version", "-c -n App -l @url -s key");
+        row("check without a URL", "-c -n App -v 1.0 -s key");
+        row("check without a key", "-c -n App -v 1.0 -l @url");
+        row("update without a name", "-u -d @dir -v 1.0 -l @url");
+        row("update without a base directory", "-u -n App -v 1.0 -l @url");
+        row("update without a version", "-u -n App -d @dir -l @url");
+        row("update without a URL", "-u -n App -d @dir -v 1.0");
+
+        row("quotes around nothing count as missing", "-b -n \"\" -d @dir -v 1.0");
+        QTest::newRow("empty value counts as missing")
+            << QStringList{"-b", "-n", "", "-d", "@dir", "-v", "1.0"};
+        row("build does not fall back to update", "-b -u -n App -v 1.0 -l @url");
+        row("build does not fall back to check", "-b -c -n App -v 1.0 -l @url -s key");
+        row("check does not fall back to update", "-c -u -n App -d @dir -v 1.0 -l @url");
+        // The toolkit's own option is gone before ours are read: else "-style" were "-s".
+        row("toolkit's options are not ours", "-style fusion -c -n App -v 1.0 -l @url");
+    }
+
+    void incompleteCommandLineEndsWithOne()
+    {
+        QFETCH(QStringList, options);
+        const TestDir dir;
+        HttpServer server;
+        UpdaterProcess updater;
+        QCOMPARE(updater.run(filledIn(options, dir.path(), server.url("/index.txt"))), 1);
+        QCOMPARE(updater.output(), QByteArray());
+        QCOMPARE(files::list(dir.path()), QStringList());
+        QCOMPARE(server.requests(), QStringList());
+    }
+
+    void buildModeWritesTheVersionFile_data()
+    {
+        QTest::addColumn<QStringList>("options");
+        QTest::addColumn<QByteArray>("required");
+        const auto row = [](const char* name, const char* options, const char* required) {
+            QTest::newRow(name) << QString(options).split(' ') << QByteArray(required);
+        };
+        row("required options only", "-b -n App -d @dir -v 1.0", "false");
+        row("required update", "-r -b -n App -d @dir -v 1.0", "true");
+        row("build wins over check", "-c -b -n App -d @dir -v 1.0 -l @url -s key", "false");
+        row("build wins over update", "-u -b -n App -d @dir -v 1.0 -l @url", "false");
+        row("quoted values", "-b -n \"App\" -d \"@dir\" -v \"1.0\"", "false");
+        row("toolkit's options are taken out", "-platform offscreen -b -n App -d @dir -v 1.0",
+            "false");
+    }
+
+    void buildModeWritesTheVersionFile()
+    {
+        QFETCH(QStringList, options);
+        QFETCH(QByteArray, required);
+        const TestDir dir;
+        HttpServer server;
+        UpdaterProcess updater;
+        QCOMPARE(updater.run(filledIn(options, dir.path(), server.url("/index.txt"))), 0);
+        QCOMPARE(updater.output(), QByteArray());
+        QCOMPARE(files::read(dir / "index.txt"),
+                 "<App>\n\t<version>1.0</version>\n\t<required>" + required
+                     + "</required>\n\t<changelog></changelog>\n</App>\n");
+        QCOMPARE(server.requests(), QStringList());
+    }
+
+    void changelogReachesTheVersionFile()
+    {
+        const TestDir dir;
+        files::makeDirectory(dir / "tree");
+        files::write(dir / "notes.txt", "News");
+        UpdaterProcess updater;
+        QCOMPARE(updater.run({"-b", "-n", "App", "-d", dir / "tree", "-v", "1.0", "--changelog",
+                              dir / "notes.txt"}),
+                 0);
+        QVERIFY(files::read(dir / "tree/index.txt")
+                    .contains("\t<changelog>" + QByteArray("News").toBase64() + "</changelog>\n"));
+        QCOMPARE(updater.output(), QByteArray());
+    }
+
+    void missingChangelogIsAnnouncedAndTheBuildGoesOn()
+    {
+        const TestDir dir;
+        UpdaterProcess updater;
+        QCOMPARE(updater.run({"-b", "-n", "App", "-d", dir.path(), "-v", "1.0", "--changelog",
+                              "/nowhere/notes.txt"}),
+                 0);
+        QCOMPARE(updater.output(),
+                 QByteArray("The changelog file \" \"/nowhere/notes.txt\" \" doesn't exist! \n"));
+        QVERIFY(files::read(dir / "index.txt").contains("\t<changelog></changelog>\n"));
+    }
+
+    void failedBuildEndsWithOne()
+    {
+        UpdaterProcess updater;
+        QCOMPARE(updater.run({"-b", "-n", "App", "-d", "/nowhere/at/all", "-v", "1.0"}), 1);
+        QCOMPARE(updater.output(), QByteArray());
+    }
+
+    void clientModeAsksForTheVersionFileAndWaits_data()
+    {
+        QTest::addColumn<QStringList>("options");
+        const auto row = [](const char* name, const char* options) {
+            QTest::newRow(name) << QString(options).split(' ');
+        };
+        row("check without a base directory", "-c -n App -v 1.0 -l @url -s key");
+        row("update without a key and an executable", "-u -n App -d @dir -v 1.0 -l @url");
+        row("check wins over update", "-c -u -n App -d @dir -v 1.0 -l @url -s key");
+    }
+
+    void clientModeAsksForTheVersionFileAndWaits()
+    {
+        QFETCH(QStringList, options);
+        const TestDir dir;
+        HttpServer server;
+        server.serve("/index.txt", HttpReply::hold(HttpReply::ok("")));
+        UpdaterProcess updater;
+        updater.start(filledIn(options, dir.path(), server.url("/index.txt")));
+        QTRY_COMPARE_WITH_TIMEOUT(server.requests(), QStringList{"/index.txt"}, 30000);
+        QVERIFY(updater.isRunning());
+        QCOMPARE(files::list(dir.path()), QStringList());
+    }
+};
+
+UPDATER_TEST_MAIN(TestMain)
+#include "tst_main.moc"
