@@ -83,7 +83,8 @@ void setChangelogFile(const QString& fileName)
     if (QFile::exists(fChangelogFile))
         return;
     // The doubled quotes and the blank at the end are intended: release scripts match this text.
-    toolkit::debug(QStringLiteral("The changelog file \" \"%1\" \" doesn't exist! ").arg(fChangelogFile));
+    toolkit::debug(
+        QStringLiteral("The changelog file \" \"%1\" \" doesn't exist! ").arg(fChangelogFile));
     fChangelogFile = QString();
 }
 

@@ -46,17 +46,17 @@ struct Options
 
     static Options current()
     {
-        return {fProgramName,   fProgramBaseDir, fProgramVersion, fUpdateUrl,
-                fSharedMemKey,  fProgramExe,     fChangelogFile,  fBuildVerFile,
-                fCheckVerOnly,  fDoUpdate,       fRequiredUpd};
+        return {fProgramName,  fProgramBaseDir, fProgramVersion, fUpdateUrl,
+                fSharedMemKey, fProgramExe,     fChangelogFile,  fBuildVerFile,
+                fCheckVerOnly, fDoUpdate,       fRequiredUpd};
     }
 
     QString text() const
     {
         return QStringLiteral("n=%1 d=%2 v=%3 l=%4 s=%5 x=%6 changelog=%7%8%9")
-            .arg(name, baseDir, version, url, key, exe, changelog)
-            .arg(build ? " b" : "", check ? " c" : "")
-               + (update ? " u" : "") + (required ? " r" : "");
+                   .arg(name, baseDir, version, url, key, exe, changelog)
+                   .arg(build ? " b" : "", check ? " c" : "") +
+               (update ? " u" : "") + (required ? " r" : "");
     }
 };
 
@@ -132,9 +132,7 @@ private Q_SLOTS:
         row("all together",
             {"-b", "-c", "-u", "-r", "-n", "N", "-d", "D", "-v", "V", "-l", "L", "-s", "S", "-x",
              "X"},
-            [](Options& o) {
-                o = {"N", "D", "V", "L", "S", "X", "", true, true, true, true};
-            });
+            [](Options& o) { o = {"N", "D", "V", "L", "S", "X", "", true, true, true, true}; });
 
         row("plain words are ignored", {"word", "-b", "another"},
             [](Options& o) { o.build = true; });
@@ -218,11 +216,10 @@ private Q_SLOTS:
         QFETCH(Words, words);
         const Messages messages;
         QVERIFY(!parse(Words{"-r", "-n", "before"} + words));
-        QCOMPARE(Options::current().text(),
-                 with([](Options& o) {
-                     o.name = "before";
-                     o.required = true;
-                 }).text());
+        QCOMPARE(Options::current().text(), with([](Options& o) {
+                                                o.name = "before";
+                                                o.required = true;
+                                            }).text());
         QVERIFY2(messages.all().isEmpty(), "a rejected command line prints nothing");
     }
 
@@ -309,8 +306,7 @@ private Q_SLOTS:
             << QByteArray("--cleanup") << "@/dir/e" << without({"dir/e"});
         QTest::newRow("local encoding") << QByteArray("--cleanup") << QString::fromUtf8("@/ö")
                                         << without({QString::fromUtf8("ö")});
-        QTest::newRow("quotes are part of the name")
-            << QByteArray("--cleanup") << "\"@/a\"" << all;
+        QTest::newRow("quotes are part of the name") << QByteArray("--cleanup") << "\"@/a\"" << all;
         QTest::newRow("only separators") << QByteArray("--cleanup") << ";;;" << all;
         QTest::newRow("empty list") << QByteArray("--cleanup") << "" << all;
         QTest::newRow("equals sign") << QByteArray("--cleanup=@/a") << "@/b" << all;
@@ -371,19 +367,32 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("text");
         QTest::addColumn<QString>("expected");
-        QTest::newRow("pair") << "\"x\"" << "x";
-        QTest::newRow("two pairs") << "\"\"x\"\"" << "\"x\"";
-        QTest::newRow("nothing inside") << "\"\"" << "";
-        QTest::newRow("single quote character") << "\"" << "\"";
-        QTest::newRow("only in front") << "\"x" << "\"x";
-        QTest::newRow("only behind") << "x\"" << "x\"";
-        QTest::newRow("inside") << "a\"\"b" << "a\"\"b";
-        QTest::newRow("apostrophes") << "'x'" << "'x'";
-        QTest::newRow("blanks inside the pair stay") << "\" x \"" << " x ";
-        QTest::newRow("blank behind the pair") << "\"x\" " << "\"x\" ";
-        QTest::newRow("no quotes") << "x" << "x";
-        QTest::newRow("empty") << "" << "";
-        QTest::newRow("three quotes") << "\"\"\"" << "\"";
+        QTest::newRow("pair") << "\"x\""
+                              << "x";
+        QTest::newRow("two pairs") << "\"\"x\"\""
+                                   << "\"x\"";
+        QTest::newRow("nothing inside") << "\"\""
+                                        << "";
+        QTest::newRow("single quote character") << "\""
+                                                << "\"";
+        QTest::newRow("only in front") << "\"x"
+                                       << "\"x";
+        QTest::newRow("only behind") << "x\""
+                                     << "x\"";
+        QTest::newRow("inside") << "a\"\"b"
+                                << "a\"\"b";
+        QTest::newRow("apostrophes") << "'x'"
+                                     << "'x'";
+        QTest::newRow("blanks inside the pair stay") << "\" x \""
+                                                     << " x ";
+        QTest::newRow("blank behind the pair") << "\"x\" "
+                                               << "\"x\" ";
+        QTest::newRow("no quotes") << "x"
+                                   << "x";
+        QTest::newRow("empty") << ""
+                               << "";
+        QTest::newRow("three quotes") << "\"\"\""
+                                      << "\"";
     }
 
     void trimQuotesTakesOnePair()

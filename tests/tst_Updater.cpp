@@ -23,7 +23,8 @@ std::unique_ptr<Updater> makeUpdater(const QString& url = QString())
 
 int slotIndex(const char* signature)
 {
-    return Updater::staticMetaObject.indexOfSlot(signature) - Updater::staticMetaObject.methodOffset();
+    return Updater::staticMetaObject.indexOfSlot(signature) -
+           Updater::staticMetaObject.methodOffset();
 }
 
 } // namespace
@@ -127,10 +128,7 @@ private Q_SLOTS:
         QCOMPARE(updater->qt_metacast(name.constData()), known ? updater.get() : nullptr);
     }
 
-    void castToNoNameGivesNull()
-    {
-        QVERIFY(!makeUpdater()->qt_metacast(nullptr));
-    }
+    void castToNoNameGivesNull() { QVERIFY(!makeUpdater()->qt_metacast(nullptr)); }
 
     void startSendsOneRequestForTheVersionFile_data()
     {
@@ -164,8 +162,8 @@ private Q_SLOTS:
         auto updater = makeUpdater(server.url("/index.txt"));
         updater->start(true);
         QTRY_COMPARE(server.requests().size(), 1);
-        const QPointer<QNetworkReply> reply
-            = UpdaterProbe(*updater).netManager.findChild<QNetworkReply*>();
+        const QPointer<QNetworkReply> reply =
+            UpdaterProbe(*updater).netManager.findChild<QNetworkReply*>();
         QVERIFY(reply);
         updater.reset();
         QVERIFY(!reply);
@@ -227,15 +225,33 @@ private Q_SLOTS:
         QTest::addColumn<QString>("path");
         QTest::addColumn<QString>("with");
         QTest::addColumn<QString>("without");
-        QTest::newRow("name at the end") << "/opt/app" << "/opt/app/" << "/opt/app";
-        QTest::newRow("slash at the end") << "/opt/app/" << "/opt/app/" << "/opt/app";
-        QTest::newRow("backslash at the end") << "C:\\app\\" << "C:\\app\\" << "C:\\app";
-        QTest::newRow("two slashes at the end") << "/opt//" << "/opt//" << "/opt";
-        QTest::newRow("both kinds at the end") << "/opt\\/" << "/opt\\/" << "/opt";
-        QTest::newRow("single slash") << "/" << "/" << "";
-        QTest::newRow("only separators") << "/\\//" << "/\\//" << "";
-        QTest::newRow("empty") << "" << "/" << "";
-        QTest::newRow("separators inside stay") << "/a//b" << "/a//b/" << "/a//b";
+        QTest::newRow("name at the end") << "/opt/app"
+                                         << "/opt/app/"
+                                         << "/opt/app";
+        QTest::newRow("slash at the end") << "/opt/app/"
+                                          << "/opt/app/"
+                                          << "/opt/app";
+        QTest::newRow("backslash at the end") << "C:\\app\\"
+                                              << "C:\\app\\"
+                                              << "C:\\app";
+        QTest::newRow("two slashes at the end") << "/opt//"
+                                                << "/opt//"
+                                                << "/opt";
+        QTest::newRow("both kinds at the end") << "/opt\\/"
+                                               << "/opt\\/"
+                                               << "/opt";
+        QTest::newRow("single slash") << "/"
+                                      << "/"
+                                      << "";
+        QTest::newRow("only separators") << "/\\//"
+                                         << "/\\//"
+                                         << "";
+        QTest::newRow("empty") << ""
+                               << "/"
+                               << "";
+        QTest::newRow("separators inside stay") << "/a//b"
+                                                << "/a//b/"
+                                                << "/a//b";
     }
 
     void pathsGainAndLoseSeparators()

@@ -92,8 +92,8 @@ private Q_SLOTS:
         QCOMPARE(updater.run(filledIn(options, dir.path(), server.url("/index.txt"))), 0);
         QCOMPARE(updater.output(), QByteArray());
         QCOMPARE(files::read(dir / "index.txt"),
-                 "<App>\n\t<version>1.0</version>\n\t<required>" + required
-                     + "</required>\n\t<changelog></changelog>\n</App>\n");
+                 "<App>\n\t<version>1.0</version>\n\t<required>" + required +
+                     "</required>\n\t<changelog></changelog>\n</App>\n");
         QCOMPARE(server.requests(), QStringList());
     }
 

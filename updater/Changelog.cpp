@@ -15,8 +15,8 @@ namespace {
 /// Named after the version alone, so that a host which knows the version finds it.
 QString changelogFilePath(const QString& version)
 {
-    return paths::withSeparator(QDir::tempPath()) + QLatin1String("velmora_cl_")
-           + version.trimmed() + QLatin1String(".dat");
+    return paths::withSeparator(QDir::tempPath()) + QLatin1String("velmora_cl_") +
+           version.trimmed() + QLatin1String(".dat");
 }
 
 } // namespace

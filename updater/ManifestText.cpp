@@ -17,8 +17,7 @@ namespace {
 struct Marks
 {
     explicit Marks(const QString& tag)
-        : opening(QStringLiteral("<%1>").arg(tag))
-        , closing(QStringLiteral("</%1>").arg(tag))
+        : opening(QStringLiteral("<%1>").arg(tag)), closing(QStringLiteral("</%1>").arg(tag))
     {
     }
 
@@ -74,10 +73,7 @@ QStringView valueOf(QStringView text, const Element& element)
 class Remainder
 {
 public:
-    explicit Remainder(QStringView text)
-        : m_text(text)
-    {
-    }
+    explicit Remainder(QStringView text) : m_text(text) {}
 
     /// Cuts out the first element with @p marks and returns its trimmed value; an empty string
     /// when there is none, or a blank one.
@@ -117,10 +113,7 @@ class FileBlocks
 {
 public:
     /// Does not own @p body, which must be trimmed.
-    explicit FileBlocks(QStringView body)
-        : m_behind(body)
-    {
-    }
+    explicit FileBlocks(QStringView body) : m_behind(body) {}
 
     /// Cuts out the next block and returns its trimmed text: empty when there is none, or a blank
     /// one.
@@ -205,8 +198,8 @@ void readFiles(QStringView body, QVector<ProgramFile>& files)
 /// Appends a line with one element to @p text.
 void writeElement(QString& text, QLatin1String indent, QLatin1String tag, const QString& value)
 {
-    text += indent + QLatin1Char('<') + tag + QLatin1Char('>') + value + QLatin1String("</") + tag
-            + QLatin1String(">\n");
+    text += indent + QLatin1Char('<') + tag + QLatin1Char('>') + value + QLatin1String("</") + tag +
+            QLatin1String(">\n");
 }
 
 } // namespace

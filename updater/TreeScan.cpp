@@ -31,9 +31,9 @@ QString entryName(const QString& prefix, const QString& fileName)
 bool Updater::collectFiles(QDir dir, ProgramData& data, const QString& prefix)
 {
     // Hidden files belong to a release; links are followed.
-    const QFileInfoList entries = dir.entryInfoList(
-        QDir::Dirs | QDir::Files | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
-        QDir::NoSort);
+    const QFileInfoList entries = dir.entryInfoList(QDir::Dirs | QDir::Files | QDir::Hidden |
+                                                        QDir::System | QDir::NoDotAndDotDot,
+                                                    QDir::NoSort);
     const QString ownPrefix = namePrefix(prefix);
 
     bool allRead = true;

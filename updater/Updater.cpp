@@ -53,6 +53,5 @@ void Updater::endWithSeparator(QString& path) const
 
 void Updater::endWithoutSeparator(QString& path) const
 {
-    while (paths::endsWithSeparator(path))
-        path.chop(1);
+    path = paths::withoutSeparator(path);
 }

@@ -119,7 +119,8 @@ public:
     /// @param versionFilePath receives the path of the written file, on success; may be null
     /// @param required        whether the manifest marks the update as required
     /// @param changelogFile   path of the release notes; may be empty
-    /// @return False, with an earlier version file untouched, when the name or the version is blank,
+    /// @return False, with an earlier version file untouched, when the name or the version is
+    /// blank,
     ///         the base directory is missing or a file in it cannot be read. False too, with the
     ///         earlier file gone, when the new one cannot be opened for writing.
     bool buildVersionFile(QString* versionFilePath, bool required, const QString& changelogFile);
@@ -128,6 +129,49 @@ public:
 
     /// Sends the request for the version file; the reply goes to getVersionFinished().
     void getVersion();
+
+    /// Writes a report to the host into the shared-memory segment: @p text in Latin-1, a zero byte,
+    /// "1" or "0" for @p flag, a zero byte; the rest of the segment becomes zero.
+    ///
+    /// Does nothing when the key is empty, and silently gives up when the segment cannot be
+    /// attached or is too small. Waits for the segment's lock.
+    void writeVersionToSHM(const QString& text, bool flag);
+
+    // Downloads (Downloads.cpp).
+
+    /// Sends the request for the file at the current index; once all are saved, installs them.
+    void downloadNewProgramData();
+
+    /// Shows in the progress dialog, if there is one, which file is being downloaded and how many
+    /// MiB are left, the current file included. From 2 GiB on the figure wraps (intended).
+    void updateProgressLabel();
+
+    // Installation (Installation.cpp).
+
+    /// Moves the downloaded files into the base directory, starts the program and asks for exit
+    /// status 0. Failures on the way are not reported. Asks for status 1, and installs nothing,
+    /// while files are missing.
+    void allFilesDownloaded();
+
+    /// Starts the program at @p path as a detached process in its own directory (in the base
+    /// directory when @p path has none), without arguments.
+    ///
+    /// @return True when it was started, now or by an earlier call: a process of the updater starts
+    ///         one program. False when there is no such file or the start failed.
+    bool startProgram(const QString& path) const;
+
+    // Running location and self copy (SelfCopy.cpp). No run of the program uses these yet.
+
+    /// True when the running executable lies in the temporary directory or below it.
+    bool runningFromTemp() const;
+
+    /// Copies the running executable into the temporary directory, as the program's name followed
+    /// by "Updater", over an earlier copy. Adds the path of a copy that succeeded to the list of
+    /// copies.
+    ///
+    /// @param target receives the path, whether or not the copy succeeded
+    /// @return Always false (intended): look for the file at @p target.
+    bool selfCopyToTemp(QString& target);
 
     // The order of the slots is a contract: it is their index in the class's slot table.
 private Q_SLOTS:
@@ -141,6 +185,24 @@ private Q_SLOTS:
     void cancelUpdate();
 
 private:
+    /// Sets the download directory, selects the files and opens the progress dialog.
+    void prepareDownloads();
+
+    /// Drops every file from the manifest whose installed copy has the right size and digest.
+    void selectFiles();
+
+    void openProgressDialog();
+
+    /// Tells the user that a transfer failed with the network error @p code; exit status 1.
+    void abortAfterTransferError(int code);
+
+    /// Tells the user that the file @p name arrived damaged; exit status 1.
+    void abortAfterDamage(const QString& name);
+
+    /// Moves the downloaded files into place.
+    /// @return The installed path of the first one that is the bundle's executable, or nothing.
+    QString installFiles();
+
     friend class UpdaterProbe; // How the tests see the state of a run.
 
     QString programName;

@@ -32,8 +32,8 @@ void write(const QString& path, const QByteArray& contents)
 {
     makeDirectory(QFileInfo(path).path());
     QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)
-        || file.write(contents) != contents.size() || !file.flush())
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) ||
+        file.write(contents) != contents.size() || !file.flush())
         fail("write", path);
 }
 
@@ -81,8 +81,8 @@ QStringList list(const QString& dir)
     while (entries.hasNext()) {
         const QFileInfo entry(entries.next());
         const bool isDirectory = entry.isDir() && !entry.isSymLink();
-        names.append(top.relativeFilePath(entry.filePath())
-                     + (isDirectory ? QStringLiteral("/") : QString()));
+        names.append(top.relativeFilePath(entry.filePath()) +
+                     (isDirectory ? QStringLiteral("/") : QString()));
     }
     names.sort();
     return names;
@@ -96,8 +96,7 @@ TestDir::TestDir()
         fail("make directory", m_dir.path());
 }
 
-ScopedTmpDir::ScopedTmpDir(const QString& path)
-    : m_previous(qgetenv("TMPDIR"))
+ScopedTmpDir::ScopedTmpDir(const QString& path) : m_previous(qgetenv("TMPDIR"))
 {
     qputenv("TMPDIR", QFile::encodeName(path));
 }

@@ -23,10 +23,10 @@ struct HttpReply
 
     int status = 200;
     QByteArray body;
-    QList<QByteArray> headers;      ///< Further header lines, without their line ends.
-    qint64 declaredLength = -1;     ///< Content-Length; below zero the length of the body.
-    bool silent = false;            ///< Send not a single byte.
-    bool held = false;              ///< Wait for HttpServer::release().
+    QList<QByteArray> headers;  ///< Further header lines, without their line ends.
+    qint64 declaredLength = -1; ///< Content-Length; below zero the length of the body.
+    bool silent = false;        ///< Send not a single byte.
+    bool held = false;          ///< Wait for HttpServer::release().
     Ending ending = KeepAlive;
 
     static HttpReply ok(const QByteArray& body);

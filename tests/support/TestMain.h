@@ -18,8 +18,8 @@ public:
     {
         files::makeDirectory(m_dir.filePath("tmp"));
         files::makeDirectory(m_dir.filePath("run"));
-        QFile::setPermissions(m_dir.filePath("run"), QFile::ReadOwner | QFile::WriteOwner
-                                                         | QFile::ExeOwner);
+        QFile::setPermissions(m_dir.filePath("run"),
+                              QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         qputenv("TMPDIR", QFile::encodeName(m_dir.filePath("tmp")));
         qputenv("XDG_RUNTIME_DIR", QFile::encodeName(m_dir.filePath("run")));
         if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))

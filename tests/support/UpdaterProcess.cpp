@@ -48,9 +48,9 @@ int UpdaterProcess::run(const QStringList& options, int milliseconds)
 
 int UpdaterProcess::exitStatus() const
 {
-    const bool ended = m_process.state() == QProcess::NotRunning
-                       && m_process.error() == QProcess::UnknownError
-                       && m_process.exitStatus() == QProcess::NormalExit;
+    const bool ended = m_process.state() == QProcess::NotRunning &&
+                       m_process.error() == QProcess::UnknownError &&
+                       m_process.exitStatus() == QProcess::NormalExit;
     return ended ? m_process.exitCode() : -1;
 }
 
