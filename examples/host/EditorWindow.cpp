@@ -41,7 +41,8 @@ void EditorWindow::offer(const QString& version, bool required, const QString& c
     if (!userAccepts(version, required, changelog))
         return;
     tell(tr("starts the update and quits"));
-    if (UpdateCheck::startUpdate(m_info))
+    m_updateStarted = UpdateCheck::startUpdate(m_info);
+    if (m_updateStarted)
         QApplication::exit(0);
     else
         tell(tr("the updater does not start"));

@@ -16,6 +16,9 @@ class EditorWindow : public QMainWindow
 public:
     EditorWindow(const HostInfo& info, bool automatic);
 
+    /// True once the updater was started to install another version.
+    bool isUpdateStarted() const { return m_updateStarted; }
+
 private:
     void offer(const QString& version, bool required, const QString& changelog);
     bool userAccepts(const QString& version, bool required, const QString& changelog);
@@ -25,6 +28,7 @@ private:
     const HostInfo m_info;
     const bool m_automatic;
     UpdateCheck m_check;
+    bool m_updateStarted = false;
 };
 
 #endif // EXAMPLES_HOST_EDITORWINDOW_H
