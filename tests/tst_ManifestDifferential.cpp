@@ -153,7 +153,7 @@ private:
         return 100.0 * having / sampled;
     }
 
-    static constexpr int sampled = 10000;
+    static constexpr int sampled = 4000;
     const quint64 m_seed = fromEnvironment("UPDATER_DIFFERENTIAL_SEED", 1);
     const Reader m_product = [](const QString& rootTag, const QString& xml, ProgramData& data) {
         static Updater updater("", "", "", "", "", "");
@@ -193,6 +193,7 @@ void TestManifestDifferential::faultyReaderIsToldFromSoundOne_data()
     QTest::addColumn<int>("looksBack");
     QTest::addColumn<double>("least");
     constexpr int ignored = Qt::CaseInsensitive;
+    QTest::newRow("no fault") << ignored << true << true << -1 << 0.0;
     QTest::newRow("letter case counts") << int(Qt::CaseSensitive) << true << true << -1 << 20.0;
     QTest::newRow("no trimming before gluing") << ignored << false << true << -1 << 5.0;
     QTest::newRow("blind to marks across a seam") << ignored << true << false << -1 << 5.0;
@@ -209,17 +210,13 @@ void TestManifestDifferential::faultyReaderIsToldFromSoundOne()
     QFETCH(double, least);
     const FaultyReader faulty(
         Faults{static_cast<Qt::CaseSensitivity>(cases), trims, seams, looksBack});
-    const FaultyReader faultless{Faults{}};
 
-    const auto toldApart = [](const FaultyReader& reader) {
-        return [&reader](const ManifestText& text) {
-            return !(readingOf(text, reader) == readingOf(text, literal::xmlToProgramData));
-        };
-    };
-    QCOMPARE(share(toldApart(faultless)), 0.0);
-    const double told = share(toldApart(faulty));
+    const double told = share([&faulty](const ManifestText& text) {
+        return !(readingOf(text, faulty) == readingOf(text, literal::xmlToProgramData));
+    });
     qInfo("told apart by %.2f%% of the texts", told);
-    QVERIFY(told > least);
+    QVERIFY(told >= least);
+    QVERIFY2(told == 0 || least > 0, "what is faultless cannot be told apart");
 }
 
 void TestManifestDifferential::readerAgreesWithLiteralReader_data()
