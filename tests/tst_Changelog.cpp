@@ -45,6 +45,12 @@ void countMessage(QtMsgType, const QMessageLogContext&, const QString&)
     ++messages;
 }
 
+/// Adds a row of two texts.
+void row(const char* tag, const QString& first, const QString& second)
+{
+    QTest::newRow(tag) << first << second;
+}
+
 } // namespace
 
 class TestChangelog : public QObject
@@ -94,14 +100,10 @@ private Q_SLOTS:
     {
         QTest::addColumn<QByteArray>("file");
         QTest::addColumn<QString>("payload");
-        QTest::newRow("before text") << QByteArray("\xef\xbb\xbf"
-                                                   "abc")
-                                     << "YWJj";
+        QTest::newRow("before text") << QByteArray("\357\273\277abc") << "YWJj";
         QTest::newRow("alone, which leaves no text") << QByteArray("\xef\xbb\xbf") << "";
-        QTest::newRow("of another encoding, which is decoded") << QByteArray("\xff\xfe"
-                                                                             "a\0b\0",
-                                                                             6)
-                                                               << "YWI=";
+        QTest::newRow("of another encoding, which is decoded")
+            << QByteArray("\377\376a\0b\0", 6) << "YWI=";
     }
 
     void byteOrderMarkIsDropped() { payloadIsThatOfTheRow(); }
@@ -110,12 +112,8 @@ private Q_SLOTS:
     {
         QTest::addColumn<QByteArray>("file");
         QTest::addColumn<QString>("payload");
-        QTest::newRow("byte that never occurs") << QByteArray("a\xff"
-                                                              "b")
-                                                << "Ye+/vWI=";
-        QTest::newRow("continuation alone") << QByteArray("a\x80"
-                                                          "b")
-                                            << "Ye+/vWI=";
+        QTest::newRow("byte that never occurs") << QByteArray("a\377b") << "Ye+/vWI=";
+        QTest::newRow("continuation alone") << QByteArray("a\200b") << "Ye+/vWI=";
         QTest::newRow("Latin-1") << QByteArray("Gr\xf6 ") << "R3Lvv70g";
     }
 
@@ -197,24 +195,15 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("version");
         QTest::addColumn<QString>("name");
-        QTest::newRow("number") << "2.1"
-                                << "velmora_cl_2.1.dat";
-        QTest::newRow("blanks around") << " 2.1 "
-                                       << "velmora_cl_2.1.dat";
-        QTest::newRow("white space around") << "\t2.1\r\n"
-                                            << "velmora_cl_2.1.dat";
-        QTest::newRow("blank inside") << "2.1 beta"
-                                      << "velmora_cl_2.1 beta.dat";
-        QTest::newRow("case of both kinds") << "2.1-Beta"
-                                            << "velmora_cl_2.1-Beta.dat";
-        QTest::newRow("place markers") << "%1%2"
-                                       << "velmora_cl_%1%2.dat";
-        QTest::newRow("backslash") << "2\\1"
-                                   << "velmora_cl_2\\1.dat";
-        QTest::newRow("blanks only") << "  "
-                                     << "velmora_cl_.dat";
-        QTest::newRow("empty") << ""
-                               << "velmora_cl_.dat";
+        row("number", "2.1", "velmora_cl_2.1.dat");
+        row("blanks around", " 2.1 ", "velmora_cl_2.1.dat");
+        row("white space around", "\t2.1\r\n", "velmora_cl_2.1.dat");
+        row("blank inside", "2.1 beta", "velmora_cl_2.1 beta.dat");
+        row("case of both kinds", "2.1-Beta", "velmora_cl_2.1-Beta.dat");
+        row("place markers", "%1%2", "velmora_cl_%1%2.dat");
+        row("backslash", "2\\1", "velmora_cl_2\\1.dat");
+        row("blanks only", "  ", "velmora_cl_.dat");
+        row("empty", "", "velmora_cl_.dat");
     }
 
     void fileIsNamedAfterTheVersion()
@@ -234,15 +223,10 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("tempDir");
         QTest::addColumn<QString>("path");
-        QTest::newRow("no separator at the end") << "t"
-                                                 << "t/velmora_cl_2.1.dat";
-        QTest::newRow("slash at the end") << "t/"
-                                          << "t/velmora_cl_2.1.dat";
-        QTest::newRow("backslash at the end, where no separator is added")
-            << "t\\"
-            << "t\\velmora_cl_2.1.dat";
-        QTest::newRow("backslash inside") << "t\\u"
-                                          << "t\\u/velmora_cl_2.1.dat";
+        row("no separator at the end", "t", "t/velmora_cl_2.1.dat");
+        row("slash at the end", "t/", "t/velmora_cl_2.1.dat");
+        row("backslash at the end, where no separator is added", "t\\", "t\\velmora_cl_2.1.dat");
+        row("backslash inside", "t\\u", "t\\u/velmora_cl_2.1.dat");
     }
 
     void fileLiesInTheTemporaryDirectory()
@@ -428,8 +412,8 @@ private Q_SLOTS:
         QTest::newRow("white space around") << QByteArray(" \t\n text \n\n ");
         QTest::newRow("marks of the manifest")
             << QByteArray("</changelog><file></Editor><version>3</version>");
-        QTest::newRow("beyond ASCII") << QByteArray("Gr\xc3\xb6\xc3\x9f"
-                                                    "e \xe2\x82\xac \xf0\x9d\x84\x9e");
+        QTest::newRow("beyond ASCII")
+            << QByteArray("Gr\xc3\xb6\xc3\x9f \xe2\x82\xac \xf0\x9d\x84\x9e");
         QTest::newRow("zero byte") << QByteArray("a\0b", 3);
     }
 

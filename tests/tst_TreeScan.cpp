@@ -73,6 +73,12 @@ QByteArray everyByte()
     return bytes;
 }
 
+/// Adds a row of two texts.
+void row(const char* tag, const QString& first, const QString& second)
+{
+    QTest::newRow(tag) << first << second;
+}
+
 } // namespace
 
 class TestTreeScan : public QObject
@@ -84,32 +90,19 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("path");
         QTest::addColumn<QString>("name");
-        QTest::newRow("bare at the top") << "a.txt"
-                                         << "a.txt";
-        QTest::newRow("two levels down") << "sub/deeper/b.dat"
-                                         << "sub/deeper/b.dat";
-        QTest::newRow("ten levels down") << "a/b/c/d/e/f/g/h/i/j/k"
-                                         << "a/b/c/d/e/f/g/h/i/j/k";
-        QTest::newRow("hidden file") << ".hidden"
-                                     << ".hidden";
-        QTest::newRow("hidden file below") << "sub/.hidden"
-                                           << "sub/.hidden";
-        QTest::newRow("hidden directory") << ".git/config"
-                                          << ".git/config";
-        QTest::newRow("dots that are no hidden name") << "sub/..a"
-                                                      << "sub/..a";
-        QTest::newRow("case of both kinds") << "Contents/MacOS/eDiToR"
-                                            << "Contents/MacOS/eDiToR";
-        QTest::newRow("version file at the top") << "index.txt"
-                                                 << "index.txt";
-        QTest::newRow("version file below") << "sub/index.txt"
-                                            << "sub/index.txt";
-        QTest::newRow("blanks around") << " sub / a "
-                                       << " sub / a ";
-        QTest::newRow("markup") << "<file>/<name>&\""
-                                << "<file>/<name>&\"";
-        QTest::newRow("semicolons and quotes") << "a;b/'c'"
-                                               << "a;b/'c'";
+        row("bare at the top", "a.txt", "a.txt");
+        row("two levels down", "sub/deeper/b.dat", "sub/deeper/b.dat");
+        row("ten levels down", "a/b/c/d/e/f/g/h/i/j/k", "a/b/c/d/e/f/g/h/i/j/k");
+        row("hidden file", ".hidden", ".hidden");
+        row("hidden file below", "sub/.hidden", "sub/.hidden");
+        row("hidden directory", ".git/config", ".git/config");
+        row("dots that are no hidden name", "sub/..a", "sub/..a");
+        row("case of both kinds", "Contents/MacOS/eDiToR", "Contents/MacOS/eDiToR");
+        row("version file at the top", "index.txt", "index.txt");
+        row("version file below", "sub/index.txt", "sub/index.txt");
+        row("blanks around", " sub / a ", " sub / a ");
+        row("markup", "<file>/<name>&\"", "<file>/<name>&\"");
+        row("semicolons and quotes", "a;b/'c'", "a;b/'c'");
     }
 
     void nameIsThePathFromTheTop() { nameIsMadeOfPath(); }
@@ -129,24 +122,15 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("path");
         QTest::addColumn<QString>("name");
-        QTest::newRow("inside a directory's name") << "a\\b/f"
-                                                   << "a/b/f";
-        QTest::newRow("at its begin") << "\\a/f"
-                                      << "/a/f";
-        QTest::newRow("at its end, where no separator is added") << "a\\/f"
-                                                                 << "a/f";
-        QTest::newRow("two at its end") << "a\\\\/f"
-                                        << "a//f";
-        QTest::newRow("all of it") << "\\/f"
-                                   << "/f";
-        QTest::newRow("on two levels") << "a\\b/c\\d/f"
-                                       << "a/b/c/d/f";
-        QTest::newRow("in a file's name at the top") << "b\\c"
-                                                     << "b\\c";
-        QTest::newRow("in a file's name below") << "sub/b\\c"
-                                                << "sub/b\\c";
-        QTest::newRow("in both") << "a\\b/c\\d"
-                                 << "a/b/c\\d";
+        row("inside a directory's name", "a\\b/f", "a/b/f");
+        row("at its begin", "\\a/f", "/a/f");
+        row("at its end, where no separator is added", "a\\/f", "a/f");
+        row("two at its end", "a\\\\/f", "a//f");
+        row("all of it", "\\/f", "/f");
+        row("on two levels", "a\\b/c\\d/f", "a/b/c/d/f");
+        row("in a file's name at the top", "b\\c", "b\\c");
+        row("in a file's name below", "sub/b\\c", "sub/b\\c");
+        row("in both", "a\\b/c\\d", "a/b/c\\d");
     }
 
     void backslashSeparatesInDirectoryNamesOnly() { nameIsMadeOfPath(); }
@@ -157,52 +141,29 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("path");
         QTest::addColumn<QString>("name");
-        QTest::newRow("one") << "%1/f"
-                             << "f/%2";
-        QTest::newRow("one, amid letters") << "d%1x/f"
-                                           << "dfx/%2";
-        QTest::newRow("one, twice") << "%1%1/f"
-                                    << "ff/%2";
-        QTest::newRow("one, on two levels") << "%1/%1/f"
-                                            << "f/f/%2";
-        QTest::newRow("one, above") << "a/%1/b/f"
-                                    << "a/f/b/%2";
-        QTest::newRow("one, in the digits of two") << "%01/f"
-                                                   << "f/%2";
-        QTest::newRow("zero") << "%0/f"
-                              << "f/%2";
-        QTest::newRow("two") << "%2/f"
-                             << "f/f";
-        QTest::newRow("two, twice") << "%2-%2/f"
-                                    << "f-f/f";
-        QTest::newRow("three") << "%3/f"
-                               << "%3/f";
-        QTest::newRow("nine") << "%9/f"
-                              << "%9/f";
-        QTest::newRow("ten") << "%10/f"
-                             << "%10/f";
-        QTest::newRow("ten and a digit") << "%100/f"
-                                         << "%100/f";
-        QTest::newRow("one and three") << "%3%1/f"
-                                       << "%3f/%2";
-        QTest::newRow("two and three") << "%3%2/f"
-                                       << "%3f/f";
-        QTest::newRow("one and two on two levels") << "%1/%2/f"
-                                                   << "f/%2/%2";
-        QTest::newRow("two and one on two levels") << "%2/%1/f"
-                                                   << "%2/f/%2";
-        QTest::newRow("one for locales") << "%L1/f"
-                                         << "f/%2";
-        QTest::newRow("two for locales") << "%L2/f"
-                                         << "f/f";
-        QTest::newRow("one behind a percent sign") << "%%1/f"
-                                                   << "%f/%2";
-        QTest::newRow("percent sign alone") << "%/f"
-                                            << "%/f";
-        QTest::newRow("percent sign before a letter") << "%a%L/f"
-                                                      << "%a%L/f";
-        QTest::newRow("percent sign before a file name of digits") << "%/1"
-                                                                   << "%/1";
+        row("one", "%1/f", "f/%2");
+        row("one, amid letters", "d%1x/f", "dfx/%2");
+        row("one, twice", "%1%1/f", "ff/%2");
+        row("one, on two levels", "%1/%1/f", "f/f/%2");
+        row("one, above", "a/%1/b/f", "a/f/b/%2");
+        row("one, in the digits of two", "%01/f", "f/%2");
+        row("zero", "%0/f", "f/%2");
+        row("two", "%2/f", "f/f");
+        row("two, twice", "%2-%2/f", "f-f/f");
+        row("three", "%3/f", "%3/f");
+        row("nine", "%9/f", "%9/f");
+        row("ten", "%10/f", "%10/f");
+        row("ten and a digit", "%100/f", "%100/f");
+        row("one and three", "%3%1/f", "%3f/%2");
+        row("two and three", "%3%2/f", "%3f/f");
+        row("one and two on two levels", "%1/%2/f", "f/%2/%2");
+        row("two and one on two levels", "%2/%1/f", "%2/f/%2");
+        row("one for locales", "%L1/f", "f/%2");
+        row("two for locales", "%L2/f", "f/f");
+        row("one behind a percent sign", "%%1/f", "%f/%2");
+        row("percent sign alone", "%/f", "%/f");
+        row("percent sign before a letter", "%a%L/f", "%a%L/f");
+        row("percent sign before a file name of digits", "%/1", "%/1");
     }
 
     void placeMarkerInDirectoryNameTakesPart() { nameIsMadeOfPath(); }
@@ -211,26 +172,16 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("path");
         QTest::addColumn<QString>("name");
-        QTest::newRow("one") << "%1"
-                             << "%1";
-        QTest::newRow("two") << "%2"
-                             << "%2";
-        QTest::newRow("both") << "%2%1"
-                              << "%2%1";
-        QTest::newRow("nine") << "%9"
-                              << "%9";
-        QTest::newRow("for locales") << "%L1"
-                                     << "%L1";
-        QTest::newRow("one, below") << "sub/%1"
-                                    << "sub/%1";
-        QTest::newRow("two, below") << "sub/%2"
-                                    << "sub/%2";
-        QTest::newRow("one in a directory with one") << "%1/%1"
-                                                     << "%1/%2";
-        QTest::newRow("two in a directory with one") << "%1/%2"
-                                                     << "%2/%2";
-        QTest::newRow("one in a directory with two") << "%2/%1"
-                                                     << "%1/%1";
+        row("one", "%1", "%1");
+        row("two", "%2", "%2");
+        row("both", "%2%1", "%2%1");
+        row("nine", "%9", "%9");
+        row("for locales", "%L1", "%L1");
+        row("one, below", "sub/%1", "sub/%1");
+        row("two, below", "sub/%2", "sub/%2");
+        row("one in a directory with one", "%1/%1", "%1/%2");
+        row("two in a directory with one", "%1/%2", "%2/%2");
+        row("one in a directory with two", "%2/%1", "%1/%1");
     }
 
     void placeMarkerInFileNameIsKept() { nameIsMadeOfPath(); }
@@ -239,29 +190,18 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("prefix");
         QTest::addColumn<QString>("before");
-        QTest::newRow("null") << QString() << "";
-        QTest::newRow("empty") << ""
-                               << "";
-        QTest::newRow("without separator") << "pre"
-                                           << "pre/";
-        QTest::newRow("slash at the end") << "pre/"
-                                          << "pre/";
-        QTest::newRow("two slashes at the end") << "pre//"
-                                                << "pre//";
-        QTest::newRow("backslash at the end") << "pre\\"
-                                              << "pre/";
-        QTest::newRow("backslash inside") << "a\\b"
-                                          << "a/b/";
-        QTest::newRow("backslashes and slashes") << "\\a/b\\\\c/"
-                                                 << "/a/b//c/";
-        QTest::newRow("slash alone") << "/"
-                                     << "/";
-        QTest::newRow("backslash alone") << "\\"
-                                         << "/";
-        QTest::newRow("blank") << " "
-                               << " /";
-        QTest::newRow("case of both kinds") << "Pre"
-                                            << "Pre/";
+        row("null", QString(), "");
+        row("empty", "", "");
+        row("without separator", "pre", "pre/");
+        row("slash at the end", "pre/", "pre/");
+        row("two slashes at the end", "pre//", "pre//");
+        row("backslash at the end", "pre\\", "pre/");
+        row("backslash inside", "a\\b", "a/b/");
+        row("backslashes and slashes", "\\a/b\\\\c/", "/a/b//c/");
+        row("slash alone", "/", "/");
+        row("backslash alone", "\\", "/");
+        row("blank", " ", " /");
+        row("case of both kinds", "Pre", "Pre/");
     }
 
     void prefixStandsBeforeEveryName()
