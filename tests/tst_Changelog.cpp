@@ -198,7 +198,7 @@ private Q_SLOTS:
         row("number", "2.1", "velmora_cl_2.1.dat");
         row("blanks around", " 2.1 ", "velmora_cl_2.1.dat");
         row("white space around", "\t2.1\r\n", "velmora_cl_2.1.dat");
-        row("blank inside", "2.1 beta", "velmora_cl_2.1 beta.dat");
+        row("blanks inside", "2.1  beta", "velmora_cl_2.1  beta.dat");
         row("case of both kinds", "2.1-Beta", "velmora_cl_2.1-Beta.dat");
         row("place markers", "%1%2", "velmora_cl_%1%2.dat");
         row("backslash", "2\\1", "velmora_cl_2\\1.dat");

@@ -473,6 +473,7 @@ private Q_SLOTS:
         QTest::addColumn<QString>("dir");
         QTest::newRow("missing") << "missing";
         QTest::newRow("missing, with a separator") << "missing/";
+        QTest::newRow("missing, so that a file could be made beside it") << "missing\\";
         QTest::newRow("file") << "file";
         QTest::newRow("broken link") << "broken";
         QTest::newRow("blank behind the name") << "tree ";

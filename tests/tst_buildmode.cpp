@@ -264,14 +264,15 @@ private Q_SLOTS:
         QTest::addColumn<QString>("name");
         QTest::addColumn<QString>("dir");
         QTest::addColumn<QString>("version");
-        QTest::newRow("blank name") << QString(" ") << QString("tree") << QString("2.1");
-        QTest::newRow("blank version") << QString("Editor") << QString("tree") << QString(" \t");
-        QTest::newRow("both blank") << QString(" ") << QString("tree") << QString(" ");
-        QTest::newRow("empty name") << QString("") << QString("tree") << QString("2.1");
-        QTest::newRow("empty version") << QString("Editor") << QString("tree") << QString("");
-        QTest::newRow("empty directory") << QString("Editor") << QString("") << QString("2.1");
-        QTest::newRow("missing directory") << QString("Editor") << QString("no") << QString("2.1");
-        QTest::newRow("file") << QString("Editor") << QString("tree/a") << QString("2.1");
+        row("blank name", " ", "tree", "2.1");
+        row("blank version", "Editor", "tree", " \t");
+        row("both blank", " ", "tree", " ");
+        row("empty name", "", "tree", "2.1");
+        row("empty version", "Editor", "tree", "");
+        row("empty directory", "Editor", "", "2.1");
+        row("missing directory", "Editor", "missing", "2.1");
+        row("missing directory, a file could be made beside it", "Editor", "missing\\", "2.1");
+        row("file", "Editor", "tree/a", "2.1");
     }
 
     void blankOrMissingOptionFailsAndTheOldVersionFileStays()
@@ -413,10 +414,16 @@ private Q_SLOTS:
     }
 
 private:
-    /// Adds a row of two texts.
+    /// Adds a row of two texts, or of three.
     static void row(const char* tag, const QString& first, const QString& second)
     {
         QTest::newRow(tag) << first << second;
+    }
+
+    static void row(const char* tag, const QString& first, const QString& second,
+                    const QString& third)
+    {
+        QTest::newRow(tag) << first << second << third;
     }
 };
 
