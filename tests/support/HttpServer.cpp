@@ -173,7 +173,7 @@ HttpReply HttpServer::replyTo(const QString& path)
 {
     const auto replies = m_replies.find(path);
     if (replies == m_replies.end())
-        return HttpReply::error(404, "no such file");
+        return m_otherReply;
     return replies->size() > 1 ? replies->takeFirst() : replies->first();
 }
 

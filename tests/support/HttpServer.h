@@ -55,12 +55,16 @@ public:
     /// Returns the URL of @p path, which begins with "/".
     QString url(const QString& path) const;
 
-    /// Answers every request for @p path with @p reply. Paths never named are answered with 404.
+    /// Answers every request for @p path with @p reply. Paths never named are answered with 404,
+    /// unless serveAllElse() says otherwise.
     void serve(const QString& path, const HttpReply& reply);
 
     /// Answers the first request for @p path with the first of @p replies, and so on; the last one
     /// serves for all that follow.
     void serveInTurn(const QString& path, const QList<HttpReply>& replies);
+
+    /// Answers every request for a path never named with @p reply.
+    void serveAllElse(const HttpReply& reply) { m_otherReply = reply; }
 
     /// Sends the replies that are held back. Those of later requests are not held any more.
     void release();
@@ -87,6 +91,7 @@ private:
 
     QTcpServer m_server;
     QHash<QString, QList<HttpReply>> m_replies;
+    HttpReply m_otherReply = HttpReply::error(404, "no such file");
     QHash<QTcpSocket*, QByteArray> m_received;
     QList<QPair<QTcpSocket*, HttpReply>> m_held;
     QStringList m_requests;

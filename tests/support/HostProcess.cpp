@@ -1,0 +1,90 @@
+#include "tests/support/HostProcess.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QSharedMemory>
+#include <QSystemSemaphore>
+
+namespace {
+
+/// How long the host may take for an answer, in milliseconds.
+constexpr int patience = 15000;
+
+} // namespace
+
+HostProcess::HostProcess(int size)
+{
+    // The system numbers segments by a digest of a file: now and then two keys share a number.
+    constexpr int mostTries = 5;
+    for (int tries = 0; tries < mostTries; ++tries) {
+        m_key = unusedKey();
+        if (start(size))
+            return;
+    }
+    qFatal("test fixture: cannot start a host with a segment of %d bytes", size);
+}
+
+HostProcess::~HostProcess()
+{
+    if (m_process.state() == QProcess::NotRunning || quit())
+        return;
+    m_process.kill();
+    m_process.waitForFinished();
+    removeWhatIsLeft();
+}
+
+bool HostProcess::quit()
+{
+    m_process.write("quit\n");
+    m_process.closeWriteChannel();
+    return m_process.waitForFinished(patience) && m_process.exitStatus() == QProcess::NormalExit;
+}
+
+QString HostProcess::unusedKey()
+{
+    static int count = 0;
+    return QStringLiteral("updater-test-%1-%2")
+        .arg(QCoreApplication::applicationPid())
+        .arg(++count);
+}
+
+bool HostProcess::segmentExists(const QString& key)
+{
+    QSharedMemory segment(key);
+    return segment.attach(QSharedMemory::ReadOnly);
+}
+
+bool HostProcess::start(int size)
+{
+    m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    m_process.start(QStringLiteral(SHM_HOST_EXECUTABLE), {m_key, QString::number(size)});
+    if (readLine() == "ready")
+        return true;
+    m_process.waitForFinished();
+    return false;
+}
+
+QByteArray HostProcess::ask(const QByteArray& command)
+{
+    m_process.write(command + '\n');
+    return readLine();
+}
+
+QByteArray HostProcess::readLine()
+{
+    QElapsedTimer waited;
+    waited.start();
+    while (!m_process.canReadLine()) {
+        const int left = patience - static_cast<int>(waited.elapsed());
+        if (left <= 0 || !m_process.waitForReadyRead(left))
+            return QByteArray();
+    }
+    return m_process.readLine().trimmed();
+}
+
+void HostProcess::removeWhatIsLeft() const
+{
+    // A segment goes with its last user, a semaphore with the one who says that he made it.
+    const QSystemSemaphore semaphore(m_key, 1, QSystemSemaphore::Create);
+    segmentExists(m_key);
+}

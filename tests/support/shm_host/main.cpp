@@ -1,0 +1,92 @@
+// Plays the host application: makes a shared-memory segment, as the application does before it
+// starts the updater, and tells what is in it.
+//
+//   shm_host KEY SIZE
+//
+// Says "ready" or "failed" first. Then obeys the commands on standard input, each answered by one
+// line: "dump" by the bytes of the segment in hexadecimal, "lock" and "unlock" by "done", "waiting"
+// by the number of processes and threads that wait for the lock, "quit" by "done". The end of the
+// input ends the process, too, so that it never outlives the test.
+
+#include <QByteArray>
+#include <QCryptographicHash>
+#include <QDir>
+#include <QFile>
+#include <QSharedMemory>
+
+#include <cstring>
+#include <iostream>
+#include <string>
+
+#include <sys/ipc.h>
+#include <sys/sem.h>
+
+namespace {
+
+/// What a segment holds before anyone has written to it.
+constexpr int fillByte = 0xAA;
+
+/// Returns how many wait for the lock of the segment @p key; -1 when that cannot be told.
+///
+/// The toolkit has no function for it. It derives the semaphore from a file in the temporary
+/// directory, whose name ends with the digest of the key.
+int waitingForLock(const QString& key)
+{
+    const QString digest = QString::fromLatin1(
+        QCryptographicHash::hash(key.toUtf8(), QCryptographicHash::Sha1).toHex());
+    const QStringList keyFiles =
+        QDir::temp().entryList({QStringLiteral("qipc_systemsem_*") + digest}, QDir::Files);
+    if (keyFiles.isEmpty())
+        return -1;
+    const QByteArray path = QFile::encodeName(QDir::temp().filePath(keyFiles.first()));
+    const int semaphore = ::semget(::ftok(path.constData(), 'Q'), 1, 0);
+    return semaphore < 0 ? -1 : ::semctl(semaphore, 0, GETNCNT);
+}
+
+QByteArray contentsOf(const QSharedMemory& segment)
+{
+    return QByteArray(static_cast<const char*>(segment.constData()),
+                      static_cast<int>(segment.size()));
+}
+
+QByteArray answer(const std::string& command, QSharedMemory& segment)
+{
+    if (command == "dump")
+        return contentsOf(segment).toHex();
+    if (command == "waiting")
+        return QByteArray::number(waitingForLock(segment.key()));
+    bool done = command == "quit";
+    if (command == "lock")
+        done = segment.lock();
+    else if (command == "unlock")
+        done = segment.unlock();
+    return done ? "done" : "failed";
+}
+
+void say(const QByteArray& line)
+{
+    std::cout << line.constData() << std::endl;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc != 3)
+        return 2;
+    QSharedMemory segment(QString::fromUtf8(argv[1]));
+    if (!segment.create(QByteArray(argv[2]).toInt())) {
+        say("failed");
+        return 1;
+    }
+    std::memset(segment.data(), fillByte, static_cast<size_t>(segment.size()));
+    say("ready");
+
+    std::string command;
+    while (std::getline(std::cin, command)) {
+        say(answer(command, segment));
+        if (command == "quit")
+            break;
+    }
+    return 0;
+}
