@@ -212,7 +212,7 @@ private Q_SLOTS:
             differs ? expectedStart(scene, exe, needed.contains(exeName)) : QStringList();
         QTRY_COMPARE(scene.program.starts(), started);
         // A program that was started waits for leave, so that one too many would be seen.
-        QTRY_COMPARE(processes::mentioning(scene.dir.path()).size(), started.size());
+        QCOMPARE(processes::mentioning(scene.dir.path()).size(), started.size());
         scene.program.letEnd();
         QTRY_COMPARE(scene.program.ends().size(), started.size());
     }
