@@ -1,6 +1,7 @@
 // The whole road, with real parts only: a release described by the build mode and served by nginx,
 // the updater as a process, a program that is started again.
 
+#include "tests/support/HostProcess.h"
 #include "tests/support/Nginx.h"
 #include "tests/support/Processes.h"
 #include "tests/support/RelaunchedProgram.h"
@@ -8,6 +9,7 @@
 #include "tests/support/TestMain.h"
 #include "tests/support/UpdaterProcess.h"
 
+#include <algorithm>
 #include <memory>
 #include <sys/stat.h>
 
@@ -26,11 +28,12 @@ struct Scene
     }
 
     /// Publishes @p tree as @p version.
-    void publish(const Tree& tree, const QString& version)
+    void publish(const Tree& tree, const QString& version, const QStringList& options = {})
     {
         release::lay(tree, releaseDir);
         files::write(dir / "CHANGES.txt", "News of " + version.toUtf8());
-        release::describe(releaseDir, "Editor", version, {"--changelog", dir / "CHANGES.txt"});
+        release::describe(releaseDir, "Editor", version,
+                          options + QStringList{"--changelog", dir / "CHANGES.txt"});
     }
 
     /// Installs @p tree; a program in it can be run.
@@ -57,6 +60,23 @@ struct Scene
     }
 
     QString indexUrl(const Nginx& server) const { return server.url('/' + id + "/index.txt"); }
+
+    /// A host whose updater sees the same temporary directory, as it must.
+    std::unique_ptr<HostProcess> startHost() const
+    {
+        const ScopedTmpDir tmp(tmpDir);
+        return std::make_unique<HostProcess>(16);
+    }
+
+    /// What is in the temporary directory, besides the toolkit's key files of the host.
+    QStringList leftBehind() const
+    {
+        QStringList names = files::list(tmpDir);
+        names.erase(std::remove_if(names.begin(), names.end(),
+                                   [](const QString& name) { return name.startsWith("qipc_"); }),
+                    names.end());
+        return names;
+    }
 
     /// What this scene's updater has asked the server for.
     QStringList requests(const Nginx& server) const
@@ -154,8 +174,10 @@ private Q_SLOTS:
         QTest::addColumn<State>("state");
         QTest::addColumn<Exe>("exe");
 
+        QTest::addColumn<bool>("withHost");
+
         const QList<std::pair<const char*, bool>> versions{
-            {"1.0", true}, {"3.0", true}, {"2.0a", false}, {"2.0A", false}};
+            {"1.0", true}, {"3.0", true}, {"2.0A", false}};
         const QList<std::pair<const char*, State>> states{{"old files", State::Old},
                                                           {"complete files", State::Complete},
                                                           {"no files", State::Empty},
@@ -166,9 +188,12 @@ private Q_SLOTS:
                                                       {"-x a missing one", Exe::Missing}};
         for (const auto& [version, differs] : versions) {
             for (const auto& [stateName, state] : states) {
-                for (const auto& [exeText, exe] : exes)
+                for (const auto& [exeText, exe] : exes) {
                     QTest::addRow("%s, %s, %s", version, stateName, exeText)
-                        << version << differs << state << exe;
+                        << version << differs << state << exe << false;
+                    QTest::addRow("%s, %s, %s, -s", version, stateName, exeText)
+                        << version << differs << state << exe << true;
+                }
             }
         }
     }
@@ -179,6 +204,7 @@ private Q_SLOTS:
         QFETCH(bool, differs);
         QFETCH(State, state);
         QFETCH(Exe, exe);
+        QFETCH(bool, withHost);
         Scene scene(m_root->path());
         const Tree published = publishedTree(scene.program);
         const Tree installed = installedTree(state, scene.program);
@@ -186,7 +212,20 @@ private Q_SLOTS:
         scene.install(installed);
         scene.program.install(scene.dir / "other/Other", "Other");
 
-        QCOMPARE(scene.update(*m_nginx, installedVersion, exeOption(scene, exe)), 0);
+        QStringList options = exeOption(scene, exe);
+        std::unique_ptr<HostProcess> host;
+        if (withHost) {
+            host = scene.startHost();
+            options += QStringList{"-s", host->key()};
+        }
+
+        QCOMPARE(scene.update(*m_nginx, installedVersion, options), 0);
+
+        if (host)
+            QCOMPARE(host->dump(), QByteArray("2.0a\0"
+                                              "0\0",
+                                              7)
+                                       .leftJustified(16, '\0'));
 
         const QStringList needed = differs ? neededFiles(state) : QStringList();
         QCOMPARE(scene.requests(*m_nginx), QStringList{"index.txt"} + needed);
@@ -204,7 +243,7 @@ private Q_SLOTS:
         QStringList left{"keep", "velmora_cl_2.0a.dat"};
         if (differs && needed.isEmpty())
             left.append("wUpEditor2.0a/");
-        QCOMPARE(files::list(scene.tmpDir), left);
+        QCOMPARE(scene.leftBehind(), left);
         QCOMPARE(files::read(scene.tmpDir + "/velmora_cl_2.0a.dat"),
                  QByteArray("News of 2.0a").toBase64());
 
@@ -217,6 +256,63 @@ private Q_SLOTS:
         QTRY_COMPARE(scene.program.ends().size(), started.size());
     }
 
+    void checkReportsAndEnds_data()
+    {
+        QTest::addColumn<QString>("installedVersion");
+        QTest::addColumn<QStringList>("buildOptions");
+        QTest::addColumn<QByteArray>("report");
+        const QByteArray optional("2.0a\0"
+                                  "0\0",
+                                  7);
+        const QByteArray required("2.0a\0"
+                                  "1\0",
+                                  7);
+        QTest::newRow("older installed") << "1.0" << QStringList() << optional;
+        QTest::newRow("same installed") << "2.0a" << QStringList() << optional;
+        QTest::newRow("same in another case") << "2.0A" << QStringList() << optional;
+        QTest::newRow("newer installed") << "3.0" << QStringList() << optional;
+        QTest::newRow("required") << "1.0" << QStringList{"-r"} << required;
+    }
+
+    void checkReportsAndEnds()
+    {
+        QFETCH(QString, installedVersion);
+        QFETCH(QStringList, buildOptions);
+        QFETCH(QByteArray, report);
+        Scene scene(m_root->path());
+        scene.publish(publishedTree(scene.program), "2.0a", buildOptions);
+        const auto host = scene.startHost();
+
+        // With everything an update would need, too: the check ends all the same.
+        scene.program.install(scene.dir / "bin/Editor", "Editor");
+        QCOMPARE(scene.run({"-c", "-u", "-n", "Editor", "-v", installedVersion, "-l",
+                            scene.indexUrl(*m_nginx), "-s", host->key(), "-d", scene.installDir,
+                            "-x", scene.dir / "bin/Editor"}),
+                 0);
+
+        QCOMPARE(host->dump(), report.leftJustified(16, '\0'));
+        QCOMPARE(scene.requests(*m_nginx), QStringList{"index.txt"});
+        QCOMPARE(scene.leftBehind(), QStringList({"keep", "velmora_cl_2.0a.dat"}));
+        QCOMPARE(files::read(scene.tmpDir + "/velmora_cl_2.0a.dat"),
+                 QByteArray("News of 2.0a").toBase64());
+        QCOMPARE(files::list(scene.installDir), QStringList());
+        QCOMPARE(processes::mentioning(scene.dir / "bin"), QStringList());
+    }
+
+    void checkOfAMissingVersionFileReportsAnEmptyVersion()
+    {
+        Scene scene(m_root->path());
+        const auto host = scene.startHost();
+        QCOMPARE(scene.run({"-c", "-n", "Editor", "-v", "1.0", "-l", scene.indexUrl(*m_nginx), "-s",
+                            host->key()}),
+                 0);
+        QCOMPARE(host->dump(), QByteArray("\0"
+                                          "0\0",
+                                          3)
+                                   .leftJustified(16, '\0'));
+        QCOMPARE(scene.leftBehind(), QStringList{"keep"});
+    }
+
     void unreadableVersionFileStartsTheProgramAgain()
     {
         Scene scene(m_root->path());
@@ -224,7 +320,7 @@ private Q_SLOTS:
         QCOMPARE(scene.update(*m_nginx, "1.0", {"-x", scene.dir / "bin/Editor"}), 0);
         QCOMPARE(scene.requests(*m_nginx), QStringList{"index.txt"});
         QCOMPARE(files::list(scene.installDir), QStringList());
-        QCOMPARE(files::list(scene.tmpDir), QStringList({"keep", "wUp/"}));
+        QCOMPARE(scene.leftBehind(), QStringList({"keep", "wUp/"}));
         QTRY_COMPARE(scene.program.starts(), QStringList{"Editor|" + (scene.dir / "bin") + "|"});
     }
 
@@ -246,7 +342,8 @@ private Q_SLOTS:
         published[exeName] = scene.program.script("Editor 2.0");
         scene.publish(published, "2.0");
         files::setMode(scene.releaseDir + '/' + exeName, 0755);
-        for (const QString& name : files::list(scene.releaseDir).filter(".icns", Qt::CaseInsensitive))
+        for (const QString& name :
+             files::list(scene.releaseDir).filter(".icns", Qt::CaseInsensitive))
             files::setMode(scene.releaseDir + '/' + name, 0755);
 
         int changed = 0;
@@ -267,7 +364,8 @@ private Q_SLOTS:
         }
         QVERIFY(published.size() >= 2000 && changed > 400 && missing > 200 && dropped.size() > 200);
         scene.install(installed);
-        for (const QString& name : files::list(scene.installDir).filter(".icns", Qt::CaseInsensitive))
+        for (const QString& name :
+             files::list(scene.installDir).filter(".icns", Qt::CaseInsensitive))
             files::setMode(scene.installDir + '/' + name, 0755);
         release::lay(dropped, scene.installDir);
 
@@ -282,7 +380,7 @@ private Q_SLOTS:
             QVERIFY2(files::mode(scene.installDir + '/' + name) ==
                          files::mode(scene.releaseDir + '/' + name),
                      qPrintable(name));
-        QCOMPARE(files::list(scene.tmpDir), QStringList({"keep", "velmora_cl_2.0.dat"}));
+        QCOMPARE(scene.leftBehind(), QStringList({"keep", "velmora_cl_2.0.dat"}));
     }
 
 private:
