@@ -1,0 +1,27 @@
+# Installs the build in BUILD_DIR below a directory of its own and looks at what is there.
+# Run by ctest: cmake -DBUILD_DIR=... -P install.cmake
+
+set(prefix ${BUILD_DIR}/tests/installed)
+file(REMOVE_RECURSE ${prefix})
+execute_process(
+  COMMAND ${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix}
+  OUTPUT_QUIET
+  RESULT_VARIABLE status)
+if(NOT status EQUAL 0)
+  message(FATAL_ERROR "cmake --install ended with ${status}")
+endif()
+
+file(GLOB_RECURSE installed RELATIVE ${prefix} ${prefix}/*)
+if(NOT installed STREQUAL "bin/updater;share/man/man1/updater.1")
+  message(FATAL_ERROR "Installed: ${installed}")
+endif()
+
+# The installed program runs: without a mode it ends with 1.
+execute_process(
+  COMMAND ${CMAKE_COMMAND} -E env QT_QPA_PLATFORM=offscreen ${prefix}/bin/updater
+  OUTPUT_QUIET ERROR_QUIET
+  RESULT_VARIABLE status)
+if(NOT status EQUAL 1)
+  message(FATAL_ERROR "bin/updater ended with ${status}")
+endif()
+file(REMOVE_RECURSE ${prefix})
