@@ -31,6 +31,125 @@ private Q_SLOTS:
         QCOMPARE(paths::endsWithSeparator(path), ends);
         QCOMPARE(paths::withSeparator(path), expected);
     }
+
+    void separatorsAtTheEndAreRemoved_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<QString>("expected");
+        const auto row = [](const char* name, const char* path, const char* expected) {
+            QTest::newRow(name) << path << expected;
+        };
+        row("name at the end", "/opt/app", "/opt/app");
+        row("slash at the end", "/opt/app/", "/opt/app");
+        row("backslash at the end", "C:\\app\\", "C:\\app");
+        row("several of both kinds", "/opt\\/\\//", "/opt");
+        row("separators inside stay", "/a//b\\c", "/a//b\\c");
+        row("blank behind the slash", "/opt/ ", "/opt/ ");
+        row("root", "/", "");
+        row("only separators", "\\/\\", "");
+        row("empty", "", "");
+    }
+
+    void separatorsAtTheEndAreRemoved()
+    {
+        QFETCH(QString, path);
+        QFETCH(QString, expected);
+        QCOMPARE(paths::withoutSeparator(path), expected);
+    }
+
+    void directoryEndsAtTheLaterSeparator_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<int>("separator");
+        QTest::addColumn<QString>("directory");
+        const auto row = [](const char* name, const char* path, int separator,
+                            const char* directory) {
+            QTest::newRow(name) << path << separator << QString(directory);
+        };
+        row("slashes", "/opt/app/run", 8, "/opt/app");
+        row("backslashes", "C:\\app\\run", 6, "C:\\app");
+        row("slash behind a backslash", "a\\b/c", 3, "a\\b");
+        row("backslash behind a slash", "a/b\\c", 3, "a/b");
+        row("separator at the end", "a/b/", 3, "a/b");
+        row("two separators together", "a//b", 2, "a/");
+        row("name at the root", "/run", 0, "");
+        row("backslash alone", "\\", 0, "");
+    }
+
+    void directoryEndsAtTheLaterSeparator()
+    {
+        QFETCH(QString, path);
+        QFETCH(int, separator);
+        QFETCH(QString, directory);
+        QCOMPARE(paths::lastSeparator(path), separator);
+        QVERIFY(paths::directoryPart(path).has_value());
+        QCOMPARE(*paths::directoryPart(path), directory);
+    }
+
+    void bareNameHasNoDirectory_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::newRow("name") << "run";
+        QTest::newRow("empty") << "";
+    }
+
+    void bareNameHasNoDirectory()
+    {
+        QFETCH(QString, path);
+        QCOMPARE(paths::lastSeparator(path), -1);
+        QVERIFY(!paths::directoryPart(path));
+    }
+
+    void directoryIsInsideItselfAndWhatLiesAbove_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<QString>("top");
+        QTest::addColumn<bool>("inside");
+        const auto row = [](const char* name, const char* path, const char* top, bool inside) {
+            QTest::newRow(name) << path << top << inside;
+        };
+        row("below, slash at the top", "/tmp/EditorUpdate.app/Contents/MacOS", "/tmp/", true);
+        row("below", "/tmp/EditorUpdate.app/Contents/MacOS", "/tmp", true);
+        row("below another top", "/tmp/EditorUpdate.app/Contents/MacOS", "/tmp2", false);
+        row("directly below", "/tmp/a", "/tmp", true);
+        row("sibling that begins with the same letters", "/tmpfiles/app", "/tmp", false);
+        row("sibling one letter longer", "/tmp2", "/tmp", false);
+        row("sibling, slash at the top", "/tmpfiles", "/tmp/", false);
+        row("equal", "/tmp", "/tmp", true);
+        row("equal, slash at the path", "/tmp/", "/tmp", true);
+        row("equal, slash at the top", "/tmp", "/tmp/", true);
+        row("equal, several separators at both", "/tmp//", "/tmp\\/\\", true);
+        row("above", "/tmp", "/tmp/a", false);
+        row("above, deep down", "/a/b", "/a/b/c", false);
+        row("elsewhere, same length", "/opt", "/tmp", false);
+        row("elsewhere, longer", "/opt/app", "/tmp", false);
+        row("top in the middle of the path", "/opt/tmp/a", "/tmp", false);
+        row("path in another case", "/TMP/x", "/tmp", true);
+        row("top in another case", "/tmp/x", "/TMP", true);
+        row("equal but for the case", "/Tmp", "/tMP", true);
+        row("sibling in another case", "/TMPfiles", "/tmp", false);
+        row("root holds nothing", "/tmp/a", "/", false);
+        row("root does not hold itself", "/", "/", false);
+        row("several slashes are the root", "/tmp/a", "///", false);
+        row("backslash as root", "\\tmp", "\\", false);
+        row("backslashes and another case", "C:/temp/sub", "C:\\Temp", true);
+        row("backslashes on the other side", "C:\\temp\\sub", "C:/Temp", true);
+        row("backslashes on both sides", "C:\\Temp\\sub", "C:\\Temp\\", true);
+        row("backslash behind the top", "/tmp\\sub", "/tmp", true);
+        row("sibling among backslashes", "C:\\Temporary", "C:\\Temp", false);
+        row("no top", "/tmp", "", false);
+        row("no path", "", "/tmp", false);
+        row("path at the root", "/", "/tmp", false);
+        row("neither", "", "", false);
+    }
+
+    void directoryIsInsideItselfAndWhatLiesAbove()
+    {
+        QFETCH(QString, path);
+        QFETCH(QString, top);
+        QFETCH(bool, inside);
+        QCOMPARE(paths::isInside(path, top), inside);
+    }
 };
 
 UPDATER_TEST_MAIN(TestPaths)

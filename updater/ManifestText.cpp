@@ -248,10 +248,11 @@ bool Updater::programDataToXml(const ProgramData& data, QString& text)
 
 bool Updater::xmlToProgramData(const QString& rootTag, const QString& xml, ProgramData& data)
 {
-    const std::optional<Element> root = findElement(xml, Marks(rootTag));
+    const QString text = xml; // What is read may lie in the record that is filled.
+    const std::optional<Element> root = findElement(text, Marks(rootTag));
     if (!root)
         return false;
-    Remainder body(valueOf(xml, *root).trimmed());
+    Remainder body(valueOf(text, *root).trimmed());
     if (body.text().isEmpty())
         return false;
 

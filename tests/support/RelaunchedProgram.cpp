@@ -11,7 +11,7 @@ QByteArray RelaunchedProgram::script(const QByteArray& name) const
 {
     // Gives up after a minute, should the test have died.
     return QByteArray("#!/bin/sh\n"
-                      "echo \"@name|$(pwd)|$*\" >>'@dir/starts'\n"
+                      "printf '%s\\n' \"@name|$(pwd)|$*\" >>'@dir/starts'\n"
                       "tries=0\n"
                       "while [ ! -e '@dir/leave' ] && [ -d '@dir' ] && [ $tries -lt 1200 ]; do\n"
                       "  sleep 0.05\n"

@@ -9,7 +9,8 @@
 #include <optional>
 
 /// Makes the permission bits of files count for the calling thread until the end of the scope: root
-/// gives up its override (Linux). Nothing changes for an ordinary user.
+/// gives up its override (Linux). Nothing changes for an ordinary user. What only asks for the
+/// permission, as QFileInfo::isReadable() does, still hears root's answer.
 class EnforcedPermissions
 {
 public:

@@ -1,0 +1,135 @@
+// The manifest reader against the literal one, on the texts that libFuzzer thinks of.
+//
+// An ASCII byte of the input is that character; every other byte is a piece of a manifest, so that
+// few mutations lead from one record to another.
+
+#include "updater/Updater.h"
+
+#include "tests/support/LiteralReader.h"
+#include "tests/support/Records.h"
+
+#include <QCoreApplication>
+
+#include <array>
+#include <cstdint>
+#include <cstdlib>
+
+namespace {
+
+const std::array<QString, 48> pieces{
+    "<Editor>",
+    "</Editor>",
+    "<version>",
+    "</version>",
+    "<required>",
+    "</required>",
+    "<changelog>",
+    "</changelog>",
+    "<file>",
+    "</file>",
+    "<name>",
+    "</name>",
+    "<sha1>",
+    "</sha1>",
+    "<size>",
+    "</size>",
+    "<Editor><version>2.1</version>",
+    "<file><name>a</name><sha1>5a</sha1><size>1</size></file>",
+    "<name>b</name><sha1>5b</sha1><size>2</size>",
+    "<name>c</name>",
+    "<sha1>5c</sha1>",
+    "<size>3</size>",
+    "<required>true</required>",
+    "<changelog>Y2w=</changelog>",
+    "<fi",
+    "le>",
+    "</fi",
+    "</",
+    "<na",
+    "me>",
+    "<sh",
+    "a1>",
+    "<si",
+    "ze>",
+    "<FILE>",
+    "</File>",
+    "\n\t",
+    "\n\t\t",
+    "\u00a0",
+    "\u2003",
+    "\u0085",
+    "\u200b",
+    "\u017f",
+    "\u212a",
+    "18446744073709551615",
+    "18446744073709551616",
+    "%1",
+    QString(QChar(0xd801)),
+};
+
+QString textFrom(const std::uint8_t* bytes, std::size_t size)
+{
+    QString text;
+    for (std::size_t i = 0; i < size; ++i) {
+        if (bytes[i] < 0x80)
+            text += QChar(bytes[i]);
+        else
+            text += pieces[(bytes[i] - 0x80U) % pieces.size()];
+    }
+    return text;
+}
+
+Updater& updater()
+{
+    static int argc = 1;
+    static char name[] = "fuzz_manifest_reader";
+    static char* argv[] = {name, nullptr};
+    static const QCoreApplication app(argc, argv);
+    static Updater instance{"", "", "", "", "", ""};
+    return instance;
+}
+
+[[noreturn]] void disagree(const char* what, const QString& text)
+{
+    qCritical("%s\ntext \"%s\"", what, qPrintable(records::escaped(text)));
+    std::abort();
+}
+
+void compareReaders(const QString& text, const ProgramData& start)
+{
+    ProgramData expected = start;
+    ProgramData actual = start;
+    const bool expectedResult = literal::xmlToProgramData("Editor", text, expected);
+    const bool result = updater().xmlToProgramData("Editor", text, actual);
+    if (result == expectedResult && records::same(actual, expected))
+        return;
+    qCritical("literal reader: %d\n%s\nthis reader: %d\n%s", expectedResult,
+              qPrintable(records::described(expected)), result,
+              qPrintable(records::described(actual)));
+    disagree("the readers disagree", text);
+}
+
+void compareExtractors(const QString& text, bool remove)
+{
+    QString expectedSource = text;
+    QString source = text;
+    bool expectedFound = false;
+    bool found = true;
+    const QString expected = literal::tagValue("file", expectedSource, remove, &expectedFound);
+    const QString value = updater().tagValue("file", source, remove, &found);
+    if (value != expected || value.isNull() != expected.isNull() || source != expectedSource ||
+        found != expectedFound)
+        disagree("the extractors disagree", text);
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size)
+{
+    const QString text = textFrom(bytes, size);
+    compareReaders(text, {"Old", "1.0", true, "b2xk", {{"old.txt", "0d", 1}}});
+    compareReaders("<Editor><version>2.1</version>" + text + "</Editor>", {});
+    compareExtractors(text, false);
+    compareExtractors(text, true);
+    return 0;
+}

@@ -1,0 +1,109 @@
+// Watches for message boxes in the test's own process, writes down what they say and answers them.
+#ifndef TESTS_SUPPORT_MESSAGEBOXES_H
+#define TESTS_SUPPORT_MESSAGEBOXES_H
+
+#include <QApplication>
+#include <QEvent>
+#include <QList>
+#include <QMessageBox>
+#include <QPushButton>
+
+#include <functional>
+
+/// What a message box looked like while it was shown.
+struct ShownBox
+{
+    QMessageBox::Icon icon = QMessageBox::NoIcon;
+    QString title;
+    QString text;
+    QString informativeText;
+    QMessageBox::StandardButtons standardButtons;
+    int buttons = 0; ///< How many there are, standard ones or not.
+    bool hasParent = false;
+    bool modal = false;
+    QMessageBox::StandardButton defaultButton = QMessageBox::NoButton;
+
+    bool operator==(const ShownBox& other) const
+    {
+        return icon == other.icon && title == other.title && text == other.text &&
+               informativeText == other.informativeText &&
+               standardButtons == other.standardButtons && buttons == other.buttons &&
+               hasParent == other.hasParent && modal == other.modal &&
+               defaultButton == other.defaultButton;
+    }
+
+    /// Kind, title and text in one line of text, such as "warning|Error|It went wrong."
+    QString summary() const
+    {
+        const QString kind = icon == QMessageBox::Warning    ? QStringLiteral("warning")
+                             : icon == QMessageBox::Critical ? QStringLiteral("critical")
+                                                             : QString::number(icon);
+        return kind + QLatin1Char('|') + title + QLatin1Char('|') + text;
+    }
+};
+
+/// Answers every message box that appears until the end of the scope by a click on Ok.
+class MessageBoxes : public QObject
+{
+public:
+    MessageBoxes() { qApp->installEventFilter(this); }
+    ~MessageBoxes() override { qApp->removeEventFilter(this); }
+
+    /// Has @p look called while a box is shown, before it is answered.
+    void whenShown(const std::function<void()>& look) { m_look = look; }
+
+    /// The boxes so far.
+    const QList<ShownBox>& all() const { return m_boxes; }
+
+    /// The summaries of the boxes so far.
+    QStringList summaries() const
+    {
+        QStringList lines;
+        for (const ShownBox& box : m_boxes)
+            lines.append(box.summary());
+        return lines;
+    }
+
+protected:
+    bool eventFilter(QObject* object, QEvent* event) override
+    {
+        auto* box = qobject_cast<QMessageBox*>(object);
+        // Queued, so that the box runs its own event loop by then.
+        if (box && event->type() == QEvent::Show)
+            QMetaObject::invokeMethod(
+                box, [this, box] { answer(box); }, Qt::QueuedConnection);
+        return false;
+    }
+
+private:
+    void answer(QMessageBox* box)
+    {
+        m_boxes.append(looksOf(*box));
+        if (m_look)
+            m_look();
+        if (QAbstractButton* ok = box->button(QMessageBox::Ok))
+            ok->click();
+        else
+            box->done(0);
+    }
+
+    static ShownBox looksOf(const QMessageBox& box)
+    {
+        ShownBox shown;
+        shown.icon = box.icon();
+        shown.title = box.windowTitle();
+        shown.text = box.text();
+        shown.informativeText = box.informativeText();
+        shown.standardButtons = box.standardButtons();
+        shown.buttons = static_cast<int>(box.buttons().size());
+        shown.hasParent = box.parent() != nullptr;
+        shown.modal = QApplication::activeModalWidget() == &box;
+        shown.defaultButton = box.standardButton(box.defaultButton());
+        return shown;
+    }
+
+    QList<ShownBox> m_boxes;
+    std::function<void()> m_look;
+};
+
+#endif // TESTS_SUPPORT_MESSAGEBOXES_H

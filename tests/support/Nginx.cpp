@@ -1,0 +1,129 @@
+#include "tests/support/Nginx.h"
+
+#include <QDir>
+#include <QStandardPaths>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QTest>
+
+namespace {
+
+/// What requests() asks for to be sure that everything before it is in the log.
+const char* const syncPath = "/sync-of-the-log";
+
+/// Debian keeps nginx where an ordinary user's PATH does not lead.
+QString executable()
+{
+    const QString inPath = QStandardPaths::findExecutable("nginx");
+    return inPath.isEmpty() ? QStandardPaths::findExecutable("nginx", {"/usr/sbin", "/sbin"})
+                            : inPath;
+}
+
+quint16 freePort()
+{
+    QTcpServer server;
+    server.listen(QHostAddress::LocalHost);
+    return server.serverPort();
+}
+
+QByteArray configuration(const QString& dir, const QString& root, quint16 port)
+{
+    // One process, without a master: it runs as the user of the test, who may read the files.
+    return QByteArray("daemon off;\n"
+                      "master_process off;\n"
+                      "pid @dir/pid;\n"
+                      "error_log @dir/error.log;\n"
+                      "events {}\n"
+                      "http {\n"
+                      "  log_format path '$request_uri';\n"
+                      "  access_log @dir/access.log path;\n"
+                      "  client_body_temp_path @dir/body;\n"
+                      "  proxy_temp_path @dir/proxy;\n"
+                      "  fastcgi_temp_path @dir/fastcgi;\n"
+                      "  uwsgi_temp_path @dir/uwsgi;\n"
+                      "  scgi_temp_path @dir/scgi;\n"
+                      "  default_type application/octet-stream;\n"
+                      "  server {\n"
+                      "    listen 127.0.0.1:@port;\n"
+                      "    root @root;\n"
+                      "  }\n"
+                      "}\n")
+        .replace("@dir", QFile::encodeName(dir))
+        .replace("@root", QFile::encodeName(root))
+        .replace("@port", QByteArray::number(port));
+}
+
+} // namespace
+
+bool Nginx::isInstalled()
+{
+    return !executable().isEmpty();
+}
+
+Nginx::Nginx(const QString& root)
+{
+    // Another process may take the port between our look and nginx's start.
+    for (int attempt = 0; attempt < 5; ++attempt) {
+        if (start(root))
+            return;
+    }
+    qFatal("test fixture: cannot start nginx: %s", m_process.readAll().constData());
+}
+
+Nginx::~Nginx()
+{
+    stop();
+}
+
+QString Nginx::url(const QString& path) const
+{
+    return QStringLiteral("http://127.0.0.1:%1%2").arg(m_port).arg(path);
+}
+
+QStringList Nginx::requests() const
+{
+    // A request is logged after its reply was sent; those of one process are logged in order.
+    const QString log = m_dir / "access.log";
+    const int syncs = static_cast<int>(files::read(log).count(syncPath)) + 1;
+    get(syncPath);
+    if (!QTest::qWaitFor([&] { return files::read(log).count(syncPath) == syncs; }, 10000))
+        qFatal("test fixture: nginx does not log its requests");
+    QStringList paths = QString::fromUtf8(files::read(log)).split('\n', Qt::SkipEmptyParts);
+    paths.removeAll(syncPath);
+    return paths;
+}
+
+bool Nginx::start(const QString& root)
+{
+    m_port = freePort();
+    files::write(m_dir / "nginx.conf", configuration(m_dir.path(), root, m_port));
+    m_process.setProcessChannelMode(QProcess::MergedChannels);
+    m_process.start(executable(), {"-e", m_dir / "error.log", "-c", m_dir / "nginx.conf"});
+    m_process.waitForStarted();
+    const auto answersOrEnded = [this] {
+        return m_process.state() == QProcess::NotRunning || get(syncPath);
+    };
+    if (QTest::qWaitFor(answersOrEnded, 30000) && m_process.state() == QProcess::Running)
+        return true;
+    stop();
+    return false;
+}
+
+void Nginx::stop()
+{
+    m_process.terminate();
+    if (!m_process.waitForFinished(10000)) {
+        m_process.kill();
+        m_process.waitForFinished();
+    }
+}
+
+bool Nginx::get(const QString& path) const
+{
+    QTcpSocket socket;
+    socket.connectToHost("127.0.0.1", m_port);
+    if (!socket.waitForConnected(1000))
+        return false;
+    socket.write("GET " + path.toUtf8() + " HTTP/1.0\r\n\r\n");
+    return socket.waitForReadyRead(5000);
+}

@@ -1,0 +1,38 @@
+// A real web server for a release: nginx, started by the test with a configuration of its own.
+#ifndef TESTS_SUPPORT_NGINX_H
+#define TESTS_SUPPORT_NGINX_H
+
+#include "tests/support/Files.h"
+
+#include <QProcess>
+
+/// Serves the files below one directory on 127.0.0.1, on a free port, until the end of the scope.
+/// Everything nginx writes lies in a temporary directory.
+class Nginx
+{
+public:
+    /// True when nginx is installed.
+    static bool isInstalled();
+
+    /// Serves the directory @p root. The test program ends when nginx cannot be started.
+    explicit Nginx(const QString& root);
+    ~Nginx();
+    Q_DISABLE_COPY(Nginx)
+
+    /// Returns the URL of @p path, which begins with "/".
+    QString url(const QString& path) const;
+
+    /// Returns the paths asked for so far, in order, as the client wrote them.
+    QStringList requests() const;
+
+private:
+    bool start(const QString& root);
+    void stop();
+    bool get(const QString& path) const;
+
+    TestDir m_dir;
+    quint16 m_port = 0;
+    QProcess m_process;
+};
+
+#endif // TESTS_SUPPORT_NGINX_H

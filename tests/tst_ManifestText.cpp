@@ -1,0 +1,1110 @@
+// The text form of a manifest: writer, extractor of one element, reader.
+//
+// Whatever is read here is read by the literal reader, too, so that the rows check both.
+
+#include "updater/Updater.h"
+
+#include "tests/support/LiteralReader.h"
+#include "tests/support/Records.h"
+#include "tests/support/TestMain.h"
+
+Q_DECLARE_METATYPE(ProgramData)
+
+namespace {
+
+const QString tree = "f572d396fae9206628714fb2ce00f72e94f2258f";
+const QString none = "da39a3ee5e6b4b0d3255bfef95601890afd80709";
+constexpr quint64 largestSize = 18446744073709551615U;
+
+/// A record whose values all differ from a fresh one's.
+ProgramData oldRecord()
+{
+    return {"Old", "1.0", true, "b2xk", {{"old.txt", "0d", 1}}};
+}
+
+/// The record of the worked example.
+ProgramData editorRecord()
+{
+    const QByteArray changelog = "Version 2.1\n- Faster start-up\n- Fixed printing\n";
+    return {
+        "Editor",
+        "2.1",
+        false,
+        QString::fromLatin1(changelog.toBase64()),
+        {{"Contents/Resources/readme.txt", tree, 6}, {"Contents/Resources/empty.dat", none, 0}}};
+}
+
+const QString editorText = "<Editor>\n"
+                           "\t<version>2.1</version>\n"
+                           "\t<required>false</required>\n"
+                           "\t<changelog>VmVyc2lvbiAyLjEKLSBGYXN0ZXIgc3RhcnQtdXAKLSBGaXhlZCBwcmlu"
+                           "dGluZwo=</changelog>\n"
+                           "\t<file>\n"
+                           "\t\t<name>Contents/Resources/readme.txt</name>\n"
+                           "\t\t<sha1>f572d396fae9206628714fb2ce00f72e94f2258f</sha1>\n"
+                           "\t\t<size>6</size>\n"
+                           "\t</file>\n"
+                           "\t<file>\n"
+                           "\t\t<name>Contents/Resources/empty.dat</name>\n"
+                           "\t\t<sha1>da39a3ee5e6b4b0d3255bfef95601890afd80709</sha1>\n"
+                           "\t\t<size>0</size>\n"
+                           "\t</file>\n"
+                           "</Editor>\n";
+
+/// The three elements of a file block.
+QString fields(const QString& name, const QString& sha1 = "5a", const QString& size = "1")
+{
+    return "<name>" + name + "</name><sha1>" + sha1 + "</sha1><size>" + size + "</size>";
+}
+
+QString block(const QString& name, const QString& sha1 = "5a", const QString& size = "1")
+{
+    return "<file>" + fields(name, sha1, size) + "</file>";
+}
+
+/// A record of Editor 2.1 with @p rest behind the version.
+QString editor(const QString& rest)
+{
+    return "<Editor><version>2.1</version>" + rest + "</Editor>";
+}
+
+/// A record of Editor 2.1 with one file that has @p size for its size.
+QString editorWithSize(const QString& size)
+{
+    return editor(block("a", "5a", size) + block("b", "5b", "2"));
+}
+
+} // namespace
+
+class TestManifestText : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    // Writer.
+    void everyLineHasItsForm_data();
+    void everyLineHasItsForm();
+    void exampleIsWrittenToTheByte();
+    void fileBlocksFollowOneAnotherInListOrder();
+    void recordWithoutFilesHasNoFileBlocks_data();
+    void recordWithoutFilesHasNoFileBlocks();
+    void blankNameOrVersionIsRefused_data();
+    void blankNameOrVersionIsRefused();
+    void secondRecordIsSetOffByOneLineFeed();
+    void recordIsAppendedToWhateverTheTextHolds();
+    void nameVersionAndChangelogAreTrimmed();
+    void fileNameAndDigestAreWrittenAsTheyStand();
+    void valueIsWrittenUnchanged_data();
+    void valueIsWrittenUnchanged();
+    void sizeIsPlainDecimal_data();
+    void sizeIsPlainDecimal();
+
+    // Extractor.
+    void elementIsExtracted_data();
+    void elementIsExtracted();
+    void elementIsRemovedOnlyOnRequest_data() { elementIsExtracted_data(); }
+    void elementIsRemovedOnlyOnRequest();
+    void missingElementGivesNullStringAndLeavesSource_data();
+    void missingElementGivesNullStringAndLeavesSource();
+    void emptyValueIsNotNull();
+    void repeatedExtractionTakesElementsInTurn();
+
+    // Reader.
+    void recordIsRead_data();
+    void recordIsRead();
+    void textWithoutRecordLeavesDataUntouched_data();
+    void textWithoutRecordLeavesDataUntouched();
+    void recordWithoutVersionSetsNameOnly_data();
+    void recordWithoutVersionSetsNameOnly();
+    void requiredIsTrueInAnyCaseAndNothingElse_data();
+    void requiredIsTrueInAnyCaseAndNothingElse();
+    void changelogIsReplacedOnlyByAnother_data();
+    void changelogIsReplacedOnlyByAnother();
+    void filesAreAppended();
+    void filesAreRead_data();
+    void filesAreRead();
+    void sizeIsReadAsUnsignedNumber_data();
+    void sizeIsReadAsUnsignedNumber();
+    void marksFormAcrossSeams_data();
+    void marksFormAcrossSeams();
+    void textThatIsReadIsNotChanged();
+
+    // Writer and reader.
+    void writtenRecordIsReadBack_data();
+    void writtenRecordIsReadBack();
+    void eitherOfTwoRecordsIsFoundByItsName();
+    void blanksAroundFileNameAreLost();
+    void marksInFileNameAreNotReadBack_data();
+    void marksInFileNameAreNotReadBack();
+    void readingTakesLinearTime_data();
+    void readingTakesLinearTime();
+
+private:
+    QString written(const ProgramData& data)
+    {
+        QString text;
+        if (!m_updater.programDataToXml(data, text))
+            return "refused";
+        return text;
+    }
+
+    /// Reads @p text into @p data and expects the literal reader to come to the same.
+    bool read(const QString& text, ProgramData& data, const QString& rootTag = "Editor")
+    {
+        ProgramData literalData = data;
+        const bool literalResult = literal::xmlToProgramData(rootTag, text, literalData);
+        const bool result = m_updater.xmlToProgramData(rootTag, text, data);
+        if (result != literalResult || !records::same(data, literalData))
+            QTest::qFail("the literal reader disagrees", __FILE__, __LINE__);
+        return result;
+    }
+
+    QStringList filesRead(const QString& text)
+    {
+        ProgramData data;
+        return read(text, data) ? records::files(data) : QStringList{"nothing read"};
+    }
+
+    Updater m_updater{"", "", "", "", "", ""};
+};
+
+// Compares every field, and prints all of them when they differ.
+#define COMPARE_RECORDS(actual, expected)                                                          \
+    do {                                                                                           \
+        QCOMPARE(records::described(actual), records::described(expected));                        \
+        QVERIFY(records::same(actual, expected));                                                  \
+    } while (false)
+
+void TestManifestText::everyLineHasItsForm_data()
+{
+    QTest::addColumn<int>("line");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("opening root line") << 0 << "<Tool 2>";
+    QTest::newRow("version") << 1 << "\t<version>3 beta</version>";
+    QTest::newRow("required") << 2 << "\t<required>true</required>";
+    QTest::newRow("changelog") << 3 << "\t<changelog>Y2w=</changelog>";
+    QTest::newRow("block begins") << 4 << "\t<file>";
+    QTest::newRow("file name") << 5 << "\t\t<name>dir/a.txt</name>";
+    QTest::newRow("digest") << 6 << "\t\t<sha1>5A</sha1>";
+    QTest::newRow("size") << 7 << "\t\t<size>1234567</size>";
+    QTest::newRow("block ends") << 8 << "\t</file>";
+    QTest::newRow("closing root line") << 9 << "</Tool 2>";
+    QTest::newRow("nothing behind the last line feed") << 10 << "";
+}
+
+void TestManifestText::everyLineHasItsForm()
+{
+    QFETCH(int, line);
+    QFETCH(QString, expected);
+    const QStringList lines =
+        written({"Tool 2", "3 beta", true, "Y2w=", {{"dir/a.txt", "5A", 1234567}}}).split('\n');
+    QCOMPARE(lines.size(), 11);
+    QCOMPARE(lines.at(line), expected);
+}
+
+void TestManifestText::exampleIsWrittenToTheByte()
+{
+    QCOMPARE(written(editorRecord()).toUtf8(), editorText.toUtf8());
+}
+
+void TestManifestText::fileBlocksFollowOneAnotherInListOrder()
+{
+    const QString text =
+        written({"T", "1", false, "", {{"b", "2", 3}, {"a", "1", 2}, {"b", "2", 3}}});
+    const QString b =
+        "\t<file>\n\t\t<name>b</name>\n\t\t<sha1>2</sha1>\n\t\t<size>3</size>\n\t</file>\n";
+    const QString a =
+        "\t<file>\n\t\t<name>a</name>\n\t\t<sha1>1</sha1>\n\t\t<size>2</size>\n\t</file>\n";
+    QCOMPARE(text.mid(text.indexOf("\t<file>")), b + a + b + "</T>\n");
+}
+
+void TestManifestText::recordWithoutFilesHasNoFileBlocks_data()
+{
+    QTest::addColumn<QString>("changelog");
+    QTest::addColumn<QString>("line");
+    QTest::newRow("with a changelog") << "Y2w="
+                                      << "\t<changelog>Y2w=</changelog>\n";
+    QTest::newRow("without a changelog") << QString() << "\t<changelog></changelog>\n";
+    QTest::newRow("with a blank changelog") << " \n"
+                                            << "\t<changelog></changelog>\n";
+}
+
+void TestManifestText::recordWithoutFilesHasNoFileBlocks()
+{
+    QFETCH(QString, changelog);
+    QFETCH(QString, line);
+    QCOMPARE(written({"Editor", "2.1", true, changelog, {}}),
+             "<Editor>\n\t<version>2.1</version>\n\t<required>true</required>\n" + line +
+                 "</Editor>\n");
+}
+
+void TestManifestText::blankNameOrVersionIsRefused_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("version");
+    QTest::newRow("null name") << QString() << "2.1";
+    QTest::newRow("empty name") << ""
+                                << "2.1";
+    QTest::newRow("blank name") << " \t\r\n"
+                                << "2.1";
+    QTest::newRow("unusual blanks for a name") << "\u00a0\u2003"
+                                               << "2.1";
+    QTest::newRow("null version") << "Editor" << QString();
+    QTest::newRow("empty version") << "Editor"
+                                   << "";
+    QTest::newRow("blank version") << "Editor"
+                                   << " \t\r\n";
+    QTest::newRow("both blank") << " "
+                                << " ";
+}
+
+void TestManifestText::blankNameOrVersionIsRefused()
+{
+    QFETCH(QString, name);
+    QFETCH(QString, version);
+    const ProgramData data{name, version, true, "Y2w=", {{"a", "5a", 1}}};
+    QString text = "as it was";
+    QVERIFY(!m_updater.programDataToXml(data, text));
+    QCOMPARE(text, QString("as it was"));
+    QString empty;
+    QVERIFY(!m_updater.programDataToXml(data, empty));
+    QCOMPARE(empty, QString());
+}
+
+void TestManifestText::secondRecordIsSetOffByOneLineFeed()
+{
+    QString text;
+    QVERIFY(m_updater.programDataToXml(editorRecord(), text));
+    QVERIFY(m_updater.programDataToXml({"Tool", "3", true, "", {}}, text));
+    QCOMPARE(text, editorText + "\n<Tool>\n\t<version>3</version>\n\t<required>true</required>\n"
+                                "\t<changelog></changelog>\n</Tool>\n");
+}
+
+void TestManifestText::recordIsAppendedToWhateverTheTextHolds()
+{
+    QString text = "no line feed";
+    QVERIFY(m_updater.programDataToXml(editorRecord(), text));
+    QCOMPARE(text, "no line feed\n" + editorText);
+    QString blank = " ";
+    QVERIFY(m_updater.programDataToXml(editorRecord(), blank));
+    QCOMPARE(blank, " \n" + editorText);
+}
+
+void TestManifestText::nameVersionAndChangelogAreTrimmed()
+{
+    QCOMPARE(written({"\t Ed it \n", "\r\n2 . 1\u2003", false, " Y2\nw= \t", {}}),
+             QString("<Ed it>\n\t<version>2 . 1</version>\n\t<required>false</required>\n"
+                     "\t<changelog>Y2\nw=</changelog>\n</Ed it>\n"));
+}
+
+void TestManifestText::fileNameAndDigestAreWrittenAsTheyStand()
+{
+    const QString text = written({"T", "1", false, "", {{" a \n", "\t5A ", 1}, {"", "", 2}}});
+    QVERIFY(text.contains("\t\t<name> a \n</name>\n\t\t<sha1>\t5A </sha1>\n\t\t<size>1</size>\n"));
+    QVERIFY(text.contains("\t\t<name></name>\n\t\t<sha1></sha1>\n\t\t<size>2</size>\n"));
+}
+
+void TestManifestText::valueIsWrittenUnchanged_data()
+{
+    QTest::addColumn<QString>("value");
+    const QStringList values{"%1",  "%2",  "%L1", "%L2",       "%1%2%3", "100%",  "%",   "%%1",
+                             "a<b", "a>b", "a&b", "&lt;&amp;", "\"a\"",  "'a'",   "</>", "<name>",
+                             "ä€",  "\\n", "%01", "%99",       "a\nb",   "$1 \\1"};
+    for (const QString& value : values)
+        QTest::newRow(qPrintable(records::escaped(value))) << value;
+}
+
+void TestManifestText::valueIsWrittenUnchanged()
+{
+    QFETCH(QString, value);
+    QCOMPARE(written({value, value, false, value, {{value, value, 7}}}),
+             "<" + value + ">\n\t<version>" + value +
+                 "</version>\n\t<required>false</required>\n"
+                 "\t<changelog>" +
+                 value + "</changelog>\n\t<file>\n\t\t<name>" + value + "</name>\n\t\t<sha1>" +
+                 value + "</sha1>\n\t\t<size>7</size>\n\t</file>\n</" + value + ">\n");
+}
+
+void TestManifestText::sizeIsPlainDecimal_data()
+{
+    QTest::addColumn<quint64>("size");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("nothing") << quint64(0) << "0";
+    QTest::newRow("thousands, not grouped") << quint64(1234567) << "1234567";
+    QTest::newRow("more than 32 bits") << quint64(4294967296) << "4294967296";
+    QTest::newRow("largest signed") << quint64(9223372036854775807) << "9223372036854775807";
+    QTest::newRow("more than signed") << quint64(9223372036854775808U) << "9223372036854775808";
+    QTest::newRow("largest") << largestSize << "18446744073709551615";
+}
+
+void TestManifestText::sizeIsPlainDecimal()
+{
+    QFETCH(quint64, size);
+    QFETCH(QString, expected);
+    const QLocale previous;
+    QLocale::setDefault(QLocale(QLocale::German)); // Groups digits, and must not matter.
+    const QString text = written({"T", "1", false, "", {{"a", "5a", size}}});
+    QLocale::setDefault(previous);
+    QVERIFY2(text.contains("\t\t<size>" + expected + "</size>\n"), qPrintable(text));
+}
+
+void TestManifestText::elementIsExtracted_data()
+{
+    QTest::addColumn<QString>("tag");
+    QTest::addColumn<QString>("source");
+    QTest::addColumn<QString>("value");
+    QTest::addColumn<QString>("rest");
+    const auto row = [](const char* name, const QString& source, const QString& value,
+                        const QString& rest) {
+        QTest::newRow(name) << "x" << source << value << rest;
+    };
+    row("whole text", "<x>1</x>", "1", "");
+    row("at the start", "<x>1</x>b", "1", "b");
+    row("at the end", "a<x>1</x>", "1", "a");
+    row("in the middle", "a<x>1</x>b", "1", "ab");
+    row("white space at the cut is lost", "a\n\t<x>1</x>\n\tb", "1", "ab");
+    row("white space at the outer ends is lost", "\n a<x>1</x>b \n", "1", "ab");
+    row("white space inside the pieces stays", "a \n a<x>1</x>b\t b", "1", "a \n ab\t b");
+    row("white space alone in front", " \n<x>1</x>b", "1", "b");
+    row("white space alone behind", "a<x>1</x> \n", "1", "a");
+    row("white space alone on both sides", "\t<x>1</x>\t", "1", "");
+    row("unusual white space at the cut", "a\u2003\u00a0<x>1</x>\u0085\u2028b", "1", "ab");
+    row("zero-width space is no white space", "a\u200b<x>1</x>b", "1", "a\u200bb");
+    row("value is not trimmed", "<x>\n\t 1 \t</x>", "\n\t 1 \t", "");
+    row("blank value", "<x>  </x>", "  ", "");
+    row("empty value", "a<x></x>b", "", "ab");
+    row("first of two", "<x>1</x>,<x>2</x>", "1", ",<x>2</x>");
+    row("ends at the first closing mark", "<x>1</x>2</x>", "1", "2</x>");
+    row("begins at the first opening mark", "<x>1<x>2</x>3</x>", "1<x>2", "3</x>");
+    row("closing mark in front does not count", "</x>a<x>1</x>", "1", "</x>a");
+    row("closing mark in front and none between", "</x><x>1</x>b", "1", "</x>b");
+    row("case of the marks is ignored", "a<X>Aa</X>b", "Aa", "ab");
+    row("marks in different case", "<X>1</x>", "1", "");
+    row("longer name does not match", "<xx>0</xx><x>1</x>", "1", "<xx>0</xx>");
+    row("blanks in a mark do not match", "< x>0</x><x >0</x><x>1</x>", "1", "< x>0</x><x >0</x>");
+    row("attribute does not match", "<x a='0'>0</x><x>1</x>", "1", "<x a='0'>0</x>");
+    row("closing mark with a blank does not match", "<x>1</x >2</x>", "1</x >2", "");
+    row("seam forms the mark anew", "<<x>1</x>x>2</x>", "1", "<x>2</x>");
+    row("value with other marks", "<x><y>1</y></x>", "<y>1</y>", "");
+    QTest::newRow("tag in upper case") << "VERSION"
+                                       << "<version>1</version>"
+                                       << "1"
+                                       << "";
+    QTest::newRow("tag with a place marker") << "a%1b"
+                                             << "<a%1b>1</a%1b>"
+                                             << "1"
+                                             << "";
+    QTest::newRow("tag that is a place marker") << "%1"
+                                                << "<%1>1</%1>"
+                                                << "1"
+                                                << "";
+    QTest::newRow("tag with blanks") << " x "
+                                     << "<x>0</x>< x >1</ x >"
+                                     << "1"
+                                     << "<x>0</x>";
+    QTest::newRow("empty tag") << ""
+                               << "a<>1</>b"
+                               << "1"
+                               << "ab";
+    QTest::newRow("long s is an s") << "size"
+                                    << "<\u017fize>1</\u017fIZE>"
+                                    << "1"
+                                    << "";
+    QTest::newRow("Kelvin sign is a k") << "kind"
+                                        << "<\u212aind>1</kind>"
+                                        << "1"
+                                        << "";
+    QTest::newRow("umlaut") << "ä"
+                            << "<Ä>1</ä>"
+                            << "1"
+                            << "";
+}
+
+void TestManifestText::elementIsExtracted()
+{
+    QFETCH(QString, tag);
+    QFETCH(QString, source);
+    QFETCH(QString, value);
+    QFETCH(QString, rest);
+    QString literalSource = source;
+    QCOMPARE(literal::tagValue(tag, literalSource, true, nullptr), value);
+    QCOMPARE(literalSource, rest);
+
+    QString withoutFlag = source;
+    bool found = false;
+    QCOMPARE(m_updater.tagValue(tag, source, true, &found), value);
+    QVERIFY(found);
+    QCOMPARE(source, rest);
+    QCOMPARE(m_updater.tagValue(tag, withoutFlag, true, nullptr), value);
+    QCOMPARE(withoutFlag, rest);
+}
+
+void TestManifestText::elementIsRemovedOnlyOnRequest()
+{
+    QFETCH(QString, tag);
+    QFETCH(QString, source);
+    QFETCH(QString, value);
+    const QString before = source;
+    bool found = false;
+    QCOMPARE(m_updater.tagValue(tag, source, false, &found), value);
+    QVERIFY(found);
+    QCOMPARE(source, before);
+    QCOMPARE(m_updater.tagValue(tag, source, false, nullptr), value);
+    QCOMPARE(source, before);
+}
+
+void TestManifestText::missingElementGivesNullStringAndLeavesSource_data()
+{
+    QTest::addColumn<QString>("source");
+    QTest::newRow("empty text") << "";
+    QTest::newRow("text without marks") << " a x b ";
+    QTest::newRow("other element") << " <y>1</y> ";
+    QTest::newRow("opening mark alone") << " <x>1 ";
+    QTest::newRow("closing mark alone") << " 1</x> ";
+    QTest::newRow("closing mark before opening mark") << " </x>1<x> ";
+    QTest::newRow("broken closing mark") << " <x>1</x ";
+    QTest::newRow("marks that overlap") << " <x</x> ";
+    QTest::newRow("opening mark twice") << " <x>1<x> ";
+}
+
+void TestManifestText::missingElementGivesNullStringAndLeavesSource()
+{
+    QFETCH(QString, source);
+    const QString before = source;
+    for (const bool remove : {true, false}) {
+        bool found = true;
+        QVERIFY(m_updater.tagValue("x", source, remove, &found).isNull());
+        QVERIFY(!found);
+        QCOMPARE(source, before);
+        QVERIFY(m_updater.tagValue("x", source, remove, nullptr).isNull());
+        QCOMPARE(source, before);
+    }
+}
+
+void TestManifestText::emptyValueIsNotNull()
+{
+    QString source = "<x></x>";
+    bool found = false;
+    const QString value = m_updater.tagValue("x", source, true, &found);
+    QVERIFY(found);
+    QVERIFY(value.isEmpty());
+    QVERIFY(!value.isNull());
+    QVERIFY(source.isEmpty());
+}
+
+void TestManifestText::repeatedExtractionTakesElementsInTurn()
+{
+    QString source = "<x>1</x>\n<x>2</x>\n<y/>\n<x>3</x>";
+    bool found = false;
+    for (const char* expected : {"1", "2", "3"}) {
+        QCOMPARE(m_updater.tagValue("x", source, true, &found), QString(expected));
+        QVERIFY(found);
+    }
+    QVERIFY(m_updater.tagValue("x", source, true, &found).isNull());
+    QVERIFY(!found);
+    QCOMPARE(source, QString("<y/>"));
+}
+
+void TestManifestText::recordIsRead_data()
+{
+    QTest::addColumn<QString>("rootTag");
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<ProgramData>("expected");
+    const auto row = [](const char* name, const QString& text, const ProgramData& expected,
+                        const QString& rootTag = "Editor") {
+        QTest::newRow(name) << rootTag << text << expected;
+    };
+    const ProgramData plain{"Editor", "2.1", false, "", {}};
+    const ProgramData full{"Editor", "2.1", true, "Y2w=", {{"a", "5a", 1}}};
+    const QString version = "<version>2.1</version>";
+    const QString required = "<required>true</required>";
+    const QString changelog = "<changelog>Y2w=</changelog>";
+
+    row("example", editorText, editorRecord());
+    row("version alone", "<Editor><version>2.1</version></Editor>", plain);
+    row("text around the record", "\ufeff<?xml?> 1 <Editor>" + version + "</Editor> 2 ", plain);
+    row("line ends with carriage returns", QString(editorText).replace("\n", "\r\n"),
+        editorRecord());
+    row("in the writer's order", editor(required + changelog + block("a")), full);
+    row("in the opposite order",
+        "<Editor>" + block("a") + changelog + required + version + "</Editor>", full);
+    row("files between the others",
+        "<Editor>" + changelog + block("a") + version + required + "</Editor>", full);
+    row("with other elements and text",
+        "<Editor>x<date>1</date>" + version + "<y/>" + required + " - " + changelog + "<z>" +
+            block("a") + "</z></Editor>",
+        full);
+    row("with attributes, which hide an element",
+        editor("<required a='b'>true</required><changelog >Y2w=</changelog>"), plain);
+    row("all names in upper case", editorText.toUpper(),
+        {"Editor",
+         "2.1",
+         false,
+         editorRecord().changelog.toUpper(),
+         {{"CONTENTS/RESOURCES/README.TXT", tree.toUpper(), 6},
+          {"CONTENTS/RESOURCES/EMPTY.DAT", none.toUpper(), 0}}});
+    row("root in upper case", "<EDITOR>" + version + "</EDITOR>", plain);
+    row("root in two cases", "<eDITOR>" + version + "</EdItOr>", plain);
+    row("root tag in lower case", "<Editor>" + version + "</Editor>",
+        {"editor", "2.1", false, "", {}}, "editor");
+    row("values are trimmed",
+        "<Editor>\n<version>\n\t2 . 1 \n</version><required>\u2003true\t</required>"
+        "<changelog>\u00a0Y2w= \n</changelog><file> <name>\ta b\n</name><sha1> 5a </sha1>"
+        "<size>\n 1\t</size> </file></Editor>",
+        {"Editor", "2 . 1", true, "Y2w=", {{"a b", "5a", 1}}});
+    row("blanks around the root tag are part of the mark and not of the name",
+        "<Editor><version>0</version></Editor>< Editor ><version>2.1</version></ Editor >", plain,
+        " Editor ");
+    row("root tag with a place marker", "<%1 %2>" + version + "</%1 %2>",
+        {"%1 %2", "2.1", false, "", {}}, "%1 %2");
+    row("empty root tag", "<>" + version + "</>", {"", "2.1", false, "", {}}, "");
+    row("root named like an element", "<file>" + version + "</file>",
+        {"file", "2.1", false, "", {}}, "file");
+    row("first of two roots", editor("") + "<Editor><version>3</version></Editor>", plain);
+    row("root ends at its first closing mark", editor("") + block("a") + "</Editor>", plain);
+    row("root within a root", "<Editor><version>2.1</version><Editor></Editor>" + required, plain);
+    row("first of two versions", editor("<version>3</version>"), plain);
+    row("second record", "<Tool><version>1</version></Tool>\n" + editor(""), plain);
+    row("record inside another", "<Tool><version>1</version>" + editor("") + "</Tool>", plain);
+    row("only one of two flags", editor("<required>no</required><required>true</required>"), plain);
+    row("version with marks", "<Editor><version><b>2</b></version></Editor>",
+        {"Editor", "<b>2</b>", false, "", {}});
+    row("version inside the changelog",
+        "<Editor><changelog>Y2<version>2.1</version>w=</changelog></Editor>",
+        {"Editor", "2.1", false, "Y2w=", {}});
+    row("version that is all of the changelog",
+        "<Editor><changelog><version>2.1</version></changelog></Editor>", plain);
+    row("version inside a file",
+        "<Editor><file><version>2.1</version>" + fields("a") + "</file></Editor>",
+        {"Editor", "2.1", false, "", {{"a", "5a", 1}}});
+    row("version inside the flag",
+        "<Editor><required>tr <version>2.1</version> ue</required></Editor>",
+        {"Editor", "2.1", true, "", {}});
+    row("flag split by the version",
+        "<Editor><requ <version>2.1</version> ired>true</required></Editor>",
+        {"Editor", "2.1", true, "", {}});
+    row("file split by the version",
+        "<Editor><file" + version + ">" + fields("a") + "</file></Editor>",
+        {"Editor", "2.1", false, "", {{"a", "5a", 1}}});
+    row("flag inside the version goes with it",
+        "<Editor><version>2<required>true</required></version></Editor>",
+        {"Editor", "2<required>true</required>", false, "", {}});
+    row("file inside the changelog goes with it",
+        editor("<changelog>" + block("a") + "</changelog>" + block("b")),
+        {"Editor", "2.1", false, block("a"), {{"b", "5a", 1}}});
+    row("changelog inside a file is cut out of it",
+        editor(
+            "<file><name>a<changelog>Y2w=</changelog>b</name><sha1>5a</sha1><size>1</size></file>"),
+        {"Editor", "2.1", false, "Y2w=", {{"ab", "5a", 1}}});
+    row("flag without its closing mark", editor("<required>true"), plain);
+    row("changelog without its closing mark", editor("<changelog>Y2w=" + block("a")),
+        {"Editor", "2.1", false, "", {{"a", "5a", 1}}});
+    row("values with place markers",
+        "<Editor><version>%1</version><changelog>%2</changelog>" + block("%L1", "%3") + "</Editor>",
+        {"Editor", "%1", false, "%2", {{"%L1", "%3", 1}}});
+    row("entities stay", "<Editor><version>&lt;2&amp;</version></Editor>",
+        {"Editor", "&lt;2&amp;", false, "", {}});
+    row("long s in the names of elements",
+        "<Editor><ver\u017fion>2.1</VER\u017fION><file><name>a</name><\u017fha1>5a</\u017fHA1>"
+        "<\u017fize>1</size></file></Editor>",
+        {"Editor", "2.1", false, "", {{"a", "5a", 1}}});
+    row("Kelvin sign in the root", "<\u212aiosk>" + version + "</KIOS\u212a>",
+        {"kiosk", "2.1", false, "", {}}, "kiosk");
+}
+
+void TestManifestText::recordIsRead()
+{
+    QFETCH(QString, rootTag);
+    QFETCH(QString, text);
+    QFETCH(ProgramData, expected);
+    ProgramData data;
+    QVERIFY(read(text, data, rootTag));
+    COMPARE_RECORDS(data, expected);
+}
+
+void TestManifestText::textWithoutRecordLeavesDataUntouched_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::newRow("null text") << QString();
+    QTest::newRow("empty text") << "";
+    QTest::newRow("page of a web server") << "<html><body>Not Found</body></html>";
+    QTest::newRow("record of another program") << "<Tool><version>2.1</version></Tool>";
+    QTest::newRow("program with a longer name") << "<Editor2><version>2.1</version></Editor2>";
+    QTest::newRow("no root") << "<version>2.1</version>";
+    QTest::newRow("opening mark alone") << "<Editor><version>2.1</version>";
+    QTest::newRow("closing mark alone") << "<version>2.1</version></Editor>";
+    QTest::newRow("closing mark first") << "</Editor><version>2.1</version><Editor>";
+    QTest::newRow("cut off inside the closing mark") << editorText.left(editorText.size() - 2);
+    QTest::newRow("empty record") << "<Editor></Editor>";
+    QTest::newRow("blank record") << "<Editor> \r\n\t</Editor>";
+    QTest::newRow("record of unusual blanks") << "<Editor>\u00a0\u2003</Editor>";
+    QTest::newRow("empty record before a full one") << "<Editor></Editor>" + editorText;
+}
+
+void TestManifestText::textWithoutRecordLeavesDataUntouched()
+{
+    QFETCH(QString, text);
+    ProgramData data = oldRecord();
+    QVERIFY(!read(text, data));
+    COMPARE_RECORDS(data, oldRecord());
+}
+
+void TestManifestText::recordWithoutVersionSetsNameOnly_data()
+{
+    QTest::addColumn<QString>("rootTag");
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("name");
+    const QString rest = "<required>false</required><changelog>Y2w=</changelog>" + block("a");
+    const auto row = [&rest](const char* name, const QString& version) {
+        QTest::newRow(name) << "Editor"
+                            << "<Editor>" + version + rest + "</Editor>"
+                            << "Editor";
+    };
+    row("no version", "");
+    row("empty version", "<version></version>");
+    row("blank version", "<version> \r\n\t</version>");
+    row("version of unusual blanks", "<version>\u00a0\u2003</version>");
+    row("version without closing mark", "<version>2.1");
+    row("version without opening mark", "2.1</version>");
+    row("blank version before another", "<version> </version><version>2.1</version>");
+    row("version across the seam of a later cut",
+        "<ver<required>true</required>sion>2.1</version>");
+    QTest::newRow("version behind the record")
+        << "Editor"
+        << "<Editor>" + rest + "</Editor><version>2.1</version>"
+        << "Editor";
+    QTest::newRow("text alone") << "Editor"
+                                << "<Editor>2.1</Editor>"
+                                << "Editor";
+    QTest::newRow("root tag with blanks") << "\tEditor "
+                                          << "<\tEditor >" + rest + "</\tEditor >"
+                                          << "Editor";
+    QTest::newRow("blank root tag") << " "
+                                    << "< >" + rest + "</ >"
+                                    << "";
+    QTest::newRow("root named version ends with its version")
+        << "version"
+        << "<version><version>2.1</version></version>"
+        << "version";
+}
+
+void TestManifestText::recordWithoutVersionSetsNameOnly()
+{
+    QFETCH(QString, rootTag);
+    QFETCH(QString, text);
+    QFETCH(QString, name);
+    ProgramData data = oldRecord();
+    ProgramData expected = oldRecord();
+    expected.name = name;
+    QVERIFY(!read(text, data, rootTag));
+    COMPARE_RECORDS(data, expected);
+}
+
+void TestManifestText::requiredIsTrueInAnyCaseAndNothingElse_data()
+{
+    QTest::addColumn<QString>("element");
+    QTest::addColumn<bool>("required");
+    QTest::newRow("true") << "<required>true</required>" << true;
+    QTest::newRow("TRUE in mixed marks") << "<Required>TRUE</Required>" << true;
+    QTest::newRow("mixed case") << "<required>tRuE</required>" << true;
+    QTest::newRow("trimmed") << "<required>\n true\t</required>" << true;
+    QTest::newRow("false") << "<required>false</required>" << false;
+    QTest::newRow("1") << "<required>1</required>" << false;
+    QTest::newRow("yes") << "<required>yes</required>" << false;
+    QTest::newRow("t") << "<required>t</required>" << false;
+    QTest::newRow("true and more") << "<required>true.</required>" << false;
+    QTest::newRow("parted") << "<required>tr ue</required>" << false;
+    QTest::newRow("empty") << "<required></required>" << false;
+    QTest::newRow("blank") << "<required> </required>" << false;
+    QTest::newRow("missing") << "" << false;
+    QTest::newRow("closing mark missing") << "<required>true" << false;
+}
+
+void TestManifestText::requiredIsTrueInAnyCaseAndNothingElse()
+{
+    QFETCH(QString, element);
+    QFETCH(bool, required);
+    for (const bool before : {false, true}) {
+        ProgramData data;
+        data.required = before;
+        QVERIFY(read(editor(element), data));
+        QCOMPARE(data.required, required);
+    }
+}
+
+void TestManifestText::changelogIsReplacedOnlyByAnother_data()
+{
+    QTest::addColumn<QString>("element");
+    QTest::addColumn<QString>("changelog");
+    QTest::newRow("another") << "<changelog>Y2w=</changelog>"
+                             << "Y2w=";
+    QTest::newRow("another with blanks") << "<changelog>\n Y2 w= </changelog>"
+                                         << "Y2 w=";
+    QTest::newRow("missing") << ""
+                             << "b2xk";
+    QTest::newRow("empty") << "<changelog></changelog>"
+                           << "b2xk";
+    QTest::newRow("blank") << "<changelog> \n\u2003</changelog>"
+                           << "b2xk";
+    QTest::newRow("not closed") << "<changelog>Y2w="
+                                << "b2xk";
+    QTest::newRow("empty before another") << "<changelog></changelog><changelog>Y2w=</changelog>"
+                                          << "b2xk";
+}
+
+void TestManifestText::changelogIsReplacedOnlyByAnother()
+{
+    QFETCH(QString, element);
+    QFETCH(QString, changelog);
+    ProgramData data = oldRecord();
+    QVERIFY(read(editor(element), data));
+    QCOMPARE(data.changelog, changelog);
+}
+
+void TestManifestText::filesAreAppended()
+{
+    ProgramData data = oldRecord();
+    QVERIFY(read(editor(block("a") + block("b")), data));
+    QVERIFY(read(editor(block("a")), data));
+    QVERIFY(read(editor(""), data));
+    QCOMPARE(records::files(data), QStringList({"old.txt|0d|1", "a|5a|1", "b|5a|1", "a|5a|1"}));
+}
+
+void TestManifestText::filesAreRead_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QStringList>("files");
+    const QString name = "<name>a</name>";
+    const QString sha1 = "<sha1>5a</sha1>";
+    const QString size = "<size>1</size>";
+    const QStringList one{"a|5a|1"};
+    const QStringList two{"a|5a|1", "c|5a|1"};
+    const auto row = [](const char* rowName, const QString& rest, const QStringList& files) {
+        QTest::newRow(rowName) << editor(rest) << files;
+    };
+    const auto between = [&row](const char* rowName, const QString& block2,
+                                const QStringList& files) {
+        row(rowName, block("a") + block2 + block("c"), files);
+    };
+
+    row("none", "", {});
+    row("name, digest, size", "<file>" + name + sha1 + size + "</file>", one);
+    row("name, size, digest", "<file>" + name + size + sha1 + "</file>", one);
+    row("digest, name, size", "<file>" + sha1 + name + size + "</file>", one);
+    row("digest, size, name", "<file>" + sha1 + size + name + "</file>", one);
+    row("size, name, digest", "<file>" + size + name + sha1 + "</file>", one);
+    row("size, digest, name", "<file>" + size + sha1 + name + "</file>", one);
+    row("with another element", "<file><mode>1</mode>" + name + "x" + sha1 + size + "</file>", one);
+    row("in any case", "<FILE><Name>a</NAME><sHA1>5a</Sha1><siZE>1</SIze></filE>", one);
+    row("in document order, twice as well", block("c") + block("a") + block("b") + block("a"),
+        {"c|5a|1", "a|5a|1", "b|5a|1", "a|5a|1"});
+    row("with text between", "1" + block("a") + "2" + block("c") + "3", two);
+    row("digest in upper case stays", block("a", "5A"), {"a|5A|1"});
+    row("values are not checked", block("../a b", "no digest"), {"../a b|no digest|1"});
+    row("first of two names", "<file><name>a</name><name>b</name>" + sha1 + size + "</file>", one);
+
+    between("empty block ends the list", "<file></file>", one);
+    between("blank block ends the list", "<file> \n\u00a0</file>", one);
+    between("block of text ends the list", "<file>text</file>", one);
+    between("missing name ends the list", "<file>" + sha1 + size + "</file>", one);
+    between("empty name ends the list", block("", "5b", "2"), one);
+    between("blank name ends the list", block(" \t", "5b", "2"), one);
+    between("name not closed ends the list", "<file>" + sha1 + size + "<name>b</file>", one);
+    between("missing digest ends the list", "<file><name>b</name>" + size + "</file>", one);
+    between("empty digest ends the list", block("b", "", "2"), one);
+    between("blank digest ends the list", block("b", "\n", "2"), one);
+    between("digest not closed ends the list", "<file>" + name + size + "<sha1>5b</file>", one);
+    between("missing size ends the list", "<file><name>b</name>" + sha1 + "</file>", one);
+    between("empty size ends the list", block("b", "5b", ""), one);
+    between("blank size ends the list", block("b", "5b", " \u2003"), one);
+    between("size not closed ends the list", "<file>" + name + sha1 + "<size>1</file>", one);
+    between("missing name ends it before a bad size counts",
+            "<file>" + sha1 + "<size>x</size></file>", one);
+    between("bad size drops its own entry only", block("b", "5b", "12a"), two);
+    between("two bad sizes", block("b", "5b", "x") + block("b", "5b", "-"), two);
+
+    row("incomplete first block ends the list", "<file></file>" + block("a"), {});
+    row("bad size first", block("b", "5b", "?") + block("a"), one);
+    row("last block not closed", block("a") + "<file>" + fields("b"), one);
+    row("block not closed takes the next one's end", "<file>" + name + block("b", "5b", "2"),
+        {"a|5b|2"});
+    row("opening mark without the rest", block("a") + "<file" + block("c"), two);
+    row("closing mark too many", block("a") + "</file>" + block("c"), two);
+    row("block within a block ends with the inner one",
+        "<file>" + block("a") + fields("b") + "</file>" + block("c"), two);
+    row("elements beside the blocks do not count",
+        name + sha1 + size + "<file>" + name + sha1 + "</file>" + size, {});
+    row("digest inside the name stays in the name",
+        "<file><name>a<sha1>5b</sha1></name>" + sha1 + size + "</file>", {"a<sha1>5b</sha1>|5a|1"});
+    row("name inside the digest is cut out of it",
+        "<file><sha1>5<name>a</name>a</sha1>" + size + "</file>", one);
+    row("name and digest inside the size are cut out of it",
+        "<file><size>1<name>a</name>2<sha1>5a</sha1>3</size></file>", {"a|5a|123"});
+}
+
+void TestManifestText::filesAreRead()
+{
+    QFETCH(QString, text);
+    QFETCH(QStringList, files);
+    QCOMPARE(filesRead(text), files);
+}
+
+void TestManifestText::sizeIsReadAsUnsignedNumber_data()
+{
+    QTest::addColumn<QString>("size");
+    QTest::addColumn<QString>("value");
+    QTest::newRow("0") << "0"
+                       << "0";
+    QTest::newRow("6") << "6"
+                       << "6";
+    QTest::newRow("leading zeros") << "0010"
+                                   << "10";
+    QTest::newRow("plus sign") << "+5"
+                               << "5";
+    QTest::newRow("blanks around") << " 7 "
+                                   << "7";
+    QTest::newRow("unusual blanks around") << "\u00a0\n8\u2003"
+                                           << "8";
+    QTest::newRow("more than signed") << "9223372036854775808"
+                                      << "9223372036854775808";
+    QTest::newRow("largest") << "18446744073709551615"
+                             << "18446744073709551615";
+    const QString dropped = "dropped";
+    QTest::newRow("one more than the largest") << "18446744073709551616" << dropped;
+    QTest::newRow("thirty digits") << QString(30, '9') << dropped;
+    QTest::newRow("letter behind") << "12a" << dropped;
+    QTest::newRow("letter in front") << "a12" << dropped;
+    QTest::newRow("minus one") << "-1" << dropped;
+    QTest::newRow("sign alone") << "+" << dropped;
+    QTest::newRow("two signs") << "++5" << dropped;
+    QTest::newRow("hexadecimal") << "0x10" << dropped;
+    QTest::newRow("exponent") << "1e3" << dropped;
+    QTest::newRow("decimal point") << "1.0" << dropped;
+    QTest::newRow("grouped by commas") << "1,000" << dropped;
+    QTest::newRow("grouped by blanks") << "1 000" << dropped;
+    QTest::newRow("unit") << "12 MB" << dropped;
+    QTest::newRow("letter O") << "1O" << dropped;
+    QTest::newRow("marks") << "<b>1</b>" << dropped;
+    QTest::newRow("Arabic digits") << "\u0661\u0662" << dropped;
+    QTest::newRow("full-width digits") << "\uff11" << dropped;
+    const QString ended = "ended";
+    QTest::newRow("empty") << "" << ended;
+    QTest::newRow("blank") << " " << ended;
+}
+
+void TestManifestText::sizeIsReadAsUnsignedNumber()
+{
+    QFETCH(QString, size);
+    QFETCH(QString, value);
+    QStringList expected;
+    if (value != "dropped" && value != "ended")
+        expected << "a|5a|" + value;
+    if (value != "ended")
+        expected << "b|5b|2";
+    QCOMPARE(filesRead(editorWithSize(size)), expected);
+}
+
+void TestManifestText::marksFormAcrossSeams_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<ProgramData>("expected");
+    const auto row = [](const QString& name, const QString& rest, const QStringList& fileNames,
+                        bool required = false, const QString& changelog = QString()) {
+        ProgramData expected{"Editor", "2.1", required, changelog, {}};
+        for (const QString& fileName : fileNames)
+            expected.files.append({fileName, "5a", 1});
+        QTest::newRow(qPrintable(name)) << editor(rest) << expected;
+    };
+    const QString a = block("a");
+    const QString b = block("b");
+    const QString c = block("c");
+    const QString endB = fields("b") + "</file>";
+    const QString endC = fields("c") + "</file>";
+
+    const QString opening = "<file>";
+    for (int at = 1; at < opening.size(); ++at) {
+        const QString left = opening.left(at);
+        const QString right = opening.mid(at);
+        const QString split = left + '|' + right;
+        row("opening mark " + split, left + a + right + endB, {"a", "b"});
+        row("opening mark with blanks " + split, left + " \n" + a + "\t\u2003" + right + endB,
+            {"a", "b"});
+        row("opening mark with text before " + split, "text " + left + a + right + endB,
+            {"a", "b"});
+        row("opening mark around two blocks " + split, left + a + ' ' + b + right + endC,
+            {"a", "b", "c"});
+    }
+    row("opening mark in another case", "<FI" + a + "Le>" + endB, {"a", "b"});
+    row("opening mark in three pieces", "<f" + a + "i" + b + "le>" + endC, {"a", "b", "c"});
+    row("opening mark in single characters",
+        "<" + a + "f" + b + "i" + a + "l" + b + "e" + a + ">" + endC,
+        {"a", "b", "a", "b", "a", "c"});
+    row("opening mark twice over", "<fi<fi" + a + "le>" + endB + "le>" + endC, {"a", "b", "c"});
+    row("opening mark twice over, with blanks", "<fi <fi " + a + " le>" + endB + " le>" + endC,
+        {"a", "b", "c"});
+    row("opening mark thrice over, behind text",
+        "x <f\n<fi <file" + a + ">" + endB + "le>" + endC + "\tile>" + endB, {"a", "b", "c", "b"});
+    row("second cut uncovers blanks that must go",
+        "<fi \t\u00a0<" + a + "file>" + endB + "le>" + endC, {"a", "b", "c"});
+    row("opening mark split twice in turn", "<file" + a + ">" + endB + "<file" + c + ">",
+        {"a", "b", "c"});
+    row("seam without a mark, then a block", "<fi" + a + "x" + b + c, {"a", "b", "c"});
+    row("half a mark is no mark", "<fi" + a + "l" + b, {"a", "b"});
+    row("zero-width space keeps the halves apart", "<fi\u200b" + a + "le>" + endB, {"a"});
+    row("formed mark comes before a later block", "<fi" + a + "le>" + endB + c, {"a", "b", "c"});
+    row("formed mark takes up to the next closing mark",
+        "<fi" + a + "le>" + "<name>b</name>" + "<file><sha1>5a</sha1><size>1</size></file>" + c,
+        {"a", "b", "c"});
+    row("formed mark of an empty block ends the list", "<fi" + a + "le></file>" + c, {"a"});
+    row("formed mark that is never closed ends the list", "<fi" + a + "le>" + fields("b"), {"a"});
+    row("block dropped for its size forms a mark too", "<fi" + block("a", "5a", "x") + "le>" + endB,
+        {"b"});
+    row("closing mark split by a block ends at that block's",
+        "<file>" + fields("a") + "</fi" + b + "le>" + c, {"a", "c"});
+    row("closing mark does not form behind", "<fi" + a + "le>" + fields("b") + "</fi" + c + "le>",
+        {"a", "b"});
+    row("slash at the seam", "<" + a + "/file>" + b, {"a", "b"});
+
+    row("flag split by the changelog is taken before it can form",
+        "<requ<changelog>Y2w=</changelog>ired>true</required>", {}, false, "Y2w=");
+    row("changelog split by the flag", "<change <required>true</required> log>Y2w=</changelog>", {},
+        true, "Y2w=");
+    row("file split by the flag", "<fi<required>true</required>le>" + endB, {"b"}, true);
+    row("file split by the changelog, its closing mark too",
+        "<fi\n<changelog>Y2w=</changelog>\nle>" + fields("a") + "</fi" + b + "le>", {"a"}, false,
+        "Y2w=");
+    row("file split by flag and changelog",
+        "<f<required>true</required>il<changelog>Y2w=</changelog>e>" + endB, {"b"}, true, "Y2w=");
+    row("digest split by the name", "<file><sh<name>a</name>a1>5a</sha1><size>1</size></file>",
+        {"a"});
+    row("size split by the digest", "<file><name>a</name><size>1</si <sha1>5a</sha1> ze></file>",
+        {"a"});
+    row("size split by name and digest", "<file><s<name>a</name>iz<sha1>5a</sha1>e>1</size></file>",
+        {"a"});
+    row("name split by the digest is taken before it can form",
+        "<file><na<sha1>5a</sha1>me>a</name><size>1</size></file>" + b, {});
+    row("long s across a seam", "<file><\u017f<name>a</name>ha1>5a</sha1><size>1</size></file>",
+        {"a"});
+}
+
+void TestManifestText::marksFormAcrossSeams()
+{
+    QFETCH(QString, text);
+    QFETCH(ProgramData, expected);
+    ProgramData data;
+    QVERIFY(read(text, data));
+    COMPARE_RECORDS(data, expected);
+}
+
+void TestManifestText::textThatIsReadIsNotChanged()
+{
+    const QString text = editorText + '\n' + editor(block("a"));
+    const QString before(text.constData(), text.size());
+    ProgramData data;
+    QVERIFY(m_updater.xmlToProgramData("Editor", text, data));
+    QCOMPARE(text, before);
+}
+
+void TestManifestText::writtenRecordIsReadBack_data()
+{
+    QTest::addColumn<ProgramData>("data");
+    QTest::newRow("example") << editorRecord();
+    QTest::newRow("no files") << ProgramData{"T", "1", true, "Y2w=", {}};
+    QTest::newRow("no changelog") << ProgramData{"T", "1", false, "", {{"a", "5a", 1}}};
+    QTest::newRow("smallest and largest size")
+        << ProgramData{"T", "1", true, "", {{"a", "5a", 0}, {"b", "5b", largestSize}}};
+    QTest::newRow("place markers") << ProgramData{"%1", "%2", true, "%L1", {{"%1 %2", "%3", 1}}};
+    QTest::newRow("marks of other elements")
+        << ProgramData{"T", "<b>&", true, "</b>", {{"<i>\"a\"&amp;", "5a<", 1}}};
+    QTest::newRow("names with blanks inside")
+        << ProgramData{"My Editor", "2 beta", false, "", {{"dir one/a b.txt", "5 a", 1}}};
+}
+
+void TestManifestText::writtenRecordIsReadBack()
+{
+    QFETCH(ProgramData, data);
+    ProgramData back;
+    QVERIFY(read(written(data), back, data.name));
+    COMPARE_RECORDS(back, data);
+}
+
+void TestManifestText::eitherOfTwoRecordsIsFoundByItsName()
+{
+    const ProgramData tool{"Tool", "3", true, "Y2w=", {{"a", "5a", 1}}};
+    QString text = written(editorRecord());
+    QVERIFY(m_updater.programDataToXml(tool, text));
+    ProgramData first;
+    QVERIFY(read(text, first, "Editor"));
+    COMPARE_RECORDS(first, editorRecord());
+    ProgramData second;
+    QVERIFY(read(text, second, "Tool"));
+    COMPARE_RECORDS(second, tool);
+}
+
+void TestManifestText::blanksAroundFileNameAreLost()
+{
+    QCOMPARE(filesRead(written({"Editor", "1", false, "", {{" a b ", "\t5a\n", 1}}})),
+             QStringList("a b|5a|1"));
+}
+
+void TestManifestText::marksInFileNameAreNotReadBack_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QStringList>("files");
+    QTest::newRow("closing mark of the name")
+        << "b</name>c" << QStringList{"a|5a|1", "b|5b|2", "d|5d|4"};
+    QTest::newRow("closing mark of the name first") << "</name>c" << QStringList{"a|5a|1"};
+    QTest::newRow("opening mark of the name")
+        << "b<name>c" << QStringList{"a|5a|1", "b<name>c|5b|2", "d|5d|4"};
+    QTest::newRow("closing mark of the block") << "b</file>c" << QStringList{"a|5a|1"};
+    QTest::newRow("closing mark of the record") << "b</Editor>c" << QStringList{"a|5a|1"};
+    QTest::newRow("opening mark of the digest")
+        << "b<sha1>c" << QStringList{"a|5a|1", "b<sha1>c|5b|2", "d|5d|4"};
+}
+
+void TestManifestText::marksInFileNameAreNotReadBack()
+{
+    QFETCH(QString, name);
+    QFETCH(QStringList, files);
+    QCOMPARE(filesRead(written(
+                 {"Editor", "1", false, "", {{"a", "5a", 1}, {name, "5b", 2}, {"d", "5d", 4}}})),
+             files);
+}
+
+void TestManifestText::readingTakesLinearTime_data()
+{
+    QTest::addColumn<QString>("before");
+    QTest::addColumn<QString>("between");
+    QTest::newRow("as written") << ""
+                                << "";
+    QTest::newRow("text before the first file") << "text"
+                                                << "";
+    QTest::newRow("text between the files") << ""
+                                            << "text";
+    QTest::newRow("blanks and halves of marks between the files") << "<fi"
+                                                                  << "\u2003</file>\n<fi";
+}
+
+void TestManifestText::readingTakesLinearTime()
+{
+    QFETCH(QString, before);
+    QFETCH(QString, between);
+    // In quadratic time this takes longer than any test may.
+    constexpr int count = 100000;
+    ProgramData data{"Editor", "2.1", true, "Y2w=", {}};
+    for (int number = 0; number < count; ++number) {
+        const QString name = QString("Contents/Resources/%1.dat").arg(number);
+        data.files.append({name, QString::number(number, 16).rightJustified(40, '0'),
+                           static_cast<quint64>(number)});
+    }
+    QString text = written(data);
+    text.replace("</changelog>", "</changelog>" + before);
+    text.replace("\t</file>", "\t</file>" + between);
+    ProgramData back;
+    QVERIFY(m_updater.xmlToProgramData("Editor", text, back));
+    QCOMPARE(back.files.size(), data.files.size());
+    QVERIFY(records::same(back, data));
+}
+
+UPDATER_TEST_MAIN(TestManifestText)
+#include "tst_ManifestText.moc"

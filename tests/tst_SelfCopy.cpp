@@ -1,0 +1,286 @@
+// Running from the temporary directory, and the copy of the executable that is made there.
+
+#include "updater/Updater.h"
+
+#include "tests/support/TestMain.h"
+#include "tests/support/UpdaterProbe.h"
+
+#include <QFileInfo>
+#include <QProcess>
+#include <QProcessEnvironment>
+
+#include <cstdio>
+#include <memory>
+
+namespace {
+
+/// The argument with which this executable says whether it runs from the temporary directory.
+const char* const whereOption = "--where";
+
+std::unique_ptr<Updater> makeUpdater(const QString& programName)
+{
+    return std::make_unique<Updater>(programName, "/opt/editor", "1.0", QString(), QString(),
+                                     QString());
+}
+
+int sayWhere(int argc, char** argv)
+{
+    const QCoreApplication app(argc, argv);
+    std::puts(makeUpdater("Editor")->runningFromTemp() ? "inside" : "outside");
+    return 0;
+}
+
+/// Starts @p executable, a copy of this one, with the temporary directory @p tmpDir.
+/// @return What it says.
+QByteArray answerOf(const QString& executable, const QString& tmpDir)
+{
+    QProcess process;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("TMPDIR", tmpDir);
+    process.setProcessEnvironment(environment);
+    process.start(executable, {whereOption});
+    process.waitForFinished();
+    return process.readAllStandardOutput().trimmed();
+}
+
+QByteArray ownExecutable()
+{
+    return files::read(QCoreApplication::applicationFilePath());
+}
+
+} // namespace
+
+class TestSelfCopy : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void executableKnowsThatItRunsFromTheTemporaryDirectory_data()
+    {
+        QTest::addColumn<QString>("appDir");
+        QTest::addColumn<QString>("tmpDir");
+        QTest::addColumn<QByteArray>("answer");
+        const auto row = [](const char* name, const char* appDir, const char* tmpDir,
+                            const char* answer) {
+            QTest::newRow(name) << appDir << tmpDir << QByteArray(answer);
+        };
+        row("bundle below", "tmp/EditorUpdate.app/Contents/MacOS", "@top/tmp", "inside");
+        row("bundle below, slash at the end", "tmp/EditorUpdate.app/Contents/MacOS", "@top/tmp/",
+            "inside");
+        row("bundle elsewhere", "tmp/EditorUpdate.app/Contents/MacOS", "@top/tmp2", "outside");
+        row("directory itself", "tmp", "@top/tmp", "inside");
+        row("directory itself, slash at the end", "tmp", "@top/tmp/", "inside");
+        row("sibling that begins with the same letters", "tmpfiles", "@top/tmp", "outside");
+        row("below such a sibling", "tmpfiles/app", "@top/tmp", "outside");
+        row("above", "tmp", "@top/tmp/deeper", "outside");
+        row("elsewhere, same length", "app", "@top/tmp", "outside");
+        row("directory in another case", "TMP/x", "@top/tmp", "inside");
+        row("equal but for the case", "tmp", "@top/TMP", "inside");
+        row("sibling in another case", "TMPfiles/x", "@top/tmp", "outside");
+        row("backslash for a slash", "tmp\\x", "@top/tmp", "inside");
+        row("backslash at the end", "tmp/x", "@top/tmp\\", "inside");
+        row("backslashes inside", "a/b/x", "@top/a\\b", "inside");
+        row("root", "tmp", "/", "outside");
+    }
+
+    void executableKnowsThatItRunsFromTheTemporaryDirectory()
+    {
+        QFETCH(QString, appDir);
+        QFETCH(QString, tmpDir);
+        QFETCH(QByteArray, answer);
+        const TestDir top;
+        tmpDir.replace("@top", top.path());
+        files::makeDirectory(tmpDir);
+        const QString executable = top / appDir + "/Editor";
+        files::write(executable, ownExecutable());
+        files::setMode(executable, 0755);
+        QCOMPARE(answerOf(executable, tmpDir), answer);
+    }
+
+    void temporaryDirectoryMayBeALink()
+    {
+        const TestDir top;
+        files::link(QCoreApplication::applicationDirPath(), top / "link");
+        const ScopedTmpDir tmp(top / "link");
+        QVERIFY(makeUpdater("Editor")->runningFromTemp());
+    }
+
+    void nothingRunsFromAMissingTemporaryDirectory()
+    {
+        const ScopedTmpDir tmp(QCoreApplication::applicationDirPath() + "/missing");
+        QVERIFY(!makeUpdater("Editor")->runningFromTemp());
+    }
+
+    void directoryOfTheExecutableCountsAndNotTheExecutable()
+    {
+        const ScopedTmpDir tmp(QCoreApplication::applicationFilePath());
+        QVERIFY(!makeUpdater("Editor")->runningFromTemp());
+    }
+
+    void copyIsNamedAfterTheProgram_data()
+    {
+        QTest::addColumn<QString>("programName");
+        QTest::addColumn<QString>("tmpDir");
+        QTest::addColumn<QString>("copy");
+        const auto row = [](const char* name, const char* programName, const char* tmpDir,
+                            const char* copy) {
+            QTest::newRow(name) << programName << tmpDir << copy;
+        };
+        row("plain name", "Editor", "tmp", "tmp/EditorUpdater");
+        row("blanks around the name", " My Editor ", "tmp", "tmp/ My Editor Updater");
+        row("empty name", "", "tmp", "tmp/Updater");
+        row("place marker", "Ed%1", "tmp", "tmp/Ed%1Updater");
+        row("directory in the name", "sub/Editor", "tmp", "tmp/sub/EditorUpdater");
+        row("separator at the end of the name", "sub/", "tmp", "tmp/sub/Updater");
+        row("slash at the directory", "Editor", "tmp/", "tmp/EditorUpdater");
+        // Outside Windows the backslash is a character of the name.
+        row("backslash at the directory", "Editor", "tmp\\", "tmp\\EditorUpdater");
+    }
+
+    void copyIsNamedAfterTheProgram()
+    {
+        QFETCH(QString, programName);
+        QFETCH(QString, tmpDir);
+        QFETCH(QString, copy);
+        const TestDir top;
+        files::makeDirectory(top / "tmp/sub");
+        files::makeDirectory(top / tmpDir);
+        const ScopedTmpDir tmp(top / tmpDir);
+        const auto updater = makeUpdater(programName);
+        QString target = "held before";
+        QVERIFY(!updater->selfCopyToTemp(target));
+        QCOMPARE(target, QFileInfo(top.path()).canonicalFilePath() + '/' + copy);
+        QVERIFY(QFile::exists(top / copy));
+        QCOMPARE(UpdaterProbe(*updater).tempCopies, QStringList{target});
+        QCOMPARE(UpdaterProbe(*updater).programName, programName);
+    }
+
+    // The toolkit knows no temporary directory then, and the separator stands alone.
+    void copyGoesToTheRootWithoutATemporaryDirectory()
+    {
+        const TestDir top;
+        const ScopedTmpDir tmp(top / "missing");
+        const auto updater = makeUpdater(top.path().mid(1) + "/Editor");
+        QString target;
+        QVERIFY(!updater->selfCopyToTemp(target));
+        QCOMPARE(target, top / "EditorUpdater");
+        QVERIFY(QFile::exists(target));
+    }
+
+    void copyIsTheExecutableAlone()
+    {
+        const TestDir top;
+        const ScopedTmpDir tmp(top.path());
+        QString target;
+        QVERIFY(!makeUpdater("Editor")->selfCopyToTemp(target));
+        QCOMPARE(files::list(top.path()), QStringList{"EditorUpdater"});
+        QVERIFY(files::read(target) == ownExecutable());
+        QCOMPARE(files::mode(target), files::mode(QCoreApplication::applicationFilePath()));
+    }
+
+    void copyRunsFromTheTemporaryDirectory()
+    {
+        const TestDir top;
+        const ScopedTmpDir tmp(top.path());
+        QString target;
+        QVERIFY(!makeUpdater("Editor")->selfCopyToTemp(target));
+        QCOMPARE(answerOf(target, top.path()), QByteArray("inside"));
+    }
+
+    void everyCopyIsRecorded()
+    {
+        const TestDir top;
+        const ScopedTmpDir tmp(top.path());
+        const auto updater = makeUpdater("Editor");
+        QString first;
+        QString second;
+        QVERIFY(!updater->selfCopyToTemp(first));
+        files::write(first, "damaged");
+        QVERIFY(!updater->selfCopyToTemp(second));
+        QCOMPARE(second, first);
+        QCOMPARE(UpdaterProbe(*updater).tempCopies, (QStringList{first, first}));
+        QVERIFY(files::read(second) == ownExecutable());
+
+        UpdaterProbe(*updater).programName = "Viewer";
+        QVERIFY(!updater->selfCopyToTemp(second));
+        QCOMPARE(UpdaterProbe(*updater).tempCopies, (QStringList{first, first, second}));
+        QCOMPARE(files::list(top.path()), (QStringList{"EditorUpdater", "ViewerUpdater"}));
+    }
+
+    void copyReplacesWhatIsThere_data()
+    {
+        QTest::addColumn<bool>("link");
+        QTest::newRow("older file") << false;
+        QTest::newRow("link to a file") << true;
+    }
+
+    void copyReplacesWhatIsThere()
+    {
+        QFETCH(bool, link);
+        const TestDir top;
+        const ScopedTmpDir tmp(top.path());
+        files::write(top / "other", "other");
+        if (link)
+            files::link("other", top / "EditorUpdater");
+        else
+            files::write(top / "EditorUpdater", "old");
+
+        QString target;
+        const auto updater = makeUpdater("Editor");
+        QVERIFY(!updater->selfCopyToTemp(target));
+        QVERIFY(!QFileInfo(target).isSymLink());
+        QVERIFY(files::read(target) == ownExecutable());
+        QCOMPARE(files::mode(target), files::mode(QCoreApplication::applicationFilePath()));
+        QCOMPARE(files::read(top / "other"), QByteArray("other"));
+        QCOMPARE(UpdaterProbe(*updater).tempCopies.size(), 1);
+    }
+
+    void failedCopyIsNotRecorded_data()
+    {
+        QTest::addColumn<QString>("programName");
+        QTest::newRow("directory at the target") << "Blocked";
+        QTest::newRow("no directory for the target") << "missing/Editor";
+    }
+
+    void failedCopyIsNotRecorded()
+    {
+        QFETCH(QString, programName);
+        const TestDir top;
+        const ScopedTmpDir tmp(top.path());
+        files::write(top / "BlockedUpdater/file", "old");
+        const QStringList before = files::list(top.path());
+        const auto updater = makeUpdater(programName);
+        const UpdaterProbe state(*updater);
+        state.tempCopies = QStringList{"earlier copy"};
+
+        QString target = "held before";
+        QVERIFY(!updater->selfCopyToTemp(target));
+        QCOMPARE(target, QFileInfo(top.path()).canonicalFilePath() + '/' + programName + "Updater");
+        QCOMPARE(state.tempCopies, QStringList{"earlier copy"});
+        QCOMPARE(files::list(top.path()), before);
+        QCOMPARE(files::read(top / "BlockedUpdater/file"), QByteArray("old"));
+    }
+
+    void endOfTheObjectLeavesTheCopies()
+    {
+        const TestDir top;
+        const ScopedTmpDir tmp(top.path());
+        QString target;
+        auto updater = makeUpdater("Editor");
+        QVERIFY(!updater->selfCopyToTemp(target));
+        updater.reset();
+        QVERIFY(files::read(target) == ownExecutable());
+    }
+};
+
+int main(int argc, char** argv)
+{
+    if (argc == 2 && qstrcmp(argv[1], whereOption) == 0)
+        return sayWhere(argc, argv);
+    const PrivateEnvironment environment;
+    const QApplication app(argc, argv);
+    TestSelfCopy test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_SelfCopy.moc"

@@ -1,0 +1,636 @@
+// The scan of a release tree: which files are listed, in which order, and what is said of each.
+
+#include "updater/Updater.h"
+
+#include "tests/support/ReleaseTree.h"
+#include "tests/support/Restrictions.h"
+#include "tests/support/TestMain.h"
+#include "tests/support/UpdaterProbe.h"
+
+#include <QDir>
+#include <QFileInfo>
+
+namespace {
+
+/// A release tree, and what a scan of it finds.
+class Release
+{
+public:
+    Release() { files::makeDirectory(top()); }
+
+    QString top() const { return QFileInfo(m_dir.path()).canonicalFilePath() + "/tree"; }
+    QString operator/(const QString& name) const { return top() + "/" + name; }
+    QString outside(const QString& name) const { return m_dir / name; }
+
+    void add(const QString& name, const QByteArray& contents = "contents") const
+    {
+        files::write(*this / name, contents);
+    }
+
+    bool scan(const QString& prefix = QString()) { return scan(QDir(top()), prefix); }
+
+    bool scan(const QDir& dir, const QString& prefix)
+    {
+        return m_updater.collectFiles(dir, found, prefix);
+    }
+
+    QStringList names() const
+    {
+        QStringList names;
+        for (const ProgramFile& file : found.files)
+            names.append(file.name);
+        return names;
+    }
+
+    QStringList lines() const { return tree::lines(found.files); }
+
+    Updater& updater() { return m_updater; }
+
+    ProgramData found;
+
+private:
+    TestDir m_dir;
+    Updater m_updater{"", "", "", "", "", ""};
+};
+
+/// The line of the entry for a file with @p contents.
+QString lineOf(const QString& name, const QByteArray& contents)
+{
+    return tree::lines({tree::entry(name, contents)}).first();
+}
+
+/// The line of the entry for a file that cannot be opened.
+QString lineWithoutDigest(const QString& name, qint64 size)
+{
+    return " " + QString::number(size) + " " + name;
+}
+
+QByteArray everyByte()
+{
+    QByteArray bytes;
+    for (int value = 0; value < 256; ++value)
+        bytes.append(static_cast<char>(value));
+    return bytes;
+}
+
+/// Adds a row of two texts.
+void row(const char* tag, const QString& first, const QString& second)
+{
+    QTest::newRow(tag) << first << second;
+}
+
+} // namespace
+
+class TestTreeScan : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void nameIsThePathFromTheTop_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<QString>("name");
+        row("bare at the top", "a.txt", "a.txt");
+        row("two levels down", "sub/deeper/b.dat", "sub/deeper/b.dat");
+        row("ten levels down", "a/b/c/d/e/f/g/h/i/j/k", "a/b/c/d/e/f/g/h/i/j/k");
+        row("hidden file", ".hidden", ".hidden");
+        row("hidden file below", "sub/.hidden", "sub/.hidden");
+        row("hidden directory", ".git/config", ".git/config");
+        row("dots that are no hidden name", "sub/..a", "sub/..a");
+        row("case of both kinds", "Contents/MacOS/eDiToR", "Contents/MacOS/eDiToR");
+        row("version file at the top", "index.txt", "index.txt");
+        row("version file below", "sub/index.txt", "sub/index.txt");
+        row("blanks around", " sub / a ", " sub / a ");
+        row("markup", "<file>/<name>&\"", "<file>/<name>&\"");
+        row("semicolons and quotes", "a;b/'c'", "a;b/'c'");
+    }
+
+    void nameIsThePathFromTheTop() { nameIsMadeOfPath(); }
+
+    void nameBeyondAsciiIsKept()
+    {
+        const QString name = QString::fromUtf8("Ä/ß☃.txt");
+        if (QFile::decodeName(QFile::encodeName(name)) != name)
+            QSKIP("the locale's encoding has no such file names");
+        Release release;
+        release.add(name);
+        QVERIFY(release.scan());
+        QCOMPARE(release.names(), QStringList{name});
+    }
+
+    void backslashSeparatesInDirectoryNamesOnly_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<QString>("name");
+        row("inside a directory's name", "a\\b/f", "a/b/f");
+        row("at its begin", "\\a/f", "/a/f");
+        row("at its end, where no separator is added", "a\\/f", "a/f");
+        row("two at its end", "a\\\\/f", "a//f");
+        row("all of it", "\\/f", "/f");
+        row("on two levels", "a\\b/c\\d/f", "a/b/c/d/f");
+        row("in a file's name at the top", "b\\c", "b\\c");
+        row("in a file's name below", "sub/b\\c", "sub/b\\c");
+        row("in both", "a\\b/c\\d", "a/b/c\\d");
+    }
+
+    void backslashSeparatesInDirectoryNamesOnly() { nameIsMadeOfPath(); }
+
+    // The file name takes the place of every occurrence of the lowest-numbered marker in the path
+    // of the directory followed by "%2". A number has one or two digits; "L" before it is allowed.
+    void placeMarkerInDirectoryNameTakesPart_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<QString>("name");
+        row("one", "%1/f", "f/%2");
+        row("one, amid letters", "d%1x/f", "dfx/%2");
+        row("one, twice", "%1%1/f", "ff/%2");
+        row("one, on two levels", "%1/%1/f", "f/f/%2");
+        row("one, above", "a/%1/b/f", "a/f/b/%2");
+        row("one, in the digits of two", "%01/f", "f/%2");
+        row("zero", "%0/f", "f/%2");
+        row("two", "%2/f", "f/f");
+        row("two, twice", "%2-%2/f", "f-f/f");
+        row("three", "%3/f", "%3/f");
+        row("nine", "%9/f", "%9/f");
+        row("ten", "%10/f", "%10/f");
+        row("ten and a digit", "%100/f", "%100/f");
+        row("one and three", "%3%1/f", "%3f/%2");
+        row("two and three", "%3%2/f", "%3f/f");
+        row("one and two on two levels", "%1/%2/f", "f/%2/%2");
+        row("two and one on two levels", "%2/%1/f", "%2/f/%2");
+        row("one for locales", "%L1/f", "f/%2");
+        row("two for locales", "%L2/f", "f/f");
+        row("one behind a percent sign", "%%1/f", "%f/%2");
+        row("percent sign alone", "%/f", "%/f");
+        row("percent sign before a letter", "%a%L/f", "%a%L/f");
+        row("percent sign before a file name of digits", "%/1", "%/1");
+    }
+
+    void placeMarkerInDirectoryNameTakesPart() { nameIsMadeOfPath(); }
+
+    void placeMarkerInFileNameIsKept_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<QString>("name");
+        row("one", "%1", "%1");
+        row("two", "%2", "%2");
+        row("both", "%2%1", "%2%1");
+        row("nine", "%9", "%9");
+        row("for locales", "%L1", "%L1");
+        row("one, below", "sub/%1", "sub/%1");
+        row("two, below", "sub/%2", "sub/%2");
+        row("one in a directory with one", "%1/%1", "%1/%2");
+        row("two in a directory with one", "%1/%2", "%2/%2");
+        row("one in a directory with two", "%2/%1", "%1/%1");
+    }
+
+    void placeMarkerInFileNameIsKept() { nameIsMadeOfPath(); }
+
+    void prefixStandsBeforeEveryName_data()
+    {
+        QTest::addColumn<QString>("prefix");
+        QTest::addColumn<QString>("before");
+        row("null", QString(), "");
+        row("empty", "", "");
+        row("without separator", "pre", "pre/");
+        row("slash at the end", "pre/", "pre/");
+        row("two slashes at the end", "pre//", "pre//");
+        row("backslash at the end", "pre\\", "pre/");
+        row("backslash inside", "a\\b", "a/b/");
+        row("backslashes and slashes", "\\a/b\\\\c/", "/a/b//c/");
+        row("slash alone", "/", "/");
+        row("backslash alone", "\\", "/");
+        row("blank", " ", " /");
+        row("case of both kinds", "Pre", "Pre/");
+    }
+
+    void prefixStandsBeforeEveryName()
+    {
+        QFETCH(QString, prefix);
+        QFETCH(QString, before);
+        Release release;
+        release.add("f");
+        release.add("sub/g\\h");
+        const QString original = QString::fromUtf8(prefix.toUtf8());
+        QVERIFY(release.scan(prefix));
+        QCOMPARE(release.names(), QStringList({before + "f", before + "sub/g\\h"}));
+        QCOMPARE(prefix, original);
+    }
+
+    void placeMarkerInPrefixTakesPart()
+    {
+        Release release;
+        release.add("f");
+        QVERIFY(release.scan("%1"));
+        QCOMPARE(release.names(), QStringList{"f/%2"});
+    }
+
+    void contentsGiveDigestAndSize_data()
+    {
+        QTest::addColumn<QByteArray>("contents");
+        QTest::addColumn<QString>("sha1");
+        // The expected digests were taken with sha1sum.
+        QTest::newRow("empty") << QByteArray() << "da39a3ee5e6b4b0d3255bfef95601890afd80709";
+        QTest::newRow("three letters")
+            << QByteArray("abc") << "a9993e364706816aba3e25717850c26c9cd0d89d";
+        QTest::newRow("carriage returns")
+            << QByteArray("a\r\nb\r") << "2b42365b4afcf00d7ccc5d1d2005c11bd0f60d7f";
+        QTest::newRow("zero byte")
+            << QByteArray("a\0b", 3) << "4a3dec2d1f8245280855c42db0ee4239f917fdb8";
+        QTest::newRow("every byte, many times")
+            << everyByte().repeated(10000) << "7eefc49fb20ec508f67f7fe79307466d2492ab28";
+    }
+
+    void contentsGiveDigestAndSize()
+    {
+        QFETCH(QByteArray, contents);
+        QFETCH(QString, sha1);
+        Release release;
+        release.add("sub/UPPER", contents);
+        QVERIFY(release.scan());
+        QCOMPARE(release.names(), QStringList{"sub/UPPER"});
+        QCOMPARE(release.found.files[0].sha1, sha1);
+        QCOMPARE(release.found.files[0].size, static_cast<quint64>(contents.size()));
+    }
+
+    void fileBeyondFourGigabytesHasItsSize()
+    {
+        // Nothing of it is stored; without a digest nothing of it is read, either.
+        constexpr qint64 size = 5'000'000'000;
+        Release release;
+        QFile file(release / "large");
+        if (!file.open(QIODevice::WriteOnly) || !file.resize(size))
+            QSKIP("the file system has no such files");
+        file.close();
+        const ScopedMode locked(release / "large", 0);
+        const EnforcedPermissions enforced;
+        if (!enforced.active())
+            QSKIP(NO_PERMISSIONS);
+        QVERIFY(!release.scan());
+        QCOMPARE(release.lines(), QStringList{lineWithoutDigest("large", size)});
+    }
+
+    void sizeIsThatOfTheListingNotOfTheBytesRead()
+    {
+        QFile version("/proc/version");
+        if (!version.open(QIODevice::ReadOnly))
+            QSKIP("needs the process file system");
+        const QByteArray contents = version.readAll();
+        QVERIFY(!contents.isEmpty());
+        QCOMPARE(QFileInfo(version).size(), qint64(0));
+        Release release;
+        files::link("/proc/version", release / "link");
+        QVERIFY(release.scan());
+        QCOMPARE(release.lines(), QStringList{files::sha1(contents) + " 0 link"});
+    }
+
+    void errorWhileReadingIsNotNoticed()
+    {
+        QFile memory("/proc/self/mem"); // Can be opened; there is nothing to read at address 0.
+        if (!memory.open(QIODevice::ReadOnly))
+            QSKIP("needs the process file system");
+        QVERIFY(memory.readAll().isEmpty());
+        Release release;
+        files::link("/proc/self/mem", release / "link");
+        QVERIFY(release.scan());
+        QCOMPARE(release.lines(), QStringList{lineOf("link", QByteArray())});
+    }
+
+    void linkToFileIsListedUnderItsOwnName_data()
+    {
+        QTest::addColumn<QString>("target");
+        QTest::newRow("in the tree") << "sub/target";
+        QTest::newRow("outside") << "../outside";
+        QTest::newRow("to a link") << "other";
+    }
+
+    void linkToFileIsListedUnderItsOwnName()
+    {
+        QFETCH(QString, target);
+        Release release;
+        release.add("sub/target", "inside");
+        files::write(release.outside("outside"), "outside");
+        files::link("../outside", release / "other");
+        files::link(target, release / "Link");
+        const QByteArray expected = target.startsWith("sub") ? "inside" : "outside";
+        QVERIFY(release.scan());
+        QCOMPARE(release.lines(), QStringList({lineOf("Link", expected), lineOf("other", "outside"),
+                                               lineOf("sub/target", "inside")}));
+    }
+
+    void linkToDirectoryIsDescendedUnderItsOwnName()
+    {
+        Release release;
+        files::write(release.outside("elsewhere/deep/a"), "a");
+        files::link("../elsewhere", release / "link");
+        QVERIFY(release.scan());
+        QCOMPARE(release.lines(), QStringList{lineOf("link/deep/a", "a")});
+    }
+
+    void topMayBeALink()
+    {
+        Release release;
+        release.add("sub/a", "a");
+        files::link("tree", release.outside("link"));
+        QVERIFY(release.scan(QDir(release.outside("link")), QString()));
+        QCOMPARE(release.lines(), QStringList{lineOf("sub/a", "a")});
+    }
+
+    // 40 links are followed in one path, then the system refuses; the files of the top itself make
+    // it 41. The files behind the link in the listing come when the descent has ended.
+    void linkCycleIsDescendedUntilTheSystemRefuses()
+    {
+#ifndef Q_OS_LINUX
+        QSKIP("the number of links that are followed is another here");
+#endif
+        Release release;
+        release.add("a");
+        release.add("z");
+        files::link(".", release / "loop");
+        QVERIFY(release.scan());
+
+        QStringList expected;
+        for (int depth = 0; depth <= 40; ++depth)
+            expected.append(QString("loop/").repeated(depth) + "a");
+        for (int depth = 40; depth >= 0; --depth)
+            expected.append(QString("loop/").repeated(depth) + "z");
+        QCOMPARE(release.names(), expected);
+    }
+
+    void otherKindsAreSkipped_data()
+    {
+        QTest::addColumn<QString>("kind");
+        for (const char* kind :
+             {"named pipe", "socket", "broken link", "link to itself", "link to a device",
+              "link to a named pipe", "link to an empty directory", "empty directory",
+              "hidden empty directory"})
+            QTest::newRow(kind) << kind;
+    }
+
+    void otherKindsAreSkipped()
+    {
+        QFETCH(QString, kind);
+        Release release;
+        release.add("a");
+        release.add("z");
+        make(kind, release);
+        QVERIFY(release.scan());
+        QCOMPARE(release.names(), QStringList({"a", "z"}));
+    }
+
+    void unreadableFileIsListedWithoutDigest_data()
+    {
+        QTest::addColumn<QStringList>("unreadable");
+        QTest::newRow("first of all") << QStringList{"a"};
+        QTest::newRow("last of all") << QStringList{"z"};
+        QTest::newRow("first subtree") << QStringList{"b/b"};
+        QTest::newRow("deep in the first subtree") << QStringList{"b/c/d"};
+        QTest::newRow("last subtree") << QStringList{"y/x"};
+        QTest::newRow("empty file") << QStringList{"empty"};
+        QTest::newRow("version file") << QStringList{"index.txt"};
+        QTest::newRow("two, in one directory") << QStringList{"b/b", "b/c/d"};
+        QTest::newRow("two, far apart") << QStringList{"a", "y/x"};
+        QTest::newRow("every one")
+            << QStringList{"a", "b/b", "b/c/d", "b/e", "empty", "index.txt", "y/x", "z"};
+    }
+
+    void unreadableFileIsListedWithoutDigest()
+    {
+        QFETCH(QStringList, unreadable);
+        Release release;
+        const QStringList names{"a", "b/b", "b/c/d", "b/e", "empty", "index.txt", "y/x", "z"};
+        QStringList expected;
+        for (const QString& name : names) {
+            const QByteArray contents = name == "empty" ? QByteArray() : name.toLatin1();
+            release.add(name, contents);
+            expected.append(unreadable.contains(name) ? lineWithoutDigest(name, contents.size())
+                                                      : lineOf(name, contents));
+        }
+        for (const QString& name : unreadable)
+            files::setMode(release / name, 0);
+
+        const EnforcedPermissions enforced;
+        if (!enforced.active())
+            QSKIP(NO_PERMISSIONS);
+        QVERIFY(!release.scan());
+        QCOMPARE(release.lines(), expected);
+    }
+
+    void permissionToReadIsEnough()
+    {
+        Release release;
+        release.add("sub/a", "a");
+        files::setMode(release / "sub/a", 0400);
+        const ScopedMode closed(release / "sub", 0500);
+        const EnforcedPermissions enforced;
+        if (!enforced.active())
+            QSKIP(NO_PERMISSIONS);
+        QVERIFY(release.scan());
+        QCOMPARE(release.lines(), QStringList{lineOf("sub/a", "a")});
+    }
+
+    void unreadableDirectoryCountsAsEmpty_data()
+    {
+        QTest::addColumn<unsigned>("mode");
+        QTest::newRow("no permission") << 0u;
+        QTest::newRow("to enter, not to list") << 0300u;
+    }
+
+    void unreadableDirectoryCountsAsEmpty()
+    {
+        QFETCH(unsigned, mode);
+        Release release;
+        release.add("a");
+        release.add("locked/b");
+        release.add("locked/sub/c");
+        release.add("z");
+        const ScopedMode locked(release / "locked", mode);
+        const EnforcedPermissions enforced;
+        if (!enforced.active())
+            QSKIP(NO_PERMISSIONS);
+        QVERIFY(release.scan());
+        QCOMPARE(release.names(), QStringList({"a", "z"}));
+    }
+
+    void unreadableTopCountsAsEmpty()
+    {
+        Release release;
+        release.add("a");
+        const ScopedMode locked(release.top(), 0);
+        const EnforcedPermissions enforced;
+        if (!enforced.active())
+            QSKIP(NO_PERMISSIONS);
+        QVERIFY(release.scan());
+        QVERIFY(release.names().isEmpty());
+    }
+
+    void directoryThatCannotBeListedCountsAsEmpty_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::newRow("never was") << "never";
+        QTest::newRow("vanished") << "vanished";
+        QTest::newRow("is a file") << "file";
+        QTest::newRow("is a broken link") << "broken";
+    }
+
+    void directoryThatCannotBeListedCountsAsEmpty()
+    {
+        QFETCH(QString, path);
+        Release release;
+        release.add("file");
+        release.add("vanished/a");
+        files::link("nowhere", release / "broken");
+        const QDir dir(release / path);
+        if (path == "vanished")
+            QVERIFY(QDir(dir).removeRecursively());
+        QVERIFY(release.scan(dir, QString()));
+        QVERIFY(release.names().isEmpty());
+    }
+
+    void directoryCountsAsEmptyWhenNothingCanBeOpened()
+    {
+        Release release;
+        release.add("a");
+        bool result = false;
+        {
+            const NoDescriptorsLeft none;
+            result = release.scan();
+        }
+        QVERIFY(result);
+        QVERIFY(release.names().isEmpty());
+    }
+
+    void emptyTreeHasNoEntries()
+    {
+        Release release;
+        QVERIFY(release.scan());
+        QVERIFY(release.found.files.isEmpty());
+    }
+
+    void entriesComeDepthFirstInListingOrder()
+    {
+        Release release;
+        const QStringList names{"B/x",   "B/Y/b", "B/Y/a", "B/z", "a",     "C",    "b",
+                                "d/e/f", "d/f",   "d/D",   "_",   ".h/.h", "10",   "9",
+                                "index", "zz/1",  "Zy",    "~",   "a.b/c", "a-b/c"};
+        for (const QString& name : names)
+            release.add(name);
+        QVERIFY(release.scan());
+        QCOMPARE(release.names(), tree::listingOrder(release.top()));
+        QCOMPARE(release.names(),
+                 QStringList({".h/.h", "10",  "9",     "_",     "a",    "a-b/c", "a.b/c",
+                              "b",     "B/x", "B/Y/a", "B/Y/b", "B/z",  "C",     "d/D",
+                              "d/e/f", "d/f", "index", "Zy",    "zz/1", "~"}));
+    }
+
+    void entriesOfManyFilesComeInListingOrder()
+    {
+        Release release;
+        for (int i = 0; i < 300; ++i)
+            release.add(QString("%1/%2").arg(i * 37 % 17).arg(i * 7919 % 1000));
+        QVERIFY(release.scan());
+        QCOMPARE(release.names().size(), 300);
+        QCOMPARE(release.names(), tree::listingOrder(release.top()));
+    }
+
+    // The listing itself asks for no order, so that of the directory object decides.
+    void topIsListedInTheOrderOfItsObject()
+    {
+        Release release;
+        release.add("a");
+        release.add("b/c");
+        release.add("b/d");
+        release.add("e");
+        QDir dir(release.top());
+        dir.setSorting(QDir::Name | QDir::Reversed);
+        QVERIFY(release.scan(dir, QString()));
+        QCOMPARE(release.names(), QStringList({"e", "b/c", "b/d", "a"}));
+    }
+
+    void entriesAreAppended()
+    {
+        Release release;
+        release.add("a", "a");
+        release.found.files.append(tree::entry("z", "first"));
+        release.found.files.append(tree::entry("a", "second"));
+        QVERIFY(release.scan());
+        QVERIFY(release.scan());
+        QCOMPARE(release.lines(), QStringList({lineOf("z", "first"), lineOf("a", "second"),
+                                               lineOf("a", "a"), lineOf("a", "a")}));
+    }
+
+    void nothingButTheFileListIsTouched()
+    {
+        Release release;
+        release.add("a");
+        release.found.name = "Editor";
+        release.found.version = " 2.1 ";
+        release.found.required = true;
+        release.found.changelog = "Cg==";
+        QVERIFY(release.scan());
+        QCOMPARE(release.found.name, QString("Editor"));
+        QCOMPARE(release.found.version, QString(" 2.1 "));
+        QVERIFY(release.found.required);
+        QCOMPARE(release.found.changelog, QString("Cg=="));
+
+        const UpdaterProbe probe(release.updater());
+        QVERIFY(probe.programData.files.isEmpty());
+        QVERIFY(probe.programBaseDir.isEmpty());
+    }
+
+    void treeIsLeftAsItWas()
+    {
+        Release release;
+        release.add("a", "a");
+        release.add("sub/b", "b");
+        const QStringList before = files::list(release.top());
+        QVERIFY(release.scan());
+        QCOMPARE(files::list(release.top()), before);
+        QCOMPARE(files::read(release / "sub/b"), QByteArray("b"));
+    }
+
+private:
+    /// Scans a tree with nothing but a file at the row's path: it has the row's name.
+    static void nameIsMadeOfPath()
+    {
+        QFETCH(QString, path);
+        QFETCH(QString, name);
+        Release release;
+        release.add(path, "abc");
+        QVERIFY(release.scan());
+        QCOMPARE(release.lines(),
+                 QStringList{"a9993e364706816aba3e25717850c26c9cd0d89d 3 " + name});
+    }
+
+    static void make(const QString& kind, const Release& release)
+    {
+        if (kind == "named pipe")
+            tree::makeFifo(release / "m");
+        else if (kind == "socket")
+            tree::makeSocket(release / "m");
+        else if (kind == "broken link")
+            files::link("nowhere", release / "m");
+        else if (kind == "link to itself")
+            files::link("m", release / "m");
+        else if (kind == "link to a device")
+            files::link("/dev/null", release / "m");
+        else if (kind == "link to a named pipe")
+            makeLinkOutside(release, [&] { tree::makeFifo(release.outside("target")); });
+        else if (kind == "link to an empty directory")
+            makeLinkOutside(release, [&] { files::makeDirectory(release.outside("target")); });
+        else if (kind == "empty directory")
+            files::makeDirectory(release / "m/n");
+        else
+            files::makeDirectory(release / ".m/.n");
+    }
+
+    template <typename MakeTarget>
+    static void makeLinkOutside(const Release& release, MakeTarget makeTarget)
+    {
+        makeTarget();
+        files::link("../target", release / "m");
+    }
+};
+
+UPDATER_TEST_MAIN(TestTreeScan)
+#include "tst_TreeScan.moc"

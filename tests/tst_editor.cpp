@@ -1,0 +1,231 @@
+// The example application: what it makes of a check, what it asks the user, and the whole road from
+// Editor 1.0 to Editor 2.0.
+
+#include "examples/host/EditorWindow.h"
+
+#include "tests/support/HttpServer.h"
+#include "tests/support/Nginx.h"
+#include "tests/support/Release.h"
+#include "tests/support/TestMain.h"
+
+#include <QAbstractButton>
+#include <QMessageBox>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTimer>
+
+#include <memory>
+
+namespace {
+
+QByteArray versionFile(const QByteArray& version, bool required, const QByteArray& changelog)
+{
+    return "<Editor>\n\t<version>" + version + "</version>\n\t<required>" +
+           (required ? "true" : "false") + "</required>\n\t<changelog>" + changelog.toBase64() +
+           "</changelog>\n</Editor>\n";
+}
+
+HostInfo editor(const QString& version, const QString& url)
+{
+    return {UPDATER_EXECUTABLE,    "Editor", version,
+            "/nowhere/Editor.app", url,      "/nowhere/Editor.app/Contents/MacOS/Editor"};
+}
+
+/// Puts an Editor of @p version together in @p dir, as it is installed.
+void makeBundle(const QString& dir, const QByteArray& version, const QString& url)
+{
+    const QString macOs = dir + "/Contents/MacOS";
+    files::write(macOs + "/Editor", files::read(EDITOR_EXECUTABLE) + version);
+    files::setMode(macOs + "/Editor", 0755);
+    files::makeDirectory(macOs);
+    QFile::copy(UPDATER_EXECUTABLE, macOs + "/updater");
+    files::write(dir + "/Contents/Resources/about.ini",
+                 "name=Editor\nversion=" + version + "\nurl=" + url.toUtf8() + "\n");
+}
+
+QMessageBox* openBox()
+{
+    return qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+}
+
+} // namespace
+
+class TestEditor : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init() { m_server = std::make_unique<HttpServer>(); }
+
+    void checkTellsWhatIsPublished_data()
+    {
+        QTest::addColumn<QString>("installed");
+        QTest::addColumn<QByteArray>("published"); // The version file.
+        QTest::addColumn<QString>("expected");
+        const QByteArray changelog = "News: \xC3\xA4";
+        QTest::newRow("another version") << "1.0" << versionFile("2.0", false, changelog)
+                                         << QString::fromUtf8("found 2.0 optional News: \xC3\xA4");
+        QTest::newRow("required version") << "1.0" << versionFile("2.0", true, changelog)
+                                          << QString::fromUtf8("found 2.0 required News: \xC3\xA4");
+        QTest::newRow("no changelog")
+            << "1.0" << versionFile("2.0", false, "") << "found 2.0 optional ";
+        QTest::newRow("older version")
+            << "3.0" << versionFile("2.0", false, "") << "found 2.0 optional ";
+        QTest::newRow("same version")
+            << "2.0" << versionFile("2.0", true, changelog) << "up to date";
+        QTest::newRow("same version in another case")
+            << "2.0A" << versionFile("2.0a", false, "") << "up to date";
+        QTest::newRow("unreadable version file")
+            << "1.0" << QByteArray("<html>not found</html>")
+            << "failed: The published version could not be read.";
+        QTest::newRow("longest version that fits")
+            << "1.0" << versionFile(QByteArray(253, 'v'), false, "")
+            << "found " + QString(253, 'v') + " optional ";
+        QTest::newRow("version that does not fit")
+            << "1.0" << versionFile(QByteArray(254, 'v'), false, "")
+            << "failed: The published version could not be read.";
+    }
+
+    void checkTellsWhatIsPublished()
+    {
+        QFETCH(QString, installed);
+        QFETCH(QByteArray, published);
+        QFETCH(QString, expected);
+        m_server->serve("/index.txt", HttpReply::ok(published));
+        QStringList told;
+        UpdateCheck check(editor(installed, m_server->url("/index.txt")));
+        listen(check, told);
+        check.start();
+        QTRY_VERIFY_WITH_TIMEOUT(!told.isEmpty(), 30000);
+        QCOMPARE(told, QStringList{expected});
+        QCOMPARE(files::list(QDir::tempPath()).filter("velmora"), QStringList());
+    }
+
+    void checkWithoutUpdaterFails()
+    {
+        HostInfo info = editor("1.0", "http://127.0.0.1:1/");
+        info.updater = "/nowhere/updater";
+        QStringList told;
+        UpdateCheck check(info);
+        listen(check, told);
+        check.start();
+        QTRY_COMPARE(told, QStringList{"failed: The updater does not start."});
+    }
+
+    void checkThatIsRejectedFails()
+    {
+        QStringList told;
+        UpdateCheck check(editor("", m_server->url("/index.txt")));
+        listen(check, told);
+        check.start();
+        QTRY_COMPARE(told, QStringList{"failed: The check did not finish."});
+    }
+
+    void userIsAskedAndMayStay_data()
+    {
+        QTest::addColumn<bool>("required");
+        QTest::addColumn<QString>("otherChoice");
+        QTest::newRow("optional update") << false << "Later";
+        QTest::newRow("required update") << true << "Quit";
+    }
+
+    void userIsAskedAndMayStay()
+    {
+        QFETCH(bool, required);
+        QFETCH(QString, otherChoice);
+        m_server->serve("/index.txt", HttpReply::ok(versionFile("2.0", required, "What is new")));
+        EditorWindow window(editor("1.0", m_server->url("/index.txt")), false);
+        // The box runs an event loop of its own, so it is answered from a timer.
+        QString text;
+        QString changelog;
+        QStringList choices;
+        QTimer whenAsked;
+        connect(&whenAsked, &QTimer::timeout, &window, [&] {
+            const QMessageBox* box = openBox();
+            if (!box)
+                return;
+            whenAsked.stop();
+            text = box->text();
+            changelog = box->informativeText();
+            const auto buttons = box->buttons();
+            for (const QAbstractButton* button : buttons)
+                choices.append(button->text());
+            for (QAbstractButton* button : buttons) {
+                if (button->text() == otherChoice)
+                    button->click();
+            }
+        });
+        whenAsked.start(10);
+        QTRY_VERIFY_WITH_TIMEOUT(!choices.isEmpty() && !openBox(), 30000);
+        choices.sort();
+        QCOMPARE(choices, QStringList({otherChoice, "Update now"}));
+        QCOMPARE(text, QString("Editor 2.0 is available."));
+        QCOMPARE(changelog, QString("What is new"));
+        QVERIFY2(!window.isUpdateStarted(), "the user has not agreed");
+    }
+
+    void editorUpdatesItself_data()
+    {
+        QTest::addColumn<QStringList>("buildOptions");
+        QTest::addColumn<QString>("announcement");
+        QTest::newRow("optional update") << QStringList() << "version 2.0 is published";
+        QTest::newRow("required update")
+            << QStringList{"-r"} << "version 2.0 is published and required";
+    }
+
+    void editorUpdatesItself()
+    {
+        QFETCH(QStringList, buildOptions);
+        QFETCH(QString, announcement);
+        if (!Nginx::isInstalled())
+            QSKIP("nginx is not installed");
+        const TestDir dir;
+        files::makeDirectory(dir / "www");
+        const Nginx nginx(dir / "www");
+        const QString url = nginx.url("/editor/index.txt");
+        makeBundle(dir / "www/editor", "2.0", url);
+        makeBundle(dir / "Editor.app", "1.0", url);
+        files::write(dir / "CHANGES.txt", "Faster start-up\n");
+        release::describe(dir / "www/editor", "Editor", "2.0",
+                          buildOptions + QStringList{"--changelog", dir / "CHANGES.txt"});
+
+        QProcess process;
+        process.setProcessChannelMode(QProcess::MergedChannels);
+        process.setStandardOutputFile(dir / "log");
+        process.start(dir / "Editor.app/Contents/MacOS/Editor", {"--auto"});
+        QVERIFY(process.waitForFinished());
+        QCOMPARE(process.exitCode(), 0);
+        const auto told = [&dir] {
+            return QString::fromUtf8(files::read(dir / "log"))
+                .split('\n', Qt::SkipEmptyParts)
+                .filter(QRegularExpression("^(Editor|Faster)"));
+        };
+        QTRY_COMPARE_WITH_TIMEOUT(told(),
+                                  QStringList({"Editor 1.0: started", "Editor 1.0: " + announcement,
+                                               "Editor 1.0: its changelog:", "Faster start-up",
+                                               "Editor 1.0: starts the update and quits",
+                                               "Editor 2.0: started", "Editor 2.0: up to date"}),
+                                  30000);
+        Tree expected = release::read(dir / "www/editor");
+        expected.remove("index.txt");
+        QCOMPARE(release::differences(release::read(dir / "Editor.app"), expected), QStringList());
+    }
+
+private:
+    static void listen(UpdateCheck& check, QStringList& told)
+    {
+        connect(&check, &UpdateCheck::versionFound, &check,
+                [&told](const QString& version, bool required, const QString& changelog) {
+                    told.append("found " + version + (required ? " required " : " optional ") +
+                                changelog);
+                });
+        connect(&check, &UpdateCheck::upToDate, &check, [&told] { told.append("up to date"); });
+        connect(&check, &UpdateCheck::failed, &check,
+                [&told](const QString& reason) { told.append("failed: " + reason); });
+    }
+
+    std::unique_ptr<HttpServer> m_server;
+};
+
+UPDATER_TEST_MAIN(TestEditor)
+#include "tst_editor.moc"
