@@ -1,10 +1,7 @@
 // What writing and reading a manifest costs, and how the cost grows with the number of files.
 
+#include "bench/BenchmarkMain.h"
 #include "updater/Updater.h"
-
-#include <QCoreApplication>
-
-#include <benchmark/benchmark.h>
 
 namespace {
 
@@ -37,12 +34,6 @@ QString textOf(const ProgramData& data)
     return text;
 }
 
-void finish(benchmark::State& state)
-{
-    state.SetItemsProcessed(state.iterations() * state.range(0));
-    state.SetComplexityN(state.range(0));
-}
-
 void write(benchmark::State& state)
 {
     const ProgramData data = record(static_cast<int>(state.range(0)));
@@ -63,27 +54,10 @@ void read(benchmark::State& state, const QString& betweenFiles)
     finish(state);
 }
 
-void sizes(benchmark::internal::Benchmark* benchmark)
-{
-    benchmark->RangeMultiplier(10)
-        ->Range(100, 100000)
-        ->Complexity(benchmark::oN)
-        ->Unit(benchmark::kMicrosecond);
-}
-
 BENCHMARK(write)->Apply(sizes);
 BENCHMARK_CAPTURE(read, asWritten, QString())->Apply(sizes);
 BENCHMARK_CAPTURE(read, withTextBetweenFiles, QStringLiteral(" text "))->Apply(sizes);
 
 } // namespace
 
-int main(int argc, char** argv)
-{
-    const QCoreApplication app(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
-}
+UPDATER_BENCHMARK_MAIN()

@@ -8,7 +8,8 @@ class UpdaterProbe
 {
 public:
     explicit UpdaterProbe(Updater& updater)
-        : programName(updater.programName)
+        : m_updater(updater)
+        , programName(updater.programName)
         , programBaseDir(updater.programBaseDir)
         , programVersion(updater.programVersion)
         , updateUrl(updater.updateUrl)
@@ -25,6 +26,13 @@ public:
     {
     }
 
+    /// Drops the files from the manifest that are in place.
+    void selectFiles() { m_updater.selectFiles(); }
+
+private:
+    Updater& m_updater;
+
+public:
     QString& programName;
     QString& programBaseDir;
     QString& programVersion;
