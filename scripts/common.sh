@@ -16,14 +16,13 @@ as_root() {
   if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo "$@"; fi
 }
 
-# need_packages PACKAGE...: installs the Debian packages that are missing. Elsewhere, says what the
-# package manager has to provide and goes on if the build tools are there.
+# need_packages PACKAGE...: installs the Debian packages that are missing. Elsewhere (on macOS), says
+# what the package manager has to provide, and goes on if the build tools are there.
 need_packages() {
   if ! command -v apt-get >/dev/null; then
-    if ! command -v cmake >/dev/null || ! command -v ninja >/dev/null; then
-      die "Install with your package manager (Homebrew or MacPorts on macOS): a C++17 compiler," \
-        "CMake, Ninja, Qt 6 and Qt 5.15 (base modules), nginx, curl. Then run this again."
-    fi
+    say "Needed from your package manager (on macOS: Homebrew or MacPorts): a C++17 compiler, CMake," \
+      "Ninja, Qt 6 and Qt 5.15 (base modules), nginx, curl"
+    command -v cmake >/dev/null && command -v ninja >/dev/null || die "Install these first."
     return
   fi
   local package missing=()

@@ -1,6 +1,7 @@
 # Installs the build in BUILD_DIR below a directory of its own and looks at what is there.
-# Run by ctest: cmake -DBUILD_DIR=... -P install.cmake
+# Run by ctest: cmake -DBUILD_DIR=... -DBIN=<directory> -DMAN=<directory> -P install.cmake
 
+unset(ENV{DESTDIR})
 set(prefix ${BUILD_DIR}/tests/installed)
 file(REMOVE_RECURSE ${prefix})
 execute_process(
@@ -12,16 +13,16 @@ if(NOT status EQUAL 0)
 endif()
 
 file(GLOB_RECURSE installed RELATIVE ${prefix} ${prefix}/*)
-if(NOT installed STREQUAL "bin/updater;share/man/man1/updater.1")
+if(NOT installed STREQUAL "${BIN}/updater;${MAN}/man1/updater.1")
   message(FATAL_ERROR "Installed: ${installed}")
 endif()
 
 # The installed program runs: without a mode it ends with 1.
 execute_process(
-  COMMAND ${CMAKE_COMMAND} -E env QT_QPA_PLATFORM=offscreen ${prefix}/bin/updater
+  COMMAND ${CMAKE_COMMAND} -E env QT_QPA_PLATFORM=offscreen ${prefix}/${BIN}/updater
   OUTPUT_QUIET ERROR_QUIET
   RESULT_VARIABLE status)
 if(NOT status EQUAL 1)
-  message(FATAL_ERROR "bin/updater ended with ${status}")
+  message(FATAL_ERROR "The installed updater ended with ${status}")
 endif()
 file(REMOVE_RECURSE ${prefix})

@@ -20,6 +20,7 @@ struct
     std::string path;
     int refusals = 0;
     int attempts = 0;
+    bool goesByItself = false; ///< At the first refusal.
 } stubborn;
 
 } // namespace
@@ -29,6 +30,8 @@ extern "C" int unlink(const char* path) noexcept
     if (!stubborn.path.empty() && stubborn.path == path) {
         ++stubborn.attempts;
         if (stubborn.attempts <= stubborn.refusals) {
+            if (stubborn.goesByItself)
+                ::unlinkat(AT_FDCWD, path, 0);
             errno = EBUSY;
             return -1;
         }
@@ -355,12 +358,41 @@ private Q_SLOTS:
         const TestDir dir;
         files::write(dir / "stubborn", "x");
         files::write(dir / "next", "x");
-        stubborn = {QFile::encodeName(dir / "stubborn").toStdString(), refusals, 0};
+        stubborn = {QFile::encodeName(dir / "stubborn").toStdString(), refusals, 0, false};
 
         QVERIFY(parse({"--cleanup", QFile::encodeName((dir / "stubborn") + ";" + (dir / "next"))}));
         QCOMPARE(stubborn.attempts, attempts);
         QCOMPARE(!QFile::exists(dir / "stubborn"), gone);
         QVERIFY2(!QFile::exists(dir / "next"), "the list goes on behind a file that stays");
+    }
+
+    void cleanupTriesOnlyWhatExists_data()
+    {
+        QTest::addColumn<bool>("brokenLink");
+        QTest::newRow("missing file") << false;
+        QTest::newRow("broken link") << true;
+    }
+
+    void cleanupTriesOnlyWhatExists()
+    {
+        QFETCH(bool, brokenLink);
+        const TestDir dir;
+        if (brokenLink)
+            files::link("nowhere", dir / "stubborn");
+        const QStringList before = files::list(dir.path());
+        stubborn = {QFile::encodeName(dir / "stubborn").toStdString(), 0, 0, false};
+        QVERIFY(parse({"--cleanup", QFile::encodeName(dir / "stubborn")}));
+        QCOMPARE(stubborn.attempts, 0);
+        QCOMPARE(files::list(dir.path()), before);
+    }
+
+    void cleanupStopsWhenTheFileHasGoneByItself()
+    {
+        const TestDir dir;
+        files::write(dir / "stubborn", "x");
+        stubborn = {QFile::encodeName(dir / "stubborn").toStdString(), 1000000, 0, true};
+        QVERIFY(parse({"--cleanup", QFile::encodeName(dir / "stubborn")}));
+        QCOMPARE(stubborn.attempts, 1);
     }
 
     void trimQuotesTakesOnePair_data()

@@ -54,6 +54,9 @@ private Q_SLOTS:
         {
             QTextStream stream(&bytes, QIODevice::WriteOnly);
             toolkit::useSystemEncoding(stream);
+#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
+            QCOMPARE(stream.encoding(), QStringConverter::System);
+#endif
             stream << text;
         }
         QCOMPARE(bytes, text.toLocal8Bit());

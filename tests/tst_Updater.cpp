@@ -12,6 +12,7 @@
 #include <QSignalSpy>
 #include <QTimer>
 
+#include <algorithm>
 #include <memory>
 
 namespace {
@@ -19,6 +20,12 @@ namespace {
 std::unique_ptr<Updater> makeUpdater(const QString& url = QString())
 {
     return std::make_unique<Updater>("Editor", "/opt/editor", "1.0", url, QString(), QString());
+}
+
+/// Ends the event loop with an exit code that nothing else gives, should nothing else end it.
+void endSometime(QObject* context)
+{
+    QTimer::singleShot(10000, context, [] { QCoreApplication::exit(7); });
 }
 
 int slotIndex(const char* signature)
@@ -63,6 +70,20 @@ private Q_SLOTS:
         QVERIFY(!state.progressDialog);
     }
 
+    void membersKeepTheirOrder()
+    {
+        // They are destroyed in the reverse order: the transfers before the options they came from.
+        const auto updater = makeUpdater();
+        const UpdaterProbe state(*updater);
+        const QList<const void*> members{
+            &state.programName,     &state.programBaseDir, &state.programVersion,
+            &state.updateUrl,       &state.sharedMemKey,   &state.programExe,
+            &state.netManager,      &state.tempCopies,     &state.programData,
+            &state.tempDir,         &state.checkOnly,      &state.currentFile,
+            &state.downloadedFiles, &state.progressDialog};
+        QVERIFY(std::is_sorted(members.begin(), members.end()));
+    }
+
     void metaObjectHasThreeSlotsAndNothingElse()
     {
         const QMetaObject& meta = Updater::staticMetaObject;
@@ -90,6 +111,7 @@ private Q_SLOTS:
         const auto updater = makeUpdater();
         void* noArguments[] = {nullptr};
         int left = 0;
+        endSometime(updater.get());
         QTimer::singleShot(0, updater.get(), [&] {
             left = updater->qt_metacall(QMetaObject::InvokeMetaMethod,
                                         Updater::staticMetaObject.methodOffset() + 2, noArguments);
@@ -173,7 +195,7 @@ private Q_SLOTS:
     {
         const auto updater = makeUpdater();
         QTimer::singleShot(0, updater.get(), SLOT(cancelUpdate()));
-        QTimer::singleShot(10000, updater.get(), [] { QCoreApplication::exit(7); });
+        endSometime(updater.get());
         QCOMPARE(QCoreApplication::exec(), 0);
     }
 
@@ -184,6 +206,7 @@ private Q_SLOTS:
         const auto updater = makeUpdater(server.url("/index.txt"));
         updater->start(true);
         const auto* reply = UpdaterProbe(*updater).netManager.findChild<QNetworkReply*>();
+        endSometime(updater.get());
         QTimer::singleShot(0, updater.get(), SLOT(cancelUpdate()));
         QCOMPARE(QCoreApplication::exec(), 0);
         QVERIFY(reply->isRunning());

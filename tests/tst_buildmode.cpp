@@ -74,7 +74,7 @@ QByteArray versionFile(const QVector<ProgramFile>& files)
 /// The first directory of the system's that is a tree worth the name.
 QString realTree()
 {
-    for (const char* dir : {"/usr/include", "/usr/share/doc", "/usr/lib"}) {
+    for (const char* dir : {"/usr/include", "/usr/share/doc"}) {
         if (QDir(dir).exists() && tree::listingOrder(dir).size() >= 2000)
             return dir;
     }

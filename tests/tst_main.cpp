@@ -1,6 +1,8 @@
 // The program as a process: which mode runs, which options it insists on, its exit status.
 
+#include "tests/support/HostProcess.h"
 #include "tests/support/HttpServer.h"
+#include "tests/support/RelaunchedProgram.h"
 #include "tests/support/TestMain.h"
 #include "tests/support/UpdaterProcess.h"
 
@@ -138,7 +140,6 @@ private Q_SLOTS:
         };
         row("check without a base directory", "-c -n App -v 1.0 -l @url -s key");
         row("update without a key and an executable", "-u -n App -d @dir -v 1.0 -l @url");
-        row("check wins over update", "-c -u -n App -d @dir -v 1.0 -l @url -s key");
     }
 
     void clientModeAsksForTheVersionFileAndWaits()
@@ -152,6 +153,55 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(server.requests(), QStringList{"/index.txt"}, 30000);
         QVERIFY(updater.isRunning());
         QCOMPARE(files::list(dir.path()), QStringList());
+    }
+
+    void checkEndsWhereAnUpdateGoesOn_data()
+    {
+        QTest::addColumn<QStringList>("options");
+        QTest::addColumn<QStringList>("requests");
+        const QStringList all{"-n", "App", "-d", "@dir", "-v", "1.0", "-l", "@url", "-s", "key"};
+        QTest::newRow("check") << QStringList{"-c"} + all << QStringList{"/index.txt"};
+        QTest::newRow("check and update")
+            << QStringList{"-c", "-u"} + all << QStringList{"/index.txt"};
+        QTest::newRow("update and check")
+            << QStringList{"-u", "-c"} + all << QStringList{"/index.txt"};
+        QTest::newRow("update") << QStringList{"-u"} + all << QStringList{"/index.txt", "/a.txt"};
+    }
+
+    void checkEndsWhereAnUpdateGoesOn()
+    {
+        QFETCH(QStringList, options);
+        QFETCH(QStringList, requests);
+        const TestDir dir;
+        HttpServer server;
+        server.serve("/index.txt",
+                     HttpReply::ok("<App><version>2.0</version><file><name>a.txt</name><sha1>" +
+                                   files::sha1("a").toLatin1() +
+                                   "</sha1><size>1</size></file></App>"));
+        server.serve("/a.txt", HttpReply::ok("a"));
+        UpdaterProcess updater;
+        QCOMPARE(updater.run(filledIn(options, dir.path(), server.url("/index.txt"))), 0);
+        QCOMPARE(server.requests(), requests);
+        QCOMPARE(QFile::exists(dir / "a.txt"), requests.contains("/a.txt"));
+    }
+
+    void optionsReachTheRun()
+    {
+        // The key, the base directory and the executable, which the other tests leave out.
+        const TestDir dir;
+        HttpServer server;
+        server.serve("/index.txt", HttpReply::ok("<App><version>2.0</version></App>"));
+        HostProcess host(16);
+        const RelaunchedProgram program;
+        program.install(dir / "App", "App");
+        UpdaterProcess updater;
+        QCOMPARE(updater.run({"-u", "-n", "App", "-d", dir.path(), "-v", "1.0", "-l",
+                              server.url("/index.txt"), "-s", host.key(), "-x", dir / "App"}),
+                 0);
+        QVERIFY(host.dump().startsWith(QByteArray("2.0\0"
+                                                  "0\0",
+                                                  6)));
+        QTRY_COMPARE(program.starts(), QStringList{"App|" + dir.path() + "|"});
     }
 };
 

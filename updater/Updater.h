@@ -120,9 +120,8 @@ public:
     /// @param required        whether the manifest marks the update as required
     /// @param changelogFile   path of the release notes; may be empty
     /// @return False, with an earlier version file untouched, when the name or the version is
-    /// blank,
-    ///         the base directory is missing or a file in it cannot be read. False too, with the
-    ///         earlier file gone, when the new one cannot be opened for writing.
+    ///         blank, the base directory is missing or a file in it cannot be read. False too,
+    ///         with the earlier file gone, when the new one cannot be opened for writing.
     bool buildVersionFile(QString* versionFilePath, bool required, const QString& changelogFile);
 
     // Version check (VersionCheck.cpp).

@@ -1,6 +1,7 @@
 #include "tests/support/UpdaterProcess.h"
 
 #include <QProcessEnvironment>
+#include <QRegularExpression>
 #include <QTest>
 
 UpdaterProcess::UpdaterProcess()
@@ -57,11 +58,8 @@ int UpdaterProcess::exitStatus() const
 QByteArray UpdaterProcess::output()
 {
     m_output += m_process.readAll();
-    QByteArray own;
-    const QList<QByteArray> lines = m_output.split('\n');
-    for (const QByteArray& line : lines) {
-        if (!line.isEmpty() && !line.contains("propagateSizeHints"))
-            own += line + '\n';
-    }
-    return own;
+    static const QRegularExpression chatter(
+        "^.*(propagateSizeHints|QSharedMemory::lock: already locked).*\n",
+        QRegularExpression::MultilineOption);
+    return QString::fromLocal8Bit(m_output).remove(chatter).toLocal8Bit();
 }
