@@ -19,7 +19,8 @@ endif()
 
 # The installed program runs: without a mode it ends with 1.
 execute_process(
-  COMMAND ${CMAKE_COMMAND} -E env QT_QPA_PLATFORM=offscreen ${prefix}/${BIN}/updater
+  COMMAND ${CMAKE_COMMAND} -E env
+    QT_QPA_PLATFORM=offscreen TMPDIR=${prefix} XDG_RUNTIME_DIR=${prefix} ${prefix}/${BIN}/updater
   OUTPUT_QUIET ERROR_QUIET
   RESULT_VARIABLE status)
 if(NOT status EQUAL 1)

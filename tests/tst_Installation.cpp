@@ -22,7 +22,7 @@ template <typename Step> int exitStatusOf(Step step)
 {
     QTimer guard;
     QObject::connect(&guard, &QTimer::timeout, [] { QCoreApplication::exit(neverEnded); });
-    guard.start(10000);
+    guard.start(60000);
     QTimer::singleShot(0, qApp, step);
     return QCoreApplication::exec();
 }
@@ -141,7 +141,7 @@ bool canStillStart(const Updater& updater, const RelaunchedProgram& programs, co
 {
     programs.install(dir / "witness", "witness");
     return updater.startProgram(dir / "witness") &&
-           QTest::qWaitFor([&] { return !programs.starts().isEmpty(); }, 10000) &&
+           QTest::qWaitFor([&] { return !programs.starts().isEmpty(); }, 30000) &&
            programs.starts() == QStringList{startRecord("witness", dir.path())};
 }
 

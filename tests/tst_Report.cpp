@@ -8,7 +8,6 @@
 #include "tests/support/TestMain.h"
 
 #include <QChildEvent>
-#include <QElapsedTimer>
 #include <QSharedMemory>
 #include <QTimer>
 
@@ -198,11 +197,8 @@ private Q_SLOTS:
         const ChildCounter children(updater.get());
         const EventLoopWatch eventLoop;
         const Messages messages;
-        QElapsedTimer time;
-        time.start();
 
         updater->writeVersionToSHM("2.1", true);
-        QVERIFY2(time.elapsed() < 1000, "it waits for the segment");
         QVERIFY2(!eventLoop.hasRun(), "it waits for the segment or shows a box");
         QCOMPARE(children.added(), 1);
         QCOMPARE(messages.all().size(), 0);

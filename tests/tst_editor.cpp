@@ -121,24 +121,54 @@ private Q_SLOTS:
         QTRY_COMPARE(told, QStringList{"failed: The check did not finish."});
     }
 
-    void userIsAskedAndMayStay_data()
+    void hostForgetsAnEarlierReport()
     {
-        QTest::addColumn<bool>("required");
-        QTest::addColumn<QString>("otherChoice");
-        QTest::newRow("optional update") << false << "Later";
-        QTest::newRow("required update") << true << "Quit";
+        m_server->serveInTurn("/index.txt",
+                              {HttpReply::ok(versionFile("2.0", true, "")),
+                               HttpReply::ok(versionFile(QByteArray(254, 'v'), false, ""))});
+        QStringList told;
+        UpdateCheck check(editor("1.0", m_server->url("/index.txt")));
+        listen(check, told);
+        check.start();
+        QTRY_COMPARE_WITH_TIMEOUT(told.size(), 1, 30000);
+        check.start();
+        QTRY_COMPARE_WITH_TIMEOUT(told.size(), 2, 30000);
+        QCOMPARE(told, QStringList({"found 2.0 required ",
+                                    "failed: The published version could not be read."}));
     }
 
-    void userIsAskedAndMayStay()
+    void userDecides_data()
+    {
+        QTest::addColumn<bool>("required");
+        QTest::addColumn<QString>("choice");
+        QTest::addColumn<bool>("updaterVanishes");
+        QTest::addColumn<bool>("updates");
+        QTest::addColumn<int>("exitCode");
+        QTest::newRow("optional, later") << false << "Later" << false << false << int(StillRuns);
+        QTest::newRow("optional, now") << false << "Update now" << false << true << 0;
+        QTest::newRow("required, quit") << true << "Quit" << false << false << 0;
+        QTest::newRow("required, now") << true << "Update now" << false << true << 0;
+        QTest::newRow("now, but the updater has gone")
+            << false << "Update now" << true << false << int(StillRuns);
+    }
+
+    void userDecides()
     {
         QFETCH(bool, required);
-        QFETCH(QString, otherChoice);
+        QFETCH(QString, choice);
+        QFETCH(bool, updaterVanishes);
+        QFETCH(bool, updates);
+        QFETCH(int, exitCode);
+        const TestDir dir;
         m_server->serve("/index.txt", HttpReply::ok(versionFile("2.0", required, "What is new")));
-        EditorWindow window(editor("1.0", m_server->url("/index.txt")), false);
-        // The box runs an event loop of its own, so it is answered from a timer.
+        HostInfo info = editor("1.0", m_server->url("/index.txt"));
+        info.updater = recordingUpdater(dir);
+
+        EditorWindow window(info, false);
         QString text;
         QString changelog;
         QStringList choices;
+        // The box runs an event loop of its own, so it is answered from a timer.
         QTimer whenAsked;
         connect(&whenAsked, &QTimer::timeout, &window, [&] {
             const QMessageBox* box = openBox();
@@ -147,21 +177,47 @@ private Q_SLOTS:
             whenAsked.stop();
             text = box->text();
             changelog = box->informativeText();
+            if (updaterVanishes)
+                QFile::remove(info.updater);
+            // An Editor that quits has done so long before.
+            QTimer::singleShot(500, &window, [] { QCoreApplication::exit(StillRuns); });
+            QAbstractButton* chosen = nullptr;
             const auto buttons = box->buttons();
-            for (const QAbstractButton* button : buttons)
-                choices.append(button->text());
             for (QAbstractButton* button : buttons) {
-                if (button->text() == otherChoice)
-                    button->click();
+                choices.append(button->text());
+                if (button->text() == choice)
+                    chosen = button;
             }
+            if (chosen)
+                chosen->click();
         });
         whenAsked.start(10);
-        QTRY_VERIFY_WITH_TIMEOUT(!choices.isEmpty() && !openBox(), 30000);
+        QTimer::singleShot(30000, &window, [] { QCoreApplication::exit(TookTooLong); });
+        const int code = QCoreApplication::exec();
+
         choices.sort();
-        QCOMPARE(choices, QStringList({otherChoice, "Update now"}));
+        QCOMPARE(choices, QStringList({required ? "Quit" : "Later", "Update now"}));
         QCOMPARE(text, QString("Editor 2.0 is available."));
         QCOMPARE(changelog, QString("What is new"));
-        QVERIFY2(!window.isUpdateStarted(), "the user has not agreed");
+        QCOMPARE(window.isUpdateStarted(), updates);
+        QCOMPARE(code, exitCode);
+        if (!updates)
+            return;
+        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(dir / "update"), 30000);
+        QCOMPARE(QString::fromUtf8(files::read(dir / "update")).trimmed().split('|'),
+                 QStringList({"-u", "-n", info.name, "-d", info.baseDir, "-v", info.version, "-l",
+                              info.url, "-x", info.exe}));
+    }
+
+    void automaticEditorEndsWithOneWhenTheCheckFails()
+    {
+        const TestDir dir;
+        makeBundle(dir / "Editor.app", "1.0", m_server->url("/missing"));
+        QProcess process;
+        process.start(dir / "Editor.app/Contents/MacOS/Editor", {"--auto"});
+        QTRY_COMPARE_WITH_TIMEOUT(process.state(), QProcess::NotRunning, 30000);
+        QCOMPARE(process.exitCode(), 1);
+        QVERIFY(process.readAll().contains("The published version could not be read."));
     }
 
     void editorUpdatesItself_data()
@@ -212,6 +268,23 @@ private Q_SLOTS:
     }
 
 private:
+    enum ExitCode { StillRuns = 7, TookTooLong };
+
+    /// A program that checks as the updater does, and only writes down how an update is started.
+    static QString recordingUpdater(const TestDir& dir)
+    {
+        const QString path = dir / "updater";
+        files::write(path, "#!/bin/sh\n"
+                           "[ \"$1\" = -u ] || exec '" UPDATER_EXECUTABLE "' \"$@\"\n"
+                           "IFS='|'\n"
+                           "echo \"$*\" >'" +
+                               QFile::encodeName(dir / "update.part") + "'\nmv '" +
+                               QFile::encodeName(dir / "update.part") + "' '" +
+                               QFile::encodeName(dir / "update") + "'\n");
+        files::setMode(path, 0755);
+        return path;
+    }
+
     static void listen(UpdateCheck& check, QStringList& told)
     {
         connect(&check, &UpdateCheck::versionFound, &check,

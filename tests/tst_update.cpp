@@ -352,7 +352,10 @@ private Q_SLOTS:
         Tree installed = published;
         Tree dropped;
         for (auto file = published.begin(); file != published.end(); ++file, ++number) {
-            if (number % 4 == 1) {
+            if (file.key() == exeName) {
+                installed[exeName] = scene.program.script("Editor 1.0");
+                ++changed;
+            } else if (number % 4 == 1) {
                 installed[file.key()] += "older";
                 ++changed;
             } else if (number % 8 == 2) {
@@ -381,6 +384,9 @@ private Q_SLOTS:
                          files::mode(scene.releaseDir + '/' + name),
                      qPrintable(name));
         QCOMPARE(scene.leftBehind(), QStringList({"keep", "velmora_cl_2.0.dat"}));
+        QTRY_COMPARE_WITH_TIMEOUT(
+            scene.program.starts(),
+            QStringList{"Editor 2.0|" + scene.installDir + "/Contents/MacOS|"}, 30000);
     }
 
 private:

@@ -19,7 +19,48 @@ QString x11(const QString& command, const QStringList& arguments)
     return QString::fromUtf8(process.readAllStandardOutput()).trimmed();
 }
 
+/// An update of two files on the X server. What becomes of the second one is up to the test.
+struct Update
+{
+    Update()
+    {
+        release::lay({{"a.txt", "first"}, {"b.txt", "second"}}, dir / "release");
+        release::describe(dir / "release", "Editor", "2.0");
+        server.serve("/index.txt", HttpReply::ok(files::read(dir / "release/index.txt")));
+        server.serve("/a.txt", HttpReply::ok("first"));
+        files::makeDirectory(dir / "installed");
+        files::makeDirectory(dir / "tmp");
+    }
+
+    void start()
+    {
+        process.setEnvironment("QT_QPA_PLATFORM", "xcb");
+        process.setEnvironment("TMPDIR", dir / "tmp");
+        process.start({"-u", "-n", "Editor", "-d", dir / "installed", "-v", "1.0", "-l",
+                       server.url("/index.txt")});
+    }
+
+    /// Returns the number of the updater's visible window; a line for each when there are several.
+    QString window() const
+    {
+        return x11("xdotool", {"search", "--onlyvisible", "--pid", QString::number(process.pid())});
+    }
+
+    void verifyOnlyTheFirstFileWasSaved() const
+    {
+        QCOMPARE(files::list(dir / "tmp"), QStringList({"wUpEditor2.0/", "wUpEditor2.0/a.txt"}));
+        QCOMPARE(files::read(dir / "tmp/wUpEditor2.0/a.txt"), QByteArray("first"));
+        QCOMPARE(files::list(dir / "installed"), QStringList());
+    }
+
+    const TestDir dir;
+    HttpServer server;
+    UpdaterProcess process;
+};
+
 } // namespace
+
+Q_DECLARE_METATYPE(HttpReply)
 
 class TestWindow : public QObject
 {
@@ -36,6 +77,33 @@ private Q_SLOTS:
         }
     }
 
+    void boxIsClosedAndTheUpdateEndsWithOne_data()
+    {
+        QTest::addColumn<HttpReply>("damage");
+        QTest::newRow("transfer error") << HttpReply::error(404);
+        QTest::newRow("wrong content") << HttpReply::ok("sECOND");
+    }
+
+    void boxIsClosedAndTheUpdateEndsWithOne()
+    {
+        QFETCH(HttpReply, damage);
+        Update update;
+        update.server.serve("/b.txt", damage);
+        update.start();
+        const QStringList requests{"/index.txt", "/a.txt", "/b.txt", "/b.txt", "/b.txt"};
+        QTRY_COMPARE_WITH_TIMEOUT(update.server.requests(), requests, 30000);
+        // The dialog has gone when the box, whose title is "Error", comes.
+        QTRY_COMPARE_WITH_TIMEOUT(x11("xdotool", {"getwindowname", update.window()}),
+                                  QString("Error"), 10000);
+        QVERIFY(update.process.isRunning());
+
+        x11("xdotool", {"windowfocus", "--sync", update.window(), "key", "Return"});
+
+        QVERIFY(update.process.waitForEnd());
+        QCOMPARE(update.process.exitStatus(), 1);
+        update.verifyOnlyTheFirstFileWasSaved();
+    }
+
     void dialogAppearsAndCancelEndsTheUpdate_data()
     {
         QTest::addColumn<QString>("key");
@@ -46,39 +114,22 @@ private Q_SLOTS:
     void dialogAppearsAndCancelEndsTheUpdate()
     {
         QFETCH(QString, key);
-        const TestDir dir;
-        release::lay({{"a.txt", "first"}, {"b.txt", "second"}}, dir / "release");
-        release::describe(dir / "release", "Editor", "2.0");
-        HttpServer server;
-        server.serve("/index.txt", HttpReply::ok(files::read(dir / "release/index.txt")));
-        server.serve("/a.txt", HttpReply::ok("first"));
-        server.serve("/b.txt", HttpReply::hold(HttpReply::ok("second")));
-        files::makeDirectory(dir / "installed");
-        files::makeDirectory(dir / "tmp");
-
-        UpdaterProcess updater;
-        updater.setEnvironment("QT_QPA_PLATFORM", "xcb");
-        updater.setEnvironment("TMPDIR", dir / "tmp");
-        updater.start({"-u", "-n", "Editor", "-d", dir / "installed", "-v", "1.0", "-l",
-                       server.url("/index.txt")});
-        QTRY_COMPARE_WITH_TIMEOUT(server.requests(),
+        Update update;
+        update.server.serve("/b.txt", HttpReply::hold(HttpReply::ok("second")));
+        update.start();
+        QTRY_COMPARE_WITH_TIMEOUT(update.server.requests(),
                                   QStringList({"/index.txt", "/a.txt", "/b.txt"}), 30000);
-
         QString window;
-        const QStringList search{"search", "--onlyvisible", "--pid",
-                                 QString::number(updater.pid())};
-        QTRY_VERIFY_WITH_TIMEOUT(!(window = x11("xdotool", search)).isEmpty(), 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(!(window = update.window()).isEmpty(), 10000);
         QVERIFY2(!window.contains('\n'), "there is one window");
         QVERIFY(x11("xprop", {"-id", window, "_NET_WM_STATE"}).contains("_NET_WM_STATE_ABOVE"));
-        QVERIFY(updater.isRunning());
+        QVERIFY(update.process.isRunning());
 
         x11("xdotool", {"windowfocus", "--sync", window, "key", key});
 
-        QVERIFY(updater.waitForEnd());
-        QCOMPARE(updater.exitStatus(), 0);
-        QCOMPARE(files::read(dir / "tmp/wUpEditor2.0/a.txt"), QByteArray("first"));
-        QCOMPARE(files::list(dir / "tmp"), QStringList({"wUpEditor2.0/", "wUpEditor2.0/a.txt"}));
-        QCOMPARE(files::list(dir / "installed"), QStringList());
+        QVERIFY(update.process.waitForEnd());
+        QCOMPARE(update.process.exitStatus(), 0);
+        update.verifyOnlyTheFirstFileWasSaved();
     }
 };
 

@@ -100,8 +100,11 @@ bool Nginx::start(const QString& root)
     m_process.setProcessChannelMode(QProcess::MergedChannels);
     m_process.start(executable(), {"-e", m_dir / "error.log", "-c", m_dir / "nginx.conf"});
     m_process.waitForStarted();
-    const auto answersOrEnded = [this] {
-        return m_process.state() == QProcess::NotRunning || get(syncPath);
+    // The answer must be this server's own: another one may have taken the port.
+    const QString log = m_dir / "access.log";
+    const auto answersOrEnded = [this, log] {
+        return m_process.state() == QProcess::NotRunning ||
+               (get(syncPath) && QFile::exists(log) && files::read(log).contains(syncPath));
     };
     if (QTest::qWaitFor(answersOrEnded, 30000) && m_process.state() == QProcess::Running)
         return true;
