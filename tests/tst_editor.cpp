@@ -165,6 +165,7 @@ private Q_SLOTS:
         info.updater = recordingUpdater(dir);
 
         EditorWindow window(info, false);
+        window.show();
         QString text;
         QString changelog;
         QStringList choices;
