@@ -22,7 +22,9 @@ need_packages() {
   if ! command -v apt-get >/dev/null; then
     say "Needed from your package manager (on macOS: Homebrew or MacPorts): a C++17 compiler, CMake," \
       "Ninja, Qt 6 and Qt 5.15 (base modules), nginx, curl"
-    command -v cmake >/dev/null && command -v ninja >/dev/null || die "Install these first."
+    if ! command -v cmake >/dev/null || ! command -v ninja >/dev/null; then
+      die "Install these first."
+    fi
     return
   fi
   local package missing=()
@@ -37,27 +39,34 @@ need_packages() {
     apt-get install -q -y --no-install-recommends "${missing[@]}"
 }
 
+# shellcheck disable=SC2034 # Used by the scripts that source this.
 build_packages=(g++ cmake ninja-build)
 
-# The package with the headers of a Qt major.
-qt_package() {
+# The Qt major of a build, and the package with its headers.
+qt_of() {
   case $1 in
-    6) echo qt6-base-dev ;;
+    qt5) echo 5 ;;
+    *) echo 6 ;;
+  esac
+}
+qt_package() {
+  case $(qt_of "$1") in
     5) echo qtbase5-dev ;;
+    6) echo qt6-base-dev ;;
   esac
 }
 
-# configure QT_MAJOR [CMAKE_OPTION...]: prepares the build directory build/qt5 or build/qt6.
+# configure NAME QT_MAJOR [CMAKE_OPTION...]: prepares the build directory build/NAME.
 configure() {
-  local qt=$1
-  shift
-  cmake -S "$root" -B "$root/build/qt$qt" -G Ninja -DQT_MAJOR="$qt" -DBUILD_EXAMPLES=ON "$@"
+  local name=$1 qt=$2
+  shift 2
+  cmake -S "$root" -B "$root/build/$name" -G Ninja -DQT_MAJOR="$qt" -DBUILD_EXAMPLES=ON "$@"
 }
 
-# build QT_MAJOR [TARGET...]
+# build NAME [TARGET...]
 build() {
-  local qt=$1 targets=()
+  local name=$1 targets=()
   shift
   [ $# -gt 0 ] && targets=(--target "$@")
-  cmake --build "$root/build/qt$qt" --parallel "$jobs" ${targets[@]+"${targets[@]}"}
+  cmake --build "$root/build/$name" --parallel "$jobs" ${targets[@]+"${targets[@]}"}
 }

@@ -82,7 +82,7 @@ public:
         const std::optional<Element> element = findElement(m_text, marks);
         if (!element)
             return QString();
-        const QString value = valueOf(m_text, *element).trimmed().toString();
+        QString value = valueOf(m_text, *element).trimmed().toString();
         cut(*element);
         return value;
     }
@@ -211,7 +211,7 @@ QString Updater::tagValue(const QString& tag, QString& source, bool remove, bool
         *found = element.has_value();
     if (!element)
         return QString();
-    const QString value = valueOf(source, *element).toString();
+    QString value = valueOf(source, *element).toString();
     if (remove)
         source = withoutElement(source, *element);
     return value;
@@ -248,7 +248,8 @@ bool Updater::programDataToXml(const ProgramData& data, QString& text)
 
 bool Updater::xmlToProgramData(const QString& rootTag, const QString& xml, ProgramData& data)
 {
-    const QString text = xml; // What is read may lie in the record that is filled.
+    // What is read may lie in the record that is filled.
+    const QString text = xml; // NOLINT(performance-unnecessary-copy-initialization)
     const std::optional<Element> root = findElement(text, Marks(rootTag));
     if (!root)
         return false;
