@@ -5,6 +5,7 @@
 
 #include <QApplication>
 
+#include <algorithm>
 #include <initializer_list>
 
 namespace {
@@ -25,11 +26,8 @@ Mode requestedMode()
 
 bool allGiven(std::initializer_list<const QString*> options)
 {
-    for (const QString* option : options) {
-        if (option->isEmpty())
-            return false;
-    }
-    return true;
+    return std::none_of(options.begin(), options.end(),
+                        [](const QString* option) { return option->isEmpty(); });
 }
 
 /// True when every option that @p mode cannot do without has a value.
