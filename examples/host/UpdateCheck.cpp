@@ -21,7 +21,7 @@ QString takeChangelog(const QString& version)
             .filePath(QLatin1String("velmora_cl_") + version.trimmed() + QLatin1String(".dat")));
     if (!file.open(QIODevice::ReadOnly))
         return QString();
-    const QString changelog = QString::fromUtf8(QByteArray::fromBase64(file.readAll()));
+    QString changelog = QString::fromUtf8(QByteArray::fromBase64(file.readAll()));
     file.remove();
     return changelog;
 }
