@@ -47,6 +47,9 @@ enum class Outcome {
     Good,    ///< It is taken as if nothing had happened.
     Warned,  ///< The transfer fails: after three tries a warning with a code.
     Damaged, ///< It is not what it should be: after three tries a critical box with the name.
+    Broken,  ///< The connection ends too early. Warned, or Damaged: a try that follows such an end
+             ///< the toolkit now and then repeats by itself, or gives out the part that came as if
+             ///< it were the whole.
 };
 
 /// One way in which a transfer goes wrong, or only looks so.
@@ -117,34 +120,36 @@ QList<Fault> faults()
         {"stall before the reply", [](Bytes) { return silent(HttpReply::Stall); }, Outcome::Warned,
          2, unreadable, repeated},
         {"reset before the body", [](Bytes body) { return HttpReply::resetInBody(body, 0); },
-         Outcome::Warned, 2, unreadable},
+         Outcome::Broken, 2, unreadable, repeated},
         {"reset inside the body",
-         [](Bytes body) { return HttpReply::resetInBody(body, half(body)); }, Outcome::Warned, 2,
-         unreadable},
+         [](Bytes body) { return HttpReply::resetInBody(body, half(body)); }, Outcome::Broken, 2,
+         unreadable, repeated},
         {"closed inside the body", [](Bytes body) { return HttpReply::cutShort(body, half(body)); },
-         Outcome::Warned, 2, unreadable},
+         Outcome::Broken, 2, unreadable, repeated},
         {"stall inside the body",
-         [](Bytes body) { return HttpReply::stallInBody(body, half(body)); }, Outcome::Warned, 2,
-         unreadable},
+         [](Bytes body) { return HttpReply::stallInBody(body, half(body)); }, Outcome::Broken, 2,
+         unreadable, repeated},
         // The version file ends with a line end, which can be spared.
         {"one byte short, as announced",
          [](Bytes body) { return HttpReply::ok(body.left(body.size() - 1)); }, Outcome::Damaged},
         {"one byte short, announced in full",
          [](Bytes body) { return HttpReply::cutShort(body, static_cast<int>(body.size()) - 1); },
-         Outcome::Warned, 2},
+         Outcome::Broken, 2, true, repeated},
         {"one byte long, as announced", [](Bytes body) { return HttpReply::ok(body + '+'); },
          Outcome::Damaged},
         {"one byte long, announced without it",
          [](Bytes body) { return announced(body + '+', body.size()); }, Outcome::Good},
         {"whole, one byte less announced",
-         [](Bytes body) { return announced(body, body.size() - 1); }, Outcome::Damaged},
+         [](Bytes body) { return announced(body, body.size() - 1); }, Outcome::Damaged, anyCode,
+         true, repeated},
         {"whole, one byte more announced",
-         [](Bytes body) { return announced(body, body.size() + 1); }, Outcome::Warned, 2},
+         [](Bytes body) { return announced(body, body.size() + 1); }, Outcome::Broken, 2, true,
+         repeated},
         {"whole, no length announced", [](Bytes body) { return withoutLength(body); },
          Outcome::Good},
         {"cut, no length announced",
          [](Bytes body) { return withoutLength(body.left(half(body))); }, Outcome::Damaged, anyCode,
-         unreadable},
+         unreadable, repeated},
         {"empty", [](Bytes) { return HttpReply::ok(""); }, Outcome::Damaged, anyCode, unreadable},
         status("200", 200, Outcome::Good),
         status("204", 204, Outcome::Damaged),
@@ -166,8 +171,8 @@ QList<Fault> faults()
         {"error page", [](Bytes) { return HttpReply::error(404, "Not here."); }, Outcome::Warned,
          203, unreadable},
         {"chunks", [](Bytes body) { return HttpReply::chunked(body); }, Outcome::Good},
-        {"chunks, cut", [](Bytes body) { return HttpReply::cutChunked(body); }, Outcome::Warned, 2,
-         unreadable},
+        {"chunks, cut", [](Bytes body) { return HttpReply::cutChunked(body); }, Outcome::Broken, 2,
+         unreadable, repeated},
         {"gzip", [](Bytes body) { return HttpReply::gzipped(body); }, Outcome::Good},
         {"gzip that inflates past 10 MiB", [](Bytes body) { return HttpReply::gzipped(body); },
          Outcome::Good, anyCode, true, false, true},
@@ -286,7 +291,7 @@ public:
     }
 
     /// What differs from a finished update; nothing when nothing does.
-    QStringList missingOfTheUpdate()
+    QStringList missingOfTheUpdate(bool starts = true)
     {
         Tree expected = installed;
         for (const QString& name : names())
@@ -294,7 +299,8 @@ public:
         QStringList lines = release::differences(release::read(installDir), expected);
         if (files::list(tmpDir) != QStringList{"keep"})
             lines += "in the temporary directory: " + files::list(tmpDir).join(' ');
-        lines += missingStart();
+        if (starts)
+            lines += missingStart();
         return lines;
     }
 
@@ -315,7 +321,7 @@ public:
             expected[names().at(i)] = published[names().at(i)];
         lines += release::differences(release::read(saved), expected);
         const QString name = names().at(position);
-        if (name.contains('/') &&
+        if (name.contains('/') && outcome != Outcome::Broken &&
             QFile::exists(saved + '/' + name.section('/', 0, 0)) != (outcome == Outcome::Damaged))
             lines += "directory of " + name;
         if (!program.starts().isEmpty())
@@ -343,6 +349,19 @@ const Fault& faultNamed(const QString& name)
             return fault;
     }
     qFatal("no such fault: %s", qPrintable(name));
+}
+
+Fault good()
+{
+    return {"none", HttpReply::ok, Outcome::Good};
+}
+
+/// The request may go out on the connection that is just breaking, and then goes out again.
+Fault goodAfterABreak()
+{
+    Fault fault = good();
+    fault.repeated = true;
+    return fault;
 }
 
 QString textOf(const QStringList& lines)
@@ -498,17 +517,39 @@ private Q_SLOTS:
             scene.expectAllBefore(position);
             for (int i = 0; i < times; ++i)
                 scene.expectFault(position, fault);
-            scene.expectFiles(position, Last);
+            scene.expectFault(position, fault.repeated ? goodAfterABreak() : good());
+            scene.expectFiles(position + 1, Last);
             QCOMPARE(fault.repeated ? scene.updateHere() : scene.update(), 0);
             QCOMPARE(textOf(scene.server.complaints()), QString());
-            if (fault.repeated && times == 2) // One start in a process.
-                scene.program.install(scene.exe, "Editor");
             QCOMPARE(scene.boxes.summaries(), QStringList());
-            if (!fault.repeated || times == 1)
-                QCOMPARE(textOf(scene.missingOfTheUpdate()), QString());
-            else
-                QCOMPARE(files::list(scene.tmpDir), QStringList{"keep"});
+            // A process starts one program.
+            const bool starts = !fault.repeated || times == 1;
+            QCOMPARE(textOf(scene.missingOfTheUpdate(starts)), QString());
         }
+    }
+
+    void brokenTransferHasItsCode_data()
+    {
+        addFaultsAndPositions([](const Fault& fault) { return fault.outcome == Outcome::Broken; });
+    }
+
+    /// The tries before leave the connection whole, so that the break is reported as one.
+    void brokenTransferHasItsCode()
+    {
+        IN_OWN_PROCESS();
+        QFETCH(QString, faultName);
+        QFETCH(int, position);
+        Fault fault = faultNamed(faultName);
+        fault.outcome = Outcome::Warned;
+        Scene scene;
+        scene.expectAllBefore(position);
+        scene.expectFault(position, faultNamed("404"));
+        scene.expectFault(position, faultNamed("404"));
+        scene.expectFault(position, fault);
+        QCOMPARE(scene.updateHere(), 1);
+        QCOMPARE(textOf(scene.server.complaints()), QString());
+        verifyBox(scene, position, fault);
+        QCOMPARE(textOf(scene.traces(position, Outcome::Warned)), QString());
     }
 
     // ---- A server that goes
@@ -619,8 +660,11 @@ private:
     {
         QCOMPARE(scene.boxes.all().size(), 1);
         const QString box = scene.boxes.summaries().first();
-        if (fault.outcome == Outcome::Damaged)
-            QCOMPARE(box, damageOf(names().at(position).section('/', -1)));
+        const QString damage = damageOf(names().at(position).section('/', -1));
+        if (fault.outcome == Outcome::Broken)
+            QVERIFY2(box == damage || box.startsWith(warningWithCode("")), qPrintable(box));
+        else if (fault.outcome == Outcome::Damaged)
+            QCOMPARE(box, damage);
         else if (fault.code == anyCode)
             QVERIFY2(box.startsWith(warningWithCode("")), qPrintable(box));
         else

@@ -90,7 +90,7 @@ public:
     /// by itself, on its own count.
     void expectRepeated(const QString& path, const HttpReply& reply);
 
-    /// Goes on to the next expected request if that of expectRepeated() has come.
+    /// Goes on to the next expected request, if there is one and that of expectRepeated() has come.
     void endRepeats();
 
     /// What was not as expect() told, one line each: requests that nobody expected, in the order
