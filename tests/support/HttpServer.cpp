@@ -2,6 +2,7 @@
 
 #include <QPointer>
 #include <QTcpSocket>
+#include <QTimer>
 
 #include <sys/socket.h>
 
@@ -11,7 +12,8 @@ QByteArray headerOf(const HttpReply& reply)
 {
     const qint64 length = reply.declaredLength < 0 ? reply.body.size() : reply.declaredLength;
     QByteArray header = "HTTP/1.1 " + QByteArray::number(reply.status) + " Reply\r\n";
-    header += "Content-Length: " + QByteArray::number(length) + "\r\n";
+    if (reply.lengthGiven)
+        header += "Content-Length: " + QByteArray::number(length) + "\r\n";
     for (const QByteArray& line : reply.headers)
         header += line + "\r\n";
     return header + "\r\n";
@@ -23,6 +25,45 @@ void resetOnClose(QTcpSocket* socket)
     const linger immediately = {1, 0};
     ::setsockopt(static_cast<int>(socket->socketDescriptor()), SOL_SOCKET, SO_LINGER, &immediately,
                  sizeof immediately);
+}
+
+QByteArray inChunks(const QByteArray& body)
+{
+    constexpr int chunkSize = 1000;
+    QByteArray chunks;
+    for (int i = 0; i < body.size(); i += chunkSize) {
+        const QByteArray chunk = body.mid(i, chunkSize);
+        chunks += QByteArray::number(chunk.size(), 16) + "\r\n" + chunk + "\r\n";
+    }
+    return chunks + "0\r\n\r\n";
+}
+
+quint32 crc32(const QByteArray& bytes)
+{
+    quint32 crc = 0xFFFFFFFFU;
+    for (const char byte : bytes) {
+        crc ^= static_cast<quint8>(byte);
+        for (int bit = 0; bit < 8; ++bit)
+            crc = (crc >> 1) ^ ((crc & 1) ? 0xEDB88320U : 0U);
+    }
+    return ~crc;
+}
+
+QByteArray littleEndian(quint32 number)
+{
+    QByteArray bytes;
+    for (int shift = 0; shift < 32; shift += 8)
+        bytes.append(static_cast<char>(number >> shift));
+    return bytes;
+}
+
+QByteArray gzip(const QByteArray& contents)
+{
+    // Of what qCompress() gives, without the length and the frame of another format.
+    const QByteArray compressed = qCompress(contents);
+    return QByteArray("\x1f\x8b\x08\0\0\0\0\0\0\xff", 10) +
+           compressed.mid(6, compressed.size() - 10) + littleEndian(crc32(contents)) +
+           littleEndian(static_cast<quint32>(contents.size()));
 }
 
 } // namespace
@@ -71,6 +112,39 @@ HttpReply HttpReply::resetInBody(const QByteArray& body, int bytes)
     return reply;
 }
 
+HttpReply HttpReply::stallInBody(const QByteArray& body, int bytes)
+{
+    return with(Stall, cutShort(body, bytes));
+}
+
+HttpReply HttpReply::chunked(const QByteArray& body)
+{
+    HttpReply reply = ok(inChunks(body));
+    reply.lengthGiven = false;
+    reply.headers.append("Transfer-Encoding: chunked");
+    return reply;
+}
+
+HttpReply HttpReply::cutChunked(const QByteArray& body)
+{
+    HttpReply reply = with(Close, chunked(body));
+    reply.body.chop(20);
+    return reply;
+}
+
+HttpReply HttpReply::gzipped(const QByteArray& body)
+{
+    HttpReply reply = ok(gzip(body));
+    reply.headers.append("Content-Encoding: gzip");
+    return reply;
+}
+
+HttpReply HttpReply::with(Ending ending, HttpReply reply)
+{
+    reply.ending = ending;
+    return reply;
+}
+
 HttpReply HttpReply::hold(HttpReply reply)
 {
     reply.held = true;
@@ -82,6 +156,7 @@ HttpServer::HttpServer()
     connect(&m_server, SIGNAL(newConnection()), this, SLOT(acceptConnections()));
     if (!m_server.listen(QHostAddress::LocalHost))
         qFatal("test server: cannot listen: %s", qPrintable(m_server.errorString()));
+    m_port = m_server.serverPort();
 }
 
 HttpServer::~HttpServer()
@@ -94,7 +169,7 @@ HttpServer::~HttpServer()
 
 QString HttpServer::url(const QString& path) const
 {
-    return QStringLiteral("http://127.0.0.1:%1%2").arg(m_server.serverPort()).arg(path);
+    return QStringLiteral("http://127.0.0.1:%1%2").arg(m_port).arg(path);
 }
 
 void HttpServer::serve(const QString& path, const HttpReply& reply)
@@ -105,6 +180,49 @@ void HttpServer::serve(const QString& path, const HttpReply& reply)
 void HttpServer::serveInTurn(const QString& path, const QList<HttpReply>& replies)
 {
     m_replies.insert(path, replies);
+}
+
+void HttpServer::expect(const QString& path, const HttpReply& reply)
+{
+    m_strict = true;
+    m_expected.append({path, reply, false, false});
+}
+
+void HttpServer::expectRepeated(const QString& path, const HttpReply& reply)
+{
+    m_strict = true;
+    m_expected.append({path, reply, true, false});
+}
+
+void HttpServer::endRepeats()
+{
+    // The last one stays: the toolkit may repeat even a request that has failed for good.
+    if (m_expected.size() > 1 && m_expected.first().came)
+        m_expected.removeFirst();
+}
+
+QStringList HttpServer::complaints() const
+{
+    QStringList lines = m_unexpected;
+    for (const ExpectedRequest& expected : m_expected) {
+        if (!expected.came)
+            lines.append("never came: " + expected.path);
+    }
+    return lines;
+}
+
+void HttpServer::stop()
+{
+    m_server.close();
+    const auto sockets = m_server.findChildren<QTcpSocket*>();
+    for (QTcpSocket* socket : sockets)
+        socket->disconnectFromHost();
+}
+
+void HttpServer::comeBack()
+{
+    if (!m_server.listen(QHostAddress::LocalHost, m_port))
+        qFatal("test server: cannot come back: %s", qPrintable(m_server.errorString()));
 }
 
 void HttpServer::release()
@@ -171,10 +289,31 @@ void HttpServer::handle(QTcpSocket* socket, const QByteArray& header)
 
 HttpReply HttpServer::replyTo(const QString& path)
 {
+    if (m_strict)
+        return expectedReplyTo(path);
     const auto replies = m_replies.find(path);
     if (replies == m_replies.end())
         return m_otherReply;
     return replies->size() > 1 ? replies->takeFirst() : replies->first();
+}
+
+HttpReply HttpServer::expectedReplyTo(const QString& path)
+{
+    if (!m_expected.isEmpty() && m_expected.first().path != path)
+        endRepeats();
+    if (m_expected.isEmpty() || m_expected.first().path != path) {
+        m_unexpected.append(
+            QStringLiteral("came as request %1: %2; expected: %3")
+                .arg(QString::number(m_requests.size()), path,
+                     m_expected.isEmpty() ? QStringLiteral("none") : m_expected.first().path));
+        return HttpReply::error(500, "not expected");
+    }
+    ExpectedRequest& expected = m_expected.first();
+    expected.came = true;
+    const HttpReply reply = expected.reply;
+    if (!expected.repeated)
+        m_expected.removeFirst();
+    return reply;
 }
 
 void HttpServer::send(QTcpSocket* socket, const HttpReply& reply)
@@ -182,13 +321,24 @@ void HttpServer::send(QTcpSocket* socket, const HttpReply& reply)
     --m_inFlight;
     if (!reply.silent)
         socket->write(headerOf(reply) + reply.body);
-    if (reply.ending == HttpReply::KeepAlive)
-        return;
+    if (reply.ending != HttpReply::KeepAlive)
+        end(socket, reply.ending);
+}
+
+void HttpServer::end(QTcpSocket* socket, HttpReply::Ending ending)
+{
+    // The client must not get as far as its next request while the server still listens.
+    if (ending == HttpReply::Stop || ending == HttpReply::Restart)
+        stop();
     socket->flush();
-    if (reply.ending == HttpReply::Reset) {
+    if (ending == HttpReply::Restart)
+        comeBack();
+    if (ending == HttpReply::Close) {
+        socket->disconnectFromHost();
+    } else if (ending == HttpReply::Stall) {
+        QTimer::singleShot(100, socket, [socket] { socket->disconnectFromHost(); });
+    } else if (ending == HttpReply::Reset) {
         resetOnClose(socket);
         socket->abort();
-    } else {
-        socket->disconnectFromHost();
     }
 }

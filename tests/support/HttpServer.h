@@ -19,12 +19,16 @@ struct HttpReply
         KeepAlive, ///< It stays open for the next request.
         Close,     ///< It is closed in order.
         Reset,     ///< It is torn down (RST).
+        Stall,     ///< Nothing happens for a moment, then it is closed in order.
+        Stop,      ///< It is closed in order, and the server stops as in HttpServer::stop().
+        Restart,   ///< The same, and the server comes back at once.
     };
 
     int status = 200;
     QByteArray body;
     QList<QByteArray> headers;  ///< Further header lines, without their line ends.
     qint64 declaredLength = -1; ///< Content-Length; below zero the length of the body.
+    bool lengthGiven = true;    ///< Whether there is a Content-Length at all.
     bool silent = false;        ///< Send not a single byte.
     bool held = false;          ///< Wait for HttpServer::release().
     Ending ending = KeepAlive;
@@ -38,6 +42,16 @@ struct HttpReply
     static HttpReply reset();
     /// Announces the whole of @p body, sends its first @p bytes and resets the connection.
     static HttpReply resetInBody(const QByteArray& body, int bytes);
+    /// Announces the whole of @p body, sends its first @p bytes, stalls and closes.
+    static HttpReply stallInBody(const QByteArray& body, int bytes);
+    /// @p body in chunks.
+    static HttpReply chunked(const QByteArray& body);
+    /// @p body in chunks, closed before the last of it and the end mark.
+    static HttpReply cutChunked(const QByteArray& body);
+    /// @p body as gzip packs it.
+    static HttpReply gzipped(const QByteArray& body);
+    /// @p reply with another ending.
+    static HttpReply with(Ending ending, HttpReply reply);
     /// @p reply, held back until HttpServer::release().
     static HttpReply hold(HttpReply reply);
 };
@@ -66,6 +80,32 @@ public:
     /// Answers every request for a path never named with @p reply.
     void serveAllElse(const HttpReply& reply) { m_otherReply = reply; }
 
+    /// Makes the server strict: the requests must be those named by calls of this and of
+    /// expectRepeated(), in that order; serve() and its like count no more. Any other request is
+    /// answered with 500 and makes a complaint, as does one that never comes.
+    void expect(const QString& path, const HttpReply& reply);
+
+    /// Expects the request once or more often, up to endRepeats() or a request for another path.
+    /// For connections that end without a reply: the client's toolkit then sends a request again
+    /// by itself, on its own count.
+    void expectRepeated(const QString& path, const HttpReply& reply);
+
+    /// Goes on to the next expected request, if there is one and that of expectRepeated() has come.
+    void endRepeats();
+
+    /// What was not as expect() told, one line each: requests that nobody expected, in the order
+    /// they came, and at the end those that have not come.
+    QStringList complaints() const;
+
+    /// True when exactly the expected requests have come.
+    bool isSatisfied() const { return complaints().isEmpty(); }
+
+    /// Closes all connections and takes no more, so that they are refused.
+    void stop();
+
+    /// Takes connections again, on the same port.
+    void comeBack();
+
     /// Sends the replies that are held back. Those of later requests are not held any more.
     void release();
 
@@ -87,13 +127,27 @@ private:
     void readRequests(QTcpSocket* socket);
     void handle(QTcpSocket* socket, const QByteArray& header);
     HttpReply replyTo(const QString& path);
+    HttpReply expectedReplyTo(const QString& path);
     void send(QTcpSocket* socket, const HttpReply& reply);
+    void end(QTcpSocket* socket, HttpReply::Ending ending);
+
+    struct ExpectedRequest
+    {
+        QString path;
+        HttpReply reply;
+        bool repeated;
+        bool came;
+    };
 
     QTcpServer m_server;
+    quint16 m_port = 0;
     QHash<QString, QList<HttpReply>> m_replies;
     HttpReply m_otherReply = HttpReply::error(404, "no such file");
     QHash<QTcpSocket*, QByteArray> m_received;
     QList<QPair<QTcpSocket*, HttpReply>> m_held;
+    bool m_strict = false;
+    QList<ExpectedRequest> m_expected; ///< Those to come, and the one that is being repeated.
+    QStringList m_unexpected;
     QStringList m_requests;
     QByteArray m_lastHeader;
     bool m_released = false;

@@ -1,0 +1,679 @@
+// Trouble on the network, at every position of an update: what is asked for, what the user sees,
+// how the run ends and which files are there afterwards.
+//
+// Runs that show a message box happen inside the test, each in a process of its own; all others are
+// runs of the real executable. Codes of transfer errors are compared where every version of the
+// toolkit gives the same one.
+
+#include "updater/Updater.h"
+
+#include "tests/support/HostProcess.h"
+#include "tests/support/HttpServer.h"
+#include "tests/support/MessageBoxes.h"
+#include "tests/support/OwnProcess.h"
+#include "tests/support/RelaunchedProgram.h"
+#include "tests/support/Release.h"
+#include "tests/support/ReleaseTree.h"
+#include "tests/support/TestMain.h"
+#include "tests/support/UpdaterProbe.h"
+#include "tests/support/UpdaterProcess.h"
+
+#include <QTimer>
+
+#include <functional>
+
+namespace {
+
+/// Stands for the exit status of a run that did not end by itself.
+constexpr int endless = 124;
+
+constexpr int anyCode = -1;
+
+/// Above what the toolkit lets a compressed body inflate to by itself.
+constexpr int large = 11 * 1048576;
+
+/// The files of the release, in the order of the version file.
+const QStringList& names()
+{
+    static const QStringList list{"a.txt", "b/data.bin", "c/middle.dat", "d.dat", "e/last.txt"};
+    return list;
+}
+
+/// Which of the requested files is hit.
+enum Position { First = 0, Middle = 2, Last = 4 };
+
+/// What becomes of a file, or of a version file, that the server always sends with the same fault.
+enum class Outcome {
+    Good,    ///< It is taken as if nothing had happened.
+    Warned,  ///< The transfer fails: after three tries a warning with a code.
+    Damaged, ///< It is not what it should be: after three tries a critical box with the name.
+    Broken,  ///< The connection ends too early. Warned, or Damaged: a try that follows such an end
+             ///< the toolkit now and then repeats by itself, or gives out the part that came as if
+             ///< it were the whole.
+};
+
+/// One way in which a transfer goes wrong, or only looks so.
+struct Fault
+{
+    const char* name;
+    std::function<HttpReply(const QByteArray&)> reply;
+    Outcome outcome;
+    int code = anyCode;          ///< Of the warning.
+    bool versionFileUsed = true; ///< Whether a version file that comes like this can be read.
+    bool repeated = false; ///< The toolkit sends the request again by itself, as often as it likes.
+    bool large = false;    ///< Only happens to large files.
+};
+
+HttpReply silent(HttpReply::Ending ending)
+{
+    HttpReply reply = HttpReply::with(ending, HttpReply());
+    reply.silent = true;
+    return reply;
+}
+
+HttpReply announced(const QByteArray& body, qint64 length)
+{
+    HttpReply reply = HttpReply::with(HttpReply::Close, HttpReply::ok(body));
+    reply.declaredLength = length;
+    return reply;
+}
+
+HttpReply withoutLength(const QByteArray& body)
+{
+    HttpReply reply = HttpReply::with(HttpReply::Close, HttpReply::ok(body));
+    reply.lengthGiven = false;
+    return reply;
+}
+
+int half(const QByteArray& body)
+{
+    return static_cast<int>(body.size() / 2);
+}
+
+/// @p status with what it should be as the page; two kinds never have one.
+Fault status(const char* name, int status, Outcome outcome, int code = anyCode)
+{
+    const bool bodiless = status == 204 || status == 304;
+    return {name,
+            [status, bodiless](const QByteArray& body) {
+                HttpReply reply = HttpReply::error(status, bodiless ? QByteArray() : body);
+                reply.lengthGiven = !bodiless;
+                return reply;
+            },
+            outcome, code, !bodiless};
+}
+
+QList<Fault> faults()
+{
+    using Bytes = const QByteArray&;
+    const bool unreadable = false;
+    const bool repeated = true;
+    const auto redirect = [](Bytes page) {
+        return HttpReply::redirect("/elsewhere", page);
+    };
+
+    return {
+        {"reset before the reply", [](Bytes) { return HttpReply::reset(); }, Outcome::Warned, 2,
+         unreadable, repeated},
+        {"closed before the reply", [](Bytes) { return silent(HttpReply::Close); }, Outcome::Warned,
+         2, unreadable, repeated},
+        {"stall before the reply", [](Bytes) { return silent(HttpReply::Stall); }, Outcome::Warned,
+         2, unreadable, repeated},
+        {"reset before the body", [](Bytes body) { return HttpReply::resetInBody(body, 0); },
+         Outcome::Broken, 2, unreadable, repeated},
+        {"reset inside the body",
+         [](Bytes body) { return HttpReply::resetInBody(body, half(body)); }, Outcome::Broken, 2,
+         unreadable, repeated},
+        {"closed inside the body", [](Bytes body) { return HttpReply::cutShort(body, half(body)); },
+         Outcome::Broken, 2, unreadable, repeated},
+        // No code: part of such a body may be given out without an error.
+        {"stall inside the body",
+         [](Bytes body) { return HttpReply::stallInBody(body, half(body)); }, Outcome::Broken,
+         anyCode, unreadable, repeated},
+        // The version file ends with a line end, which can be spared.
+        {"one byte short, as announced",
+         [](Bytes body) { return HttpReply::ok(body.left(body.size() - 1)); }, Outcome::Damaged},
+        {"one byte short, announced in full",
+         [](Bytes body) { return HttpReply::cutShort(body, static_cast<int>(body.size()) - 1); },
+         Outcome::Broken, 2, true, repeated},
+        {"one byte long, as announced", [](Bytes body) { return HttpReply::ok(body + '+'); },
+         Outcome::Damaged},
+        {"one byte long, announced without it",
+         [](Bytes body) { return announced(body + '+', body.size()); }, Outcome::Good},
+        {"whole, one byte less announced",
+         [](Bytes body) { return announced(body, body.size() - 1); }, Outcome::Damaged, anyCode,
+         true, repeated},
+        {"whole, one byte more announced",
+         [](Bytes body) { return announced(body, body.size() + 1); }, Outcome::Broken, 2, true,
+         repeated},
+        {"whole, no length announced", [](Bytes body) { return withoutLength(body); },
+         Outcome::Good},
+        {"cut, no length announced",
+         [](Bytes body) { return withoutLength(body.left(half(body))); }, Outcome::Damaged, anyCode,
+         unreadable, repeated},
+        {"empty", [](Bytes) { return HttpReply::ok(""); }, Outcome::Damaged, anyCode, unreadable},
+        status("200", 200, Outcome::Good),
+        status("204", 204, Outcome::Damaged),
+        status("206", 206, Outcome::Good),
+        status("301", 301, Outcome::Good),
+        status("302", 302, Outcome::Good),
+        status("304", 304, Outcome::Damaged),
+        status("401", 401, Outcome::Warned, 204),
+        status("403", 403, Outcome::Warned),
+        status("404", 404, Outcome::Warned, 203),
+        status("405", 405, Outcome::Warned, 202),
+        status("410", 410, Outcome::Warned),
+        status("418", 418, Outcome::Warned, 302),
+        status("500", 500, Outcome::Warned),
+        status("503", 503, Outcome::Warned),
+        {"redirect with the right page", redirect, Outcome::Good},
+        {"redirect with another page", [=](Bytes) { return redirect("It has moved."); },
+         Outcome::Damaged, anyCode, unreadable},
+        {"error page", [](Bytes) { return HttpReply::error(404, "Not here."); }, Outcome::Warned,
+         203, unreadable},
+        {"chunks", [](Bytes body) { return HttpReply::chunked(body); }, Outcome::Good},
+        {"chunks, cut", [](Bytes body) { return HttpReply::cutChunked(body); }, Outcome::Broken, 2,
+         unreadable, repeated},
+        {"gzip", [](Bytes body) { return HttpReply::gzipped(body); }, Outcome::Good},
+        {"gzip that inflates past 10 MiB", [](Bytes body) { return HttpReply::gzipped(body); },
+         Outcome::Good, anyCode, true, false, true},
+    };
+}
+
+QString warningWithCode(const QString& code)
+{
+    return "warning|Error|An error occured while downloading the update.\nError code: " + code;
+}
+
+QString damageOf(const QString& shownName)
+{
+    return QString("critical|Error|An error occured while downloading the file \"%1\"\n\n"
+                   "Aborting the update.")
+        .arg(shownName);
+}
+
+/// A publisher, a user with an old installation, and one run.
+class Scene
+{
+public:
+    explicit Scene(int largeFile = -1)
+    {
+        for (int i = 0; i < names().size(); ++i) {
+            published[names().at(i)] =
+                QByteArray(3000 + i, static_cast<char>('a' + i)) + "published";
+            installed[names().at(i)] = "old";
+        }
+        if (largeFile >= 0)
+            published[names().at(largeFile)] = QByteArray(large, '0');
+        installed["unlisted.txt"] = "not in the release";
+        release::lay(installed, installDir);
+        files::write(tmpDir + "/keep", ""); // Else an emptied temporary directory would go, too.
+        program.install(exe, "Editor");
+    }
+
+    QByteArray versionFile() const
+    {
+        ProgramData data;
+        data.name = "Editor";
+        data.version = "2.0";
+        for (const QString& name : names())
+            data.files.append(tree::entry(name, published[name]));
+        return tree::versionFile(data).toLatin1();
+    }
+
+    void expectVersionFile(HttpReply::Ending ending = HttpReply::KeepAlive)
+    {
+        server.expect("/r/index.txt", HttpReply::with(ending, HttpReply::ok(versionFile())));
+    }
+
+    /// Expects the requests for the files number @p from to @p to, all of them good; the
+    /// connection ends with @p ending.
+    void expectFiles(int from, int to, HttpReply::Ending ending = HttpReply::KeepAlive)
+    {
+        for (int i = from; i <= to; ++i)
+            server.expect(pathOf(i), HttpReply::with(i == to ? ending : HttpReply::KeepAlive,
+                                                     HttpReply::ok(published[names().at(i)])));
+    }
+
+    /// Expects all good requests up to the one before file number @p position.
+    void expectAllBefore(int position, HttpReply::Ending ending = HttpReply::KeepAlive)
+    {
+        expectVersionFile(position == 0 ? ending : HttpReply::KeepAlive);
+        expectFiles(0, position - 1, ending);
+    }
+
+    /// Expects a request for file number @p position, and has @p fault happen to it.
+    void expectFault(int position, const Fault& fault)
+    {
+        expectFault(pathOf(position), fault, published[names().at(position)]);
+    }
+
+    void expectFault(const QString& path, const Fault& fault, const QByteArray& body)
+    {
+        if (fault.repeated)
+            server.expectRepeated(path, fault.reply(body));
+        else
+            server.expect(path, fault.reply(body));
+    }
+
+    static QString pathOf(int file) { return "/r/" + names().at(file); }
+
+    /// Updates with the real executable. @return Its exit status; -1 when it has not ended.
+    int update()
+    {
+        UpdaterProcess process;
+        process.setEnvironment("TMPDIR", tmpDir);
+        return process.run({"-u", "-n", "Editor", "-d", installDir, "-v", "1.0", "-l",
+                            server.url("/r/index.txt"), "-x", exe});
+    }
+
+    /// Updates inside the test's process. @p afterFileTry is called, with the number of file
+    /// transfers that have ended, before the updater learns of the end of each.
+    /// @return The exit status; endless when it has not ended.
+    int updateHere(const std::function<void(int)>& afterFileTry = {})
+    {
+        const ScopedTmpDir tmp(tmpDir);
+        Updater updater("Editor", installDir, "1.0", server.url("/r/index.txt"), QString(), exe);
+        UpdaterProbe state(updater);
+        QObject::connect(&state.netManager, &QNetworkAccessManager::finished, &updater, [&] {
+            server.endRepeats();
+            if (fileTries >= 0 && afterFileTry)
+                afterFileTry(fileTries + 1);
+            ++fileTries;
+        });
+        bool ended = true;
+        QTimer::singleShot(60000, &updater, [&ended] {
+            ended = false;
+            QCoreApplication::exit(endless);
+        });
+        QTimer::singleShot(0, &updater, [&updater] { updater.start(false); });
+        const int status = QCoreApplication::exec();
+        return ended ? status : endless;
+    }
+
+    /// What differs from a finished update; nothing when nothing does.
+    QStringList missingOfTheUpdate(bool starts = true)
+    {
+        Tree expected = installed;
+        for (const QString& name : names())
+            expected[name] = published[name];
+        QStringList lines = release::differences(release::read(installDir), expected);
+        if (files::list(tmpDir) != QStringList{"keep"})
+            lines += "in the temporary directory: " + files::list(tmpDir).join(' ');
+        if (starts)
+            lines += missingStart();
+        return lines;
+    }
+
+    QStringList missingStart() const
+    {
+        const bool started = QTest::qWaitFor([this] { return !program.starts().isEmpty(); }, 30000);
+        return started ? QStringList() : QStringList{"the program was not started"};
+    }
+
+    /// What differs from an update that was broken off at file number @p position. A file that
+    /// arrived damaged has left its directory.
+    QStringList traces(int position, Outcome outcome)
+    {
+        QStringList lines = release::differences(release::read(installDir), installed);
+        const QString saved = tmpDir + "/wUpEditor2.0";
+        Tree expected;
+        for (int i = 0; i < position; ++i)
+            expected[names().at(i)] = published[names().at(i)];
+        lines += release::differences(release::read(saved), expected);
+        const QString name = names().at(position);
+        if (name.contains('/') && outcome != Outcome::Broken &&
+            QFile::exists(saved + '/' + name.section('/', 0, 0)) != (outcome == Outcome::Damaged))
+            lines += "directory of " + name;
+        if (!program.starts().isEmpty())
+            lines += "the program was started";
+        return lines;
+    }
+
+    const TestDir dir;
+    const QString installDir = dir / "installed";
+    const QString tmpDir = dir / "tmp";
+    const QString exe = dir / "bin/Editor";
+    const RelaunchedProgram program;
+    Tree published;
+    Tree installed;
+    HttpServer server;
+    MessageBoxes boxes;
+    int fileTries = -1; ///< Ended transfers of an update in this process, less the version file's.
+};
+
+const Fault& faultNamed(const QString& name)
+{
+    static const QList<Fault> all = faults();
+    for (const Fault& fault : all) {
+        if (name == fault.name)
+            return fault;
+    }
+    qFatal("no such fault: %s", qPrintable(name));
+}
+
+Fault good()
+{
+    return {"none", HttpReply::ok, Outcome::Good};
+}
+
+/// The request may go out on the connection that is just breaking, and then goes out again.
+Fault goodAfterABreak()
+{
+    Fault fault = good();
+    fault.repeated = true;
+    return fault;
+}
+
+QString textOf(const QStringList& lines)
+{
+    return lines.join('\n');
+}
+
+void addPositions(const QString& fault)
+{
+    const QList<std::pair<const char*, int>> positions{
+        {"first", First}, {"middle", Middle}, {"last", Last}};
+    for (const auto& [positionName, position] : positions)
+        QTest::addRow("%s, %s file", qPrintable(fault), positionName) << fault << position;
+}
+
+void addFaultsAndPositions(const std::function<bool(const Fault&)>& wanted)
+{
+    QTest::addColumn<QString>("faultName");
+    QTest::addColumn<int>("position");
+    const QList<Fault> all = faults();
+    for (const Fault& fault : all) {
+        if (wanted(fault))
+            addPositions(fault.name);
+    }
+}
+
+} // namespace
+
+class TestNetworkFaults : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        // As in the program: a box that closes ends nothing.
+        QApplication::setQuitOnLastWindowClosed(false);
+    }
+
+    // ---- The version file
+
+    void versionFileInTrouble_data()
+    {
+        QTest::addColumn<QString>("faultName");
+        const QList<Fault> all = faults();
+        for (const Fault& fault : all)
+            QTest::newRow(fault.name) << fault.name;
+    }
+
+    void versionFileInTrouble()
+    {
+        QFETCH(QString, faultName);
+        const Fault& fault = faultNamed(faultName);
+        {
+            Scene scene;
+            HostProcess host(16);
+            scene.expectFault("/r/index.txt", fault, padded(scene.versionFile(), fault));
+            UpdaterProcess check;
+            QCOMPARE(check.run({"-c", "-n", "Editor", "-v", "1.0", "-l",
+                                scene.server.url("/r/index.txt"), "-s", host.key()}),
+                     0);
+            QCOMPARE(textOf(scene.server.complaints()), QString());
+            const QByteArray version = fault.versionFileUsed ? "2.0" : "";
+            QCOMPARE(host.dump(), (version + '\0' + '0').leftJustified(16, '\0'));
+        }
+        Scene scene;
+        scene.expectFault("/r/index.txt", fault, padded(scene.versionFile(), fault));
+        if (fault.versionFileUsed)
+            scene.expectFiles(First, Last);
+        QCOMPARE(scene.update(), 0);
+        QCOMPARE(textOf(scene.server.complaints()), QString());
+        if (fault.versionFileUsed)
+            QCOMPARE(textOf(scene.missingOfTheUpdate()), QString());
+        else
+            verifyOnlyTheProgramWasStarted(scene);
+    }
+
+    void versionFileFromARefusedConnection()
+    {
+        Scene scene;
+        scene.server.stop();
+        HostProcess host(16);
+        UpdaterProcess check;
+        QCOMPARE(check.run({"-c", "-n", "Editor", "-v", "1.0", "-l",
+                            scene.server.url("/r/index.txt"), "-s", host.key()}),
+                 0);
+        QCOMPARE(host.dump(), QByteArray("\0"
+                                         "0",
+                                         2)
+                                  .leftJustified(16, '\0'));
+        QCOMPARE(scene.update(), 0);
+        verifyOnlyTheProgramWasStarted(scene);
+    }
+
+    // ---- The files
+
+    void harmlessOddityIsNoFault_data()
+    {
+        addFaultsAndPositions([](const Fault& fault) { return fault.outcome == Outcome::Good; });
+    }
+
+    void harmlessOddityIsNoFault()
+    {
+        QFETCH(QString, faultName);
+        QFETCH(int, position);
+        const Fault& fault = faultNamed(faultName);
+        Scene scene(fault.large ? position : -1);
+        scene.expectAllBefore(position);
+        scene.expectFault(position, fault);
+        scene.expectFiles(position + 1, Last);
+        QCOMPARE(scene.update(), 0);
+        QCOMPARE(textOf(scene.server.complaints()), QString());
+        QCOMPARE(textOf(scene.missingOfTheUpdate()), QString());
+    }
+
+    void threeFaultsEndTheUpdate_data()
+    {
+        addFaultsAndPositions([](const Fault& fault) { return fault.outcome != Outcome::Good; });
+    }
+
+    void threeFaultsEndTheUpdate()
+    {
+        IN_OWN_PROCESS();
+        QFETCH(QString, faultName);
+        QFETCH(int, position);
+        const Fault& fault = faultNamed(faultName);
+        Scene scene;
+        scene.expectAllBefore(position);
+        for (int i = 0; i < 3; ++i)
+            scene.expectFault(position, fault);
+        QCOMPARE(scene.updateHere(), 1);
+        QCOMPARE(textOf(scene.server.complaints()), QString());
+        QCOMPARE(scene.fileTries, position + 3);
+        verifyBox(scene, position, fault);
+        QCOMPARE(textOf(scene.traces(position, fault.outcome)), QString());
+    }
+
+    void oneOrTwoFaultsAreMadeGood_data()
+    {
+        addFaultsAndPositions([](const Fault& fault) { return fault.outcome != Outcome::Good; });
+    }
+
+    void oneOrTwoFaultsAreMadeGood()
+    {
+        QFETCH(QString, faultName);
+        QFETCH(int, position);
+        const Fault& fault = faultNamed(faultName);
+        // Where the toolkit repeats requests, only the client can tell one try from the next.
+        if (fault.repeated)
+            IN_OWN_PROCESS();
+        for (int times = 1; times <= 2; ++times) {
+            Scene scene;
+            scene.expectAllBefore(position);
+            for (int i = 0; i < times; ++i)
+                scene.expectFault(position, fault);
+            scene.expectFault(position, fault.repeated ? goodAfterABreak() : good());
+            scene.expectFiles(position + 1, Last);
+            QCOMPARE(fault.repeated ? scene.updateHere() : scene.update(), 0);
+            QCOMPARE(textOf(scene.server.complaints()), QString());
+            QCOMPARE(scene.boxes.summaries(), QStringList());
+            // A process starts one program.
+            const bool starts = !fault.repeated || times == 1;
+            QCOMPARE(textOf(scene.missingOfTheUpdate(starts)), QString());
+        }
+    }
+
+    void brokenTransferHasItsCode_data()
+    {
+        addFaultsAndPositions([](const Fault& fault) {
+            return fault.outcome == Outcome::Broken && fault.code != anyCode;
+        });
+    }
+
+    /// The tries before leave the connection whole, so that the break is reported as one.
+    void brokenTransferHasItsCode()
+    {
+        IN_OWN_PROCESS();
+        QFETCH(QString, faultName);
+        QFETCH(int, position);
+        Fault fault = faultNamed(faultName);
+        fault.outcome = Outcome::Warned;
+        Scene scene;
+        scene.expectAllBefore(position);
+        scene.expectFault(position, faultNamed("404"));
+        scene.expectFault(position, faultNamed("404"));
+        scene.expectFault(position, fault);
+        QCOMPARE(scene.updateHere(), 1);
+        QCOMPARE(textOf(scene.server.complaints()), QString());
+        verifyBox(scene, position, fault);
+        QCOMPARE(textOf(scene.traces(position, Outcome::Warned)), QString());
+    }
+
+    // ---- A server that goes
+
+    void serverThatIsGoneEndsTheUpdate_data() { addPositionsOnly(); }
+
+    void serverThatIsGoneEndsTheUpdate()
+    {
+        IN_OWN_PROCESS();
+        QFETCH(int, position);
+        Scene scene;
+        scene.expectAllBefore(position, HttpReply::Stop);
+        QCOMPARE(scene.updateHere(), 1);
+        QCOMPARE(textOf(scene.server.complaints()), QString());
+        QCOMPARE(scene.fileTries, position + 3);
+        QCOMPARE(scene.boxes.summaries(), QStringList(warningWithCode("1")));
+        QCOMPARE(textOf(scene.traces(position, Outcome::Warned)), QString());
+    }
+
+    void serverThatComesBackBetweenTriesIsUsed_data()
+    {
+        QTest::addColumn<int>("position");
+        QTest::addColumn<int>("failures");
+        for (const int position : {First, Middle, Last}) {
+            for (const int failures : {1, 2})
+                QTest::addRow("file %d, back after %d", position, failures) << position << failures;
+        }
+    }
+
+    void serverThatComesBackBetweenTriesIsUsed()
+    {
+        IN_OWN_PROCESS();
+        QFETCH(int, position);
+        QFETCH(int, failures);
+        Scene scene;
+        scene.expectAllBefore(position, HttpReply::Stop);
+        scene.expectFiles(position, Last);
+        QCOMPARE(scene.updateHere([&](int tries) {
+            if (tries == position + failures)
+                scene.server.comeBack();
+        }),
+                 0);
+        QCOMPARE(textOf(scene.server.complaints()), QString());
+        QCOMPARE(scene.fileTries, failures + static_cast<int>(names().size()));
+        QCOMPARE(scene.boxes.summaries(), QStringList());
+        QCOMPARE(textOf(scene.missingOfTheUpdate()), QString());
+    }
+
+    void serverThatRestartsBetweenFilesIsNoticedByNobody_data() { addPositionsOnly(); }
+
+    void serverThatRestartsBetweenFilesIsNoticedByNobody()
+    {
+        QFETCH(int, position);
+        Scene scene;
+        scene.expectAllBefore(position, HttpReply::Restart);
+        scene.expectFiles(position, Last);
+        QCOMPARE(scene.update(), 0);
+        QCOMPARE(textOf(scene.server.complaints()), QString());
+        QCOMPARE(textOf(scene.missingOfTheUpdate()), QString());
+    }
+
+    // ---- The server itself
+
+    void strictServerComplains()
+    {
+        Scene scene;
+        scene.server.expect("/r/index.txt", HttpReply::ok(scene.versionFile()));
+        scene.server.expect("/r/never.txt", HttpReply::ok(""));
+        scene.server.serve("/r/a.txt", HttpReply::ok(scene.published["a.txt"]));
+        UpdaterProcess process;
+        process.setEnvironment("TMPDIR", scene.tmpDir);
+        process.start({"-u", "-n", "Editor", "-d", scene.installDir, "-v", "1.0", "-l",
+                       scene.server.url("/r/index.txt")});
+        QTRY_COMPARE(scene.server.requests().size(), 4);
+        QVERIFY(!scene.server.isSatisfied());
+        QCOMPARE(scene.server.complaints(),
+                 QStringList({"came as request 2: /r/a.txt; expected: /r/never.txt",
+                              "came as request 3: /r/a.txt; expected: /r/never.txt",
+                              "came as request 4: /r/a.txt; expected: /r/never.txt",
+                              "never came: /r/never.txt"}));
+    }
+
+private:
+    static void addPositionsOnly()
+    {
+        QTest::addColumn<int>("position");
+        QTest::newRow("first file") << int(First);
+        QTest::newRow("middle file") << int(Middle);
+        QTest::newRow("last file") << int(Last);
+    }
+
+    static QByteArray padded(const QByteArray& versionFile, const Fault& fault)
+    {
+        return fault.large ? QByteArray(large, ' ') + versionFile : versionFile;
+    }
+
+    static void verifyOnlyTheProgramWasStarted(Scene& scene)
+    {
+        QCOMPARE(textOf(scene.missingStart()), QString());
+        QCOMPARE(textOf(release::differences(release::read(scene.installDir), scene.installed)),
+                 QString());
+        QVERIFY2(files::list(scene.tmpDir).filter("wUp").size() == 1 &&
+                     files::list(scene.tmpDir).contains(QLatin1String("keep")),
+                 qPrintable(files::list(scene.tmpDir).join(' ')));
+    }
+
+    static void verifyBox(const Scene& scene, int position, const Fault& fault)
+    {
+        QCOMPARE(scene.boxes.all().size(), 1);
+        const QString box = scene.boxes.summaries().first();
+        const QString damage = damageOf(names().at(position).section('/', -1));
+        if (fault.outcome == Outcome::Broken)
+            QVERIFY2(box == damage || box.startsWith(warningWithCode("")), qPrintable(box));
+        else if (fault.outcome == Outcome::Damaged)
+            QCOMPARE(box, damage);
+        else if (fault.code == anyCode)
+            QVERIFY2(box.startsWith(warningWithCode("")), qPrintable(box));
+        else
+            QCOMPARE(box, warningWithCode(QString::number(fault.code)));
+    }
+};
+
+UPDATER_TEST_MAIN(TestNetworkFaults)
+#include "tst_networkfaults.moc"
