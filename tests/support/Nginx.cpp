@@ -26,33 +26,6 @@ quint16 freePort()
     return server.serverPort();
 }
 
-QByteArray configuration(const QString& dir, const QString& root, quint16 port)
-{
-    // One process, without a master: it runs as the user of the test, who may read the files.
-    return QByteArray("daemon off;\n"
-                      "master_process off;\n"
-                      "pid @dir/pid;\n"
-                      "error_log @dir/error.log;\n"
-                      "events {}\n"
-                      "http {\n"
-                      "  log_format path '$request_uri';\n"
-                      "  access_log @dir/access.log path;\n"
-                      "  client_body_temp_path @dir/body;\n"
-                      "  proxy_temp_path @dir/proxy;\n"
-                      "  fastcgi_temp_path @dir/fastcgi;\n"
-                      "  uwsgi_temp_path @dir/uwsgi;\n"
-                      "  scgi_temp_path @dir/scgi;\n"
-                      "  default_type application/octet-stream;\n"
-                      "  server {\n"
-                      "    listen 127.0.0.1:@port;\n"
-                      "    root @root;\n"
-                      "  }\n"
-                      "}\n")
-        .replace("@dir", QFile::encodeName(dir))
-        .replace("@root", QFile::encodeName(root))
-        .replace("@port", QByteArray::number(port));
-}
-
 } // namespace
 
 bool Nginx::isInstalled()
@@ -60,7 +33,8 @@ bool Nginx::isInstalled()
     return !executable().isEmpty();
 }
 
-Nginx::Nginx(const QString& root)
+Nginx::Nginx(const QString& root, const std::optional<ServerCertificate>& certificate)
+    : m_certificate(certificate)
 {
     // Another process may take the port between our look and nginx's start.
     for (int attempt = 0; attempt < 5; ++attempt) {
@@ -77,7 +51,10 @@ Nginx::~Nginx()
 
 QString Nginx::url(const QString& path) const
 {
-    return QStringLiteral("http://127.0.0.1:%1%2").arg(m_port).arg(path);
+    return QStringLiteral("%1://127.0.0.1:%2%3")
+        .arg(m_certificate ? QLatin1String("https") : QLatin1String("http"))
+        .arg(m_port)
+        .arg(path);
 }
 
 QStringList Nginx::requests() const
@@ -96,7 +73,7 @@ QStringList Nginx::requests() const
 bool Nginx::start(const QString& root)
 {
     m_port = freePort();
-    files::write(m_dir / "nginx.conf", configuration(m_dir.path(), root, m_port));
+    files::write(m_dir / "nginx.conf", configuration(root));
     m_process.setProcessChannelMode(QProcess::MergedChannels);
     m_process.start(executable(), {"-e", m_dir / "error.log", "-c", m_dir / "nginx.conf"});
     m_process.waitForStarted();
@@ -112,6 +89,40 @@ bool Nginx::start(const QString& root)
     return false;
 }
 
+QByteArray Nginx::configuration(const QString& root) const
+{
+    QByteArray tls;
+    if (m_certificate)
+        tls = "    ssl_certificate " + QFile::encodeName(m_certificate->certificate) +
+              ";\n    ssl_certificate_key " + QFile::encodeName(m_certificate->key) + ";\n";
+    // One process, without a master: it runs as the user of the test, who may read the files.
+    return QByteArray("daemon off;\n"
+                      "master_process off;\n"
+                      "pid @dir/pid;\n"
+                      "error_log @dir/error.log;\n"
+                      "events {}\n"
+                      "http {\n"
+                      "  log_format path '$request_uri';\n"
+                      "  access_log @dir/access.log path;\n"
+                      "  client_body_temp_path @dir/body;\n"
+                      "  proxy_temp_path @dir/proxy;\n"
+                      "  fastcgi_temp_path @dir/fastcgi;\n"
+                      "  uwsgi_temp_path @dir/uwsgi;\n"
+                      "  scgi_temp_path @dir/scgi;\n"
+                      "  default_type application/octet-stream;\n"
+                      "  server {\n"
+                      "    listen 127.0.0.1:@port@ssl;\n"
+                      "@tls"
+                      "    root @root;\n"
+                      "  }\n"
+                      "}\n")
+        .replace("@ssl", m_certificate ? " ssl" : "")
+        .replace("@tls", tls)
+        .replace("@dir", QFile::encodeName(m_dir.path()))
+        .replace("@root", QFile::encodeName(root))
+        .replace("@port", QByteArray::number(m_port));
+}
+
 void Nginx::stop()
 {
     m_process.terminate();
@@ -123,6 +134,7 @@ void Nginx::stop()
 
 bool Nginx::get(const QString& path) const
 {
+    // Without TLS in any case: a server that expects TLS refuses the request, but logs its path.
     QTcpSocket socket;
     socket.connectToHost("127.0.0.1", m_port);
     if (!socket.waitForConnected(1000))

@@ -6,6 +6,15 @@
 
 #include <QProcess>
 
+#include <optional>
+
+/// What a server shows of itself, as paths of PEM files.
+struct ServerCertificate
+{
+    QString certificate;
+    QString key;
+};
+
 /// Serves the files below one directory on 127.0.0.1, on a free port, until the end of the scope.
 /// Everything nginx writes lies in a temporary directory.
 class Nginx
@@ -14,22 +23,27 @@ public:
     /// True when nginx is installed.
     static bool isInstalled();
 
-    /// Serves the directory @p root. The test program ends when nginx cannot be started.
-    explicit Nginx(const QString& root);
+    /// Serves the directory @p root, over https when there is a @p certificate. The test program
+    /// ends when nginx cannot be started.
+    explicit Nginx(const QString& root,
+                   const std::optional<ServerCertificate>& certificate = std::nullopt);
     ~Nginx();
     Q_DISABLE_COPY(Nginx)
 
     /// Returns the URL of @p path, which begins with "/".
     QString url(const QString& path) const;
 
-    /// Returns the paths asked for so far, in order, as the client wrote them.
+    /// Returns the paths asked for so far, in order, as the client wrote them. A client that breaks
+    /// off the TLS handshake has asked for none.
     QStringList requests() const;
 
 private:
     bool start(const QString& root);
+    QByteArray configuration(const QString& root) const;
     void stop();
     bool get(const QString& path) const;
 
+    const std::optional<ServerCertificate> m_certificate;
     TestDir m_dir;
     quint16 m_port = 0;
     QProcess m_process;
