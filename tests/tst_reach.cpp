@@ -92,13 +92,16 @@ struct Scene
         return names;
     }
 
-    /// Where connections were made to, each once.
+    /// Where connections over the network were made to, each once. (Qt 5.15 asks the system's local
+    /// services for the state of the network.)
     QStringList peers() const
     {
         static const QRegularExpression address(
             "sin_port=htons\\((\\d+)\\), sin_addr=inet_addr\\(\"([0-9.]+)\"\\)");
         QStringList found;
         for (const SystemCall& call : calls.named("connect")) {
+            if (call.arguments.contains("sa_family=AF_UNIX"))
+                continue;
             const QRegularExpressionMatch match = address.match(call.arguments);
             found.append(match.hasMatch() ? match.captured(2) + ':' + match.captured(1)
                                           : call.arguments);
