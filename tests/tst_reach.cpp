@@ -42,6 +42,15 @@ struct Scene
         updater.setWrapper(calls.command());
     }
 
+    ~Scene()
+    {
+        if (!updater.isRunning())
+            return;
+        calls.killProgram();
+        updater.waitForEnd();
+    }
+    Q_DISABLE_COPY(Scene)
+
     void publish(const Tree& tree)
     {
         release::lay(tree, dir / "release");

@@ -12,25 +12,38 @@ constexpr int patience = 15000;
 
 } // namespace
 
-HostProcess::HostProcess(int size)
+HostProcess::HostProcess(int size, const QString& executable)
+    : m_executable(executable.isEmpty() ? QStringLiteral(SHM_HOST_EXECUTABLE) : executable)
 {
     // The system numbers segments by a digest of a file: now and then two keys share a number.
     constexpr int mostTries = 5;
     for (int tries = 0; tries < mostTries; ++tries) {
         m_key = unusedKey();
-        if (start(size))
+        if (start({m_key, QString::number(size)}))
             return;
     }
     qFatal("test fixture: cannot start a host with a segment of %d bytes", size);
 }
 
+HostProcess::HostProcess(const HostProcess* owner)
+    : m_executable(QStringLiteral(SHM_HOST_EXECUTABLE)), m_key(owner->key()), m_ownsSegment(false)
+{
+    if (!start({m_key}))
+        qFatal("test fixture: cannot attach to the segment of a host");
+}
+
 HostProcess::~HostProcess()
 {
-    if (m_process.state() == QProcess::NotRunning || quit())
-        return;
-    m_process.kill();
-    m_process.waitForFinished();
-    removeWhatIsLeft();
+    if (m_process.state() != QProcess::NotRunning && !quit())
+        kill();
+    if (m_killed && m_ownsSegment)
+        removeWhatIsLeft();
+}
+
+void HostProcess::beginLock()
+{
+    m_process.write("lock\n");
+    m_process.waitForBytesWritten(patience);
 }
 
 bool HostProcess::quit()
@@ -38,6 +51,13 @@ bool HostProcess::quit()
     m_process.write("quit\n");
     m_process.closeWriteChannel();
     return m_process.waitForFinished(patience) && m_process.exitStatus() == QProcess::NormalExit;
+}
+
+void HostProcess::kill()
+{
+    m_process.kill();
+    m_process.waitForFinished();
+    m_killed = true;
 }
 
 QString HostProcess::unusedKey()
@@ -54,10 +74,10 @@ bool HostProcess::segmentExists(const QString& key)
     return segment.attach(QSharedMemory::ReadOnly);
 }
 
-bool HostProcess::start(int size)
+bool HostProcess::start(const QStringList& arguments)
 {
     m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    m_process.start(QStringLiteral(SHM_HOST_EXECUTABLE), {m_key, QString::number(size)});
+    m_process.start(m_executable, arguments);
     if (readLine() == "ready")
         return true;
     m_process.waitForFinished();

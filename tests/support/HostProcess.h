@@ -11,8 +11,12 @@
 class HostProcess
 {
 public:
-    /// Starts a host with a key that no other one has.
-    explicit HostProcess(int size);
+    /// Starts a host with a key that no other one has. It runs @p executable, or the one that was
+    /// built along with the test.
+    explicit HostProcess(int size, const QString& executable = QString());
+
+    /// Starts a process that attaches to the segment of @p owner, and is to end before it.
+    explicit HostProcess(const HostProcess* owner);
 
     ~HostProcess();
     Q_DISABLE_COPY(HostProcess)
@@ -27,7 +31,15 @@ public:
     /// @return False when that does not succeed in time.
     bool lock() { return ask("lock") == "done"; }
 
-    /// Returns the lock that lock() took.
+    /// Takes the lock as soon as it is free, without waiting here. Until gotLock() has been called
+    /// the process takes no other command.
+    void beginLock();
+
+    /// Waits until the lock that beginLock() asked for is taken.
+    /// @return False when that does not happen in time.
+    bool gotLock() { return readLine() == "done"; }
+
+    /// Returns the lock that lock() or beginLock() took.
     bool unlock() { return ask("unlock") == "done"; }
 
     /// Returns how many wait for the lock; -1 when that cannot be told.
@@ -35,6 +47,14 @@ public:
 
     /// Ends the host in order: it lets go of the segment, which goes with its last user.
     bool quit();
+
+    /// Ends the process at once (SIGKILL), whatever it holds.
+    void kill();
+
+    qint64 pid() const { return m_process.processId(); }
+
+    /// The version of the toolkit the process runs on.
+    QByteArray toolkitVersion() { return ask("toolkit"); }
 
     /// Returns a key that no host of this or another test has.
     static QString unusedKey();
@@ -46,13 +66,16 @@ public:
     static QByteArray untouched(int size) { return QByteArray(size, '\xAA'); }
 
 private:
-    bool start(int size);
+    bool start(const QStringList& arguments);
     QByteArray ask(const QByteArray& command);
     QByteArray readLine();
     void removeWhatIsLeft() const;
 
     QProcess m_process;
+    QString m_executable;
     QString m_key;
+    bool m_ownsSegment = true;
+    bool m_killed = false;
 };
 
 #endif // TESTS_SUPPORT_HOSTPROCESS_H

@@ -37,6 +37,8 @@ public:
     /// off the TLS handshake has asked for none.
     QStringList requests() const;
 
+    qint64 pid() const { return m_process.processId(); }
+
 private:
     bool start(const QString& root);
     QByteArray configuration(const QString& root) const;

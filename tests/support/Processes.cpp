@@ -1,5 +1,6 @@
 #include "tests/support/Processes.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QHash>
@@ -38,6 +39,18 @@ QStringList mentioning(const QString& text)
     for (auto process = commandLines.begin(); process != commandLines.end(); ++process) {
         if (commandLines.value(parentOf(process.key())) != process.value())
             found.append(process.value());
+    }
+    return found;
+}
+
+QList<qint64> children()
+{
+    const QString own = QString::number(QCoreApplication::applicationPid());
+    QList<qint64> found;
+    const QStringList ids = QDir("/proc").entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+    for (const QString& id : ids) {
+        if (parentOf(id) == own)
+            found.append(id.toLongLong());
     }
     return found;
 }

@@ -2,6 +2,7 @@
 #ifndef TESTS_SUPPORT_PROCESSES_H
 #define TESTS_SUPPORT_PROCESSES_H
 
+#include <QList>
 #include <QString>
 #include <QStringList>
 
@@ -11,6 +12,10 @@ namespace processes {
 /// @p text. A child that still has the command line of its parent is not counted: it is a shell on
 /// its way to become another program. Needs /proc, and finds nothing where there is none.
 QStringList mentioning(const QString& text);
+
+/// Returns the numbers of the children of this process, also of those that have ended and that
+/// nobody has waited for. Needs /proc, too.
+QList<qint64> children();
 
 } // namespace processes
 

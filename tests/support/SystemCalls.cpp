@@ -4,6 +4,8 @@
 #include <QRegularExpression>
 #include <QSet>
 
+#include <signal.h>
+
 namespace {
 
 /// Calls with paths that change nothing. Whatever is not here counts as a change.
@@ -78,6 +80,15 @@ QStringList SystemCalls::command() const
             "trace=%file,fallocate,fchmod,fchown,fsetxattr,ftruncate,bind,connect,shmget,semget",
             "-o",
             m_dir / "calls"};
+}
+
+void SystemCalls::killProgram() const
+{
+    // Every line begins with the number of the process; the first is the program's own.
+    const QByteArray record = files::read(m_dir / "calls");
+    const int pid = record.left(record.indexOf(' ')).toInt();
+    if (pid > 0)
+        ::kill(pid, SIGKILL);
 }
 
 QList<SystemCall> SystemCalls::changes() const

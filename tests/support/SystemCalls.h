@@ -26,6 +26,9 @@ public:
     /// recorded here.
     QStringList command() const;
 
+    /// Kills the program, which outlives strace.
+    void killProgram() const;
+
     /// The recorded calls that change files, or that are not known to leave them alone. A call
     /// counts whether or not it succeeded.
     QList<SystemCall> changes() const;

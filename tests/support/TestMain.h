@@ -30,10 +30,12 @@ private:
     QTemporaryDir m_dir;
 };
 
-#define UPDATER_TEST_MAIN(TestClass)                                                               \
+#define UPDATER_TEST_MAIN(TestClass) UPDATER_TEST_MAIN_IN(PrivateEnvironment, TestClass)
+
+#define UPDATER_TEST_MAIN_IN(Environment, TestClass)                                               \
     int main(int argc, char** argv)                                                                \
     {                                                                                              \
-        const PrivateEnvironment environment;                                                      \
+        const Environment environment;                                                             \
         const QApplication app(argc, argv);                                                        \
         TestClass test;                                                                            \
         return QTest::qExec(&test, argc, argv);                                                    \

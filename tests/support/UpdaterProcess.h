@@ -36,6 +36,9 @@ public:
     /// @return Its exit status; -1 when it did not start, crashed or did not end in time.
     int run(const QStringList& options, int milliseconds = 30000);
 
+    /// Ends the process at once (SIGKILL).
+    void kill() { m_process.kill(); }
+
     bool isRunning() const { return m_process.state() != QProcess::NotRunning; }
 
     /// The exit status; -1 when the process still runs, did not start, or crashed.

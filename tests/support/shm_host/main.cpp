@@ -2,11 +2,13 @@
 // starts the updater, and tells what is in it.
 //
 //   shm_host KEY SIZE
+//   shm_host KEY        attaches to a segment that is there
 //
 // Says "ready" or "failed" first. Then obeys the commands on standard input, each answered by one
 // line: "dump" by the bytes of the segment in hexadecimal, "lock" and "unlock" by "done", "waiting"
-// by the number of processes and threads that wait for the lock, "quit" by "done". The end of the
-// input ends the process, too, so that it never outlives the test.
+// by the number of processes and threads that wait for the lock, "toolkit" by the version of the
+// toolkit, "quit" by "done". The end of the input ends the process, too, so that it never outlives
+// the test.
 
 #include <QByteArray>
 #include <QCryptographicHash>
@@ -55,12 +57,25 @@ QByteArray answer(const std::string& command, QSharedMemory& segment)
         return contentsOf(segment).toHex();
     if (command == "waiting")
         return QByteArray::number(waitingForLock(segment.key()));
+    if (command == "toolkit")
+        return qVersion();
     bool done = command == "quit";
     if (command == "lock")
         done = segment.lock();
     else if (command == "unlock")
         done = segment.unlock();
     return done ? "done" : "failed";
+}
+
+/// Makes a segment of the size given, or attaches to the one that is there.
+bool open(QSharedMemory& segment, const char* size)
+{
+    if (size == nullptr)
+        return segment.attach(QSharedMemory::ReadWrite);
+    if (!segment.create(QByteArray(size).toInt()))
+        return false;
+    std::memset(segment.data(), fillByte, static_cast<size_t>(segment.size()));
+    return true;
 }
 
 void say(const QByteArray& line)
@@ -72,14 +87,13 @@ void say(const QByteArray& line)
 
 int main(int argc, char** argv)
 {
-    if (argc != 3)
+    if (argc != 2 && argc != 3)
         return 2;
     QSharedMemory segment(QString::fromUtf8(argv[1]));
-    if (!segment.create(QByteArray(argv[2]).toInt())) {
+    if (!open(segment, argv[2])) {
         say("failed");
         return 1;
     }
-    std::memset(segment.data(), fillByte, static_cast<size_t>(segment.size()));
     say("ready");
 
     std::string command;

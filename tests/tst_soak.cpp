@@ -1,0 +1,308 @@
+// Two hundred checks and updates by the real executable, two at a time: each ends as it must, and
+// nothing gathers, neither in the system nor in the temporary directory nor at the server.
+
+#include "tests/support/HostProcess.h"
+#include "tests/support/Nginx.h"
+#include "tests/support/Processes.h"
+#include "tests/support/RelaunchedProgram.h"
+#include "tests/support/Release.h"
+#include "tests/support/SystemIpc.h"
+#include "tests/support/UpdaterProcess.h"
+
+#include <algorithm>
+#include <memory>
+#include <vector>
+
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#ifdef __linux__
+#include <sys/prctl.h>
+#endif
+
+namespace {
+
+constexpr int runCount = 200;
+constexpr int atATime = 2;
+constexpr int segmentSize = 16;
+const char* const exeName = "Contents/MacOS/Editor";
+const char* const dataName = "Contents/Resources/data.bin";
+const char* const changelogName = "velmora_cl_2.0.dat";
+
+/// What a run is for, and what is installed when it begins.
+enum Kind { Check, UpdateOfNothing, UpdateOfOldFiles, UpdateOfCompleteFiles, UpToDate, KindCount };
+
+/// What all runs have in common.
+struct Publisher
+{
+    Publisher() : nginx(root.path())
+    {
+        program.letEnd();
+        release::lay(tree, dir / "release");
+        files::write(dir / "CHANGES.txt", "News");
+        release::describe(dir / "release", "Editor", "2.0", {"--changelog", dir / "CHANGES.txt"});
+    }
+
+    const TestDir dir;
+    const TestDir root; ///< Every run has a path of its own there, so that its requests are known.
+    const RelaunchedProgram program;
+    const Tree tree{{"Contents/Info.txt", "about the bundle"},
+                    {exeName, program.script("Editor 2.0")},
+                    {"Contents/Resources/Editor.icns", "icon"},
+                    {dataName, QByteArray(50000, 'n')},
+                    {"readme.txt", ""}};
+    const Nginx nginx;
+};
+
+/// One run, with a temporary directory and an installation of its own.
+class Run
+{
+public:
+    Run(const Publisher& publisher, int number)
+        : m_publisher(publisher)
+        , m_kind(static_cast<Kind>(number % KindCount))
+        , m_id(QStringLiteral("run%1").arg(number))
+        , m_installed(installedTree())
+    {
+        files::link(publisher.dir / "release", publisher.root / m_id);
+        files::makeDirectory(m_installDir);
+        release::lay(m_installed, m_installDir);
+        if (m_installed.contains(exeName))
+            files::setMode(m_installDir + '/' + exeName, 0755);
+        files::write(m_tmpDir + "/keep", ""); // Else an emptied directory would go, too.
+        // An update need not have a host that wants to know.
+        if (m_kind == Check || number / KindCount % 2 == 1) {
+            const ScopedTmpDir tmp(m_tmpDir);
+            m_host = std::make_unique<HostProcess>(segmentSize);
+        }
+    }
+
+    void start()
+    {
+        m_updater = std::make_unique<UpdaterProcess>();
+        m_updater->setEnvironment("TMPDIR", m_tmpDir);
+        QStringList options{
+            "-n", "Editor",     "-v", m_kind == UpToDate ? "2.0" : "1.0",
+            "-d", m_installDir, "-l", m_publisher.nginx.url('/' + m_id + "/index.txt")};
+        options << (m_kind == Check ? "-c" : "-u");
+        if (m_kind != UpdateOfNothing)
+            options << "-x" << m_installDir + '/' + exeName;
+        if (m_host)
+            options << "-s" << m_host->key();
+        m_updater->start(options);
+    }
+
+    bool isRunning() const { return m_updater->isRunning(); }
+
+    /// Looks at the report and lets the processes go.
+    void finish()
+    {
+        expect(m_updater->exitStatus() == 0, "exit status");
+        expect(m_updater->output().isEmpty(), "output");
+        m_updater.reset();
+        if (m_host) {
+            const QByteArray report = QByteArray("2.0\0000\0", 6).leftJustified(segmentSize, '\0');
+            expect(m_host->dump() == report, "report");
+            expect(m_host->quit(), "end of the host");
+        }
+        m_host.reset();
+    }
+
+    /// What was not as it must be, after finish().
+    QStringList problems()
+    {
+        QStringList left{"keep", changelogName};
+        if (m_kind == UpdateOfCompleteFiles)
+            left.append("wUpEditor2.0/"); // It stays when there was nothing to move out of it.
+        expect(files::list(m_tmpDir) == left, files::list(m_tmpDir).join(' '));
+        Tree expected = m_installed;
+        const QStringList names = neededFiles();
+        for (const QString& name : names)
+            expected[name] = m_publisher.tree[name];
+        const Tree found = release::read(m_installDir);
+        for (const QString& difference : release::differences(found, expected))
+            expect(false, difference);
+        return m_problems;
+    }
+
+    /// The requests that it must have made.
+    QStringList requests() const
+    {
+        QStringList paths;
+        for (const QString& name : QStringList{"index.txt"} + neededFiles())
+            paths.append('/' + m_id + '/' + name);
+        return paths;
+    }
+
+    /// The starts of a program that it must have made.
+    QStringList starts() const
+    {
+        if (m_kind == Check || m_kind == UpToDate)
+            return {};
+        return {"Editor 2.0|" + m_installDir + "/Contents/MacOS|"};
+    }
+
+private:
+    Tree installedTree() const
+    {
+        if (m_kind == Check || m_kind == UpdateOfNothing)
+            return {};
+        Tree tree = m_publisher.tree;
+        if (m_kind != UpdateOfCompleteFiles) {
+            tree[exeName] = m_publisher.program.script("Editor 1.0");
+            tree[dataName].chop(1);
+            tree["dropped.txt"] = "no longer part of a release";
+        }
+        return tree;
+    }
+
+    /// In the order of the version file.
+    QStringList neededFiles() const
+    {
+        if (m_kind == UpdateOfNothing)
+            return {"Contents/Info.txt", exeName, dataName, "Contents/Resources/Editor.icns",
+                    "readme.txt"};
+        if (m_kind == UpdateOfOldFiles)
+            return {exeName, dataName};
+        return {};
+    }
+
+    void expect(bool condition, const QString& what)
+    {
+        if (!condition)
+            m_problems.append(QStringLiteral("%1, of kind %2: %3").arg(m_id).arg(m_kind).arg(what));
+    }
+
+    const Publisher& m_publisher;
+    const Kind m_kind;
+    const QString m_id;
+    const TestDir m_dir;
+    const QString m_tmpDir = m_dir / "tmp";
+    const QString m_installDir = m_dir / "Editor.app";
+    const Tree m_installed;
+    std::unique_ptr<HostProcess> m_host;
+    std::unique_ptr<UpdaterProcess> m_updater;
+    QStringList m_problems;
+};
+
+/// Makes this process the parent of all those below it that lose theirs.
+bool adoptOrphans()
+{
+#ifdef __linux__
+    return ::prctl(PR_SET_CHILD_SUBREAPER, 1) == 0;
+#else
+    return false;
+#endif
+}
+
+/// Sorted, because runs that go on at the same time mix their lines.
+QStringList sorted(QStringList lines)
+{
+    lines.sort();
+    return lines;
+}
+
+} // namespace
+
+class TestSoak : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    /// All the runs.
+    void initTestCase()
+    {
+        if (!Nginx::isInstalled())
+            QSKIP("nginx is not installed");
+        ::umask(022);
+        m_orphansAreOurs = adoptOrphans();
+        m_publisher = std::make_unique<Publisher>();
+        std::vector<Run*> running;
+        while (m_runs.size() < runCount || !running.empty()) {
+            while (m_runs.size() < runCount && running.size() < atATime) {
+                m_runs.push_back(
+                    std::make_unique<Run>(*m_publisher, static_cast<int>(m_runs.size())));
+                running.push_back(m_runs.back().get());
+                running.back()->start();
+            }
+            std::vector<Run*>::iterator ended;
+            QVERIFY(QTest::qWaitFor(
+                [&] {
+                    ended = std::find_if(running.begin(), running.end(),
+                                         [](const Run* run) { return !run->isRunning(); });
+                    return ended != running.end();
+                },
+                60000));
+            (*ended)->finish();
+            running.erase(ended);
+        }
+    }
+
+    void everyProgramIsStartedOnce()
+    {
+        QStringList expected;
+        for (const auto& run : m_runs)
+            expected += run->starts();
+        QCOMPARE(expected.size(), runCount / KindCount * 3);
+        QTRY_COMPARE_WITH_TIMEOUT(m_publisher->program.ends().size(), expected.size(), 30000);
+        QCOMPARE(sorted(m_publisher->program.starts()), sorted(expected));
+    }
+
+    void noProcessIsLeft()
+    {
+        if (!m_orphansAreOurs)
+            QSKIP("orphans go elsewhere");
+        // The started programs, and nobody else: they were ours to wait for in the end.
+        int ended = 0;
+        const auto onlyNginxIsLeft = [&] {
+            QList<qint64> children = processes::children();
+            children.removeOne(m_publisher->nginx.pid());
+            for (const qint64 child : children)
+                ended += ::waitpid(static_cast<pid_t>(child), nullptr, WNOHANG) > 0 ? 1 : 0;
+            return children.isEmpty();
+        };
+        QVERIFY2(QTest::qWaitFor(onlyNginxIsLeft, 30000),
+                 qPrintable(processes::mentioning(QDir::tempPath()).join('\n')));
+        QCOMPARE(ended, runCount / KindCount * 3);
+    }
+
+    void everyRunDoesItsWork()
+    {
+        QStringList problems;
+        for (const auto& run : m_runs)
+            problems += run->problems();
+        QCOMPARE(problems, QStringList());
+    }
+
+    void serverIsAskedForWhatIsNeeded()
+    {
+        QStringList expected;
+        for (const auto& run : m_runs)
+            expected += run->requests();
+        const QStringList requests = m_publisher->nginx.requests();
+        QCOMPARE(requests.size(), runCount + runCount / KindCount * 7);
+        QCOMPARE(sorted(requests), sorted(expected));
+    }
+
+    void noSegmentAndNoSemaphoreIsLeft()
+    {
+        if (!systemipc::inOwnNamespace())
+            QSKIP("segments and semaphores of others cannot be told from ours here");
+        QCOMPARE(systemipc::everything(), QStringList());
+    }
+
+    void noTemporaryFileIsLeft()
+    {
+        m_runs.clear();
+        m_publisher.reset();
+        QCOMPARE(files::list(QDir::tempPath()), QStringList());
+    }
+
+private:
+    bool m_orphansAreOurs = false;
+    std::unique_ptr<Publisher> m_publisher;
+    std::vector<std::unique_ptr<Run>> m_runs;
+};
+
+UPDATER_TEST_MAIN_IN(PrivateIpcEnvironment, TestSoak)
+#include "tst_soak.moc"
