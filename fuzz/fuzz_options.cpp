@@ -284,16 +284,20 @@ void compareTrimming(const std::string& word)
                   QString::fromLatin1(word.c_str()));
 }
 
+void makeApplication()
+{
+    static int argc = 1;
+    static char name[] = "fuzz_options";
+    static char* argv[] = {name, nullptr};
+    qputenv("LC_ALL", "C.UTF-8");
+    static const QCoreApplication app(argc, argv);
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size)
 {
-    static const bool localeIsSet = qputenv("LC_ALL", "C.UTF-8");
-    static int argc = localeIsSet ? 1 : 0;
-    static char name[] = "fuzz_options";
-    static char* argv[] = {name, nullptr};
-    static const QCoreApplication app(argc, argv);
-
+    makeApplication();
     const Words words = wordsFrom(bytes, size);
     std::for_each(words.begin(), words.end(), compareTrimming);
     const QString expected = Model::of(words).described();
