@@ -4,6 +4,7 @@
 
 #include "tests/support/Records.h"
 
+#include <cstdio>
 #include <cstdlib>
 
 namespace fuzz {
@@ -12,7 +13,7 @@ namespace fuzz {
 /// finding.
 [[noreturn]] inline void disagree(const char* what, const QString& details)
 {
-    qCritical("%s\n%s", what, qPrintable(details));
+    std::fprintf(stderr, "%s\n%s\n", what, qPrintable(details));
     std::abort();
 }
 
