@@ -43,7 +43,9 @@ struct Item
 
     ProgramFile entry() const
     {
-        return {name, files::sha1(contents), static_cast<quint64>(contents.size())};
+        const QString sha1 = files::sha1(contents); // Either case will do.
+        return {name, contents.size() % 2 ? sha1.toUpper() : sha1,
+                static_cast<quint64>(contents.size())};
     }
 };
 
