@@ -9,20 +9,14 @@
 #include "updater/Updater.h"
 
 #include "fuzz/Disagreement.h"
+#include "fuzz/Offscreen.h"
 #include "tests/support/UpdaterProbe.h"
 
-#include <QApplication>
 #include <QNetworkReply>
 #include <QProgressDialog>
 
 #include <cstdint>
 #include <string>
-
-/// The toolkit keeps its fonts to the end.
-extern "C" const char* __lsan_default_suppressions() // NOLINT: the sanitizer's name
-{
-    return "leak:libfontconfig\nleak:libQt5Gui\nleak:libQt6Gui\n";
-}
 
 namespace {
 
@@ -179,15 +173,6 @@ Client& client()
     return instance;
 }
 
-void makeApplication()
-{
-    static int argc = 1;
-    static char name[] = "fuzz_downloads";
-    static char* argv[] = {name, nullptr};
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-    static const QApplication app(argc, argv);
-}
-
 void compareLabel(const Input& input)
 {
     client().updater.updateProgressLabel();
@@ -251,7 +236,7 @@ void compareInside(const QString& path, const QString& top)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size)
 {
-    makeApplication();
+    fuzz::makeApplication();
     const Input input = inputFrom(bytes, size);
     client().take(input);
     compareLabel(input);
