@@ -5,6 +5,7 @@
 
 #include "updater/Updater.h"
 
+#include "fuzz/Disagreement.h"
 #include "tests/support/LiteralReader.h"
 #include "tests/support/Records.h"
 
@@ -12,7 +13,6 @@
 
 #include <array>
 #include <cstdint>
-#include <cstdlib>
 
 namespace {
 
@@ -89,10 +89,9 @@ Updater& updater()
     return instance;
 }
 
-[[noreturn]] void disagree(const char* what, const QString& text)
+QString quoted(const QString& text)
 {
-    qCritical("%s\ntext \"%s\"", what, qPrintable(records::escaped(text)));
-    std::abort();
+    return "text \"" + records::escaped(text) + '"';
 }
 
 void compareReaders(const QString& text, const ProgramData& start)
@@ -103,10 +102,10 @@ void compareReaders(const QString& text, const ProgramData& start)
     const bool result = updater().xmlToProgramData("Editor", text, actual);
     if (result == expectedResult && records::same(actual, expected))
         return;
-    qCritical("literal reader: %d\n%s\nthis reader: %d\n%s", expectedResult,
-              qPrintable(records::described(expected)), result,
-              qPrintable(records::described(actual)));
-    disagree("the readers disagree", text);
+    fuzz::disagree("the readers disagree",
+                   QStringLiteral("literal reader: %1\n%2\nthis reader: %3\n%4\n%5")
+                       .arg(QString::number(expectedResult), records::described(expected),
+                            QString::number(result), records::described(actual), quoted(text)));
 }
 
 void compareExtractors(const QString& text, bool remove)
@@ -119,7 +118,7 @@ void compareExtractors(const QString& text, bool remove)
     const QString value = updater().tagValue("file", source, remove, &found);
     if (value != expected || value.isNull() != expected.isNull() || source != expectedSource ||
         found != expectedFound)
-        disagree("the extractors disagree", text);
+        fuzz::disagree("the extractors disagree", quoted(text));
 }
 
 } // namespace
