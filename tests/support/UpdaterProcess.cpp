@@ -55,6 +55,12 @@ int UpdaterProcess::exitStatus() const
     return ended ? m_process.exitCode() : -1;
 }
 
+int UpdaterProcess::endedBySignal() const
+{
+    const bool crashed = !isRunning() && m_process.exitStatus() == QProcess::CrashExit;
+    return crashed ? m_process.exitCode() : 0;
+}
+
 QByteArray UpdaterProcess::output()
 {
     m_output += m_process.readAll();

@@ -44,6 +44,9 @@ public:
     /// The exit status; -1 when the process still runs, did not start, or crashed.
     int exitStatus() const;
 
+    /// The number of the signal that ended the process; 0 when none did.
+    int endedBySignal() const;
+
     /// What the process has written to standard output and standard error, without the lines that
     /// the toolkit prints on its own account.
     QByteArray output();
