@@ -2,8 +2,7 @@
 // how the run ends and which files are there afterwards.
 //
 // Runs that show a message box happen inside the test, each in a process of its own; all others are
-// runs of the real executable. Codes of transfer errors are compared where every version of the
-// toolkit gives the same one.
+// runs of the real executable.
 
 #include "updater/Updater.h"
 
@@ -42,15 +41,22 @@ const QStringList& names()
 /// Which of the requested files is hit.
 enum Position { First = 0, Middle = 2, Last = 4 };
 
-/// What becomes of a file, or of a version file, that the server always sends with the same fault.
-enum class Outcome {
-    Good,    ///< It is taken as if nothing had happened.
-    Warned,  ///< The transfer fails: after three tries a warning with a code.
-    Damaged, ///< It is not what it should be: after three tries a critical box with the name.
-    Broken,  ///< The connection ends too early. Warned, or Damaged: a try that follows such an end
-             ///< the toolkit now and then repeats by itself, or gives out the part that came as if
-             ///< it were the whole.
-};
+/// What becomes of a file that the server always sends with the same fault:
+///
+///             requests   box               exit status   files
+///   Good      1          none              0             the release is installed
+///   Warned    3          warning, code     1             nothing is installed; files before it
+///   saved Damaged   3          critical, name    1             the same, and the directory for it
+///   is made Broken    3          one of the two    1             the same, with or without the
+///   directory
+///
+/// Broken: the connection ends too early. A try that follows such an end the toolkit now and then
+/// repeats by itself, or it gives out the part that came as if it were the whole. So requests are
+/// counted by the client there, where the toolkit repeats them (see Fault::repeated).
+///
+/// A version file is fetched once. One that cannot be read (see Fault::versionFileUsed) is reported
+/// as an empty version; an update then installs nothing, starts the program and ends with 0.
+enum class Outcome { Good, Warned, Damaged, Broken };
 
 /// One way in which a transfer goes wrong, or only looks so.
 struct Fault
@@ -108,8 +114,12 @@ QList<Fault> faults()
     using Bytes = const QByteArray&;
     const bool unreadable = false;
     const bool repeated = true;
-    const auto redirect = [](Bytes page) {
-        return HttpReply::redirect("/elsewhere", page);
+    const auto redirect = [](int status) {
+        return [status](Bytes page) {
+            HttpReply reply = HttpReply::redirect("/elsewhere", page);
+            reply.status = status;
+            return reply;
+        };
     };
 
     return {
@@ -159,15 +169,19 @@ QList<Fault> faults()
         status("302", 302, Outcome::Good),
         status("304", 304, Outcome::Damaged),
         status("401", 401, Outcome::Warned, 204),
-        status("403", 403, Outcome::Warned),
+        status("403", 403, Outcome::Warned, 201),
         status("404", 404, Outcome::Warned, 203),
         status("405", 405, Outcome::Warned, 202),
-        status("410", 410, Outcome::Warned),
+        status("410", 410, Outcome::Warned, 207),
         status("418", 418, Outcome::Warned, 302),
-        status("500", 500, Outcome::Warned),
-        status("503", 503, Outcome::Warned),
-        {"redirect with the right page", redirect, Outcome::Good},
-        {"redirect with another page", [=](Bytes) { return redirect("It has moved."); },
+        status("500", 500, Outcome::Warned, 401),
+        status("503", 503, Outcome::Warned, 403),
+        {"301 with a target and the right page", redirect(301), Outcome::Good},
+        {"302 with a target and the right page", redirect(302), Outcome::Good},
+        {"303 with a target and the right page", redirect(303), Outcome::Good},
+        {"307 with a target and the right page", redirect(307), Outcome::Good},
+        {"308 with a target and the right page", redirect(308), Outcome::Good},
+        {"redirect with another page", [=](Bytes) { return redirect(302)("It has moved."); },
          Outcome::Damaged, anyCode, unreadable},
         {"error page", [](Bytes) { return HttpReply::error(404, "Not here."); }, Outcome::Warned,
          203, unreadable},
@@ -553,6 +567,34 @@ private Q_SLOTS:
         QCOMPARE(textOf(scene.server.complaints()), QString());
         verifyBox(scene, position, fault);
         QCOMPARE(textOf(scene.traces(position, Outcome::Warned)), QString());
+    }
+
+    void redirectIsNotFollowedToAnotherServer_data()
+    {
+        QTest::addColumn<int>("status");
+        for (const int status : {301, 302, 303, 307, 308})
+            QTest::addRow("%d", status) << status;
+    }
+
+    void redirectIsNotFollowedToAnotherServer()
+    {
+        IN_OWN_PROCESS();
+        QFETCH(int, status);
+        HttpServer other;
+        other.serveAllElse(HttpReply::ok("anything"));
+        Scene scene;
+        const auto lead = [&](int position) {
+            HttpReply reply = HttpReply::redirect(other.url(Scene::pathOf(position)), "moved");
+            reply.status = status;
+            return reply;
+        };
+        scene.expectVersionFile();
+        for (int i = 0; i < 3; ++i)
+            scene.server.expect(Scene::pathOf(First), lead(First));
+        QCOMPARE(scene.updateHere(), 1);
+        QCOMPARE(textOf(scene.server.complaints()), QString());
+        QCOMPARE(scene.boxes.summaries(), QStringList(damageOf(names().at(First))));
+        QCOMPARE(other.requests(), QStringList());
     }
 
     // ---- A server that goes

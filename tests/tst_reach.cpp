@@ -317,19 +317,6 @@ private Q_SLOTS:
         QCOMPARE(startedPrograms(scene), QStringList({UPDATER_EXECUTABLE, exe}));
     }
 
-    void failedDownloadsLeaveTheInstallationAlone()
-    {
-        Scene scene;
-        scene.publish({{"a.bin", "new a"}, {"sub/b.bin", "new b"}});
-        release::lay({{"a.bin", "old a"}}, scene.baseDir);
-        scene.server.serve("/sub/b.bin", HttpReply::ok("damaged"));
-        scene.updater.start(scene.updateOptions());
-        QVERIFY(
-            QTest::qWaitFor([&] { return scene.server.requestsFor("/sub/b.bin") == 3; }, 30000));
-        QCOMPARE(scene.strayChanges(), QString());
-        QCOMPARE(scene.changedBelow(scene.baseDir), QStringList());
-    }
-
     // ---- Where it does reach further
 
     // Emptied parents of the download directory go, whoever made them.
