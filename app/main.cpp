@@ -46,11 +46,27 @@ bool requiredOptionsGiven(Mode mode)
     return false;
 }
 
+/// True where the toolkit would end the process because it finds no display, as on a build machine.
+bool isDisplayMissing()
+{
+#ifdef Q_OS_LINUX
+    return qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") &&
+           qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
+#else
+    return false;
+#endif
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
+    const bool offscreen = isDisplayMissing();
+    if (offscreen)
+        qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication app(argc, argv);
+    if (offscreen)
+        qunsetenv("QT_QPA_PLATFORM"); // The program that an update starts makes its own choice.
     // Only an explicit exit ends a run: closing the progress dialog must not.
     QApplication::setQuitOnLastWindowClosed(false);
 

@@ -14,6 +14,15 @@ QStringList filledIn(QStringList options, const QString& dir, const QString& url
     return options.replaceInStrings("@dir", dir).replaceInStrings("@url", url);
 }
 
+/// Gives @p updater a temporary directory and @p variables, "NAME=value", and nothing else.
+void setOnly(UpdaterProcess& updater, const QString& variables)
+{
+    updater.clearEnvironment();
+    updater.setEnvironment("TMPDIR", qEnvironmentVariable("TMPDIR"));
+    for (const QString& variable : variables.split(' ', Qt::SkipEmptyParts))
+        updater.setEnvironment(variable.section('=', 0, 0), variable.section('=', 1));
+}
+
 } // namespace
 
 class TestMain : public QObject
@@ -184,6 +193,70 @@ private Q_SLOTS:
         QCOMPARE(server.requests(), requests);
         QCOMPARE(QFile::exists(dir / "a.txt"), requests.contains("/a.txt"));
     }
+
+    // ---- A machine without a display
+
+    void buildNeedsNoDisplay_data()
+    {
+        QTest::addColumn<QStringList>("options");
+        QTest::addColumn<QString>("variable");
+        const QStringList build{"-b", "-n", "App", "-d", "@dir", "-v", "1.0"};
+        QTest::newRow("no environment") << build << "";
+        QTest::newRow("empty names of displays") << build << "DISPLAY= WAYLAND_DISPLAY=";
+        QTest::newRow("empty choice of a platform") << build << "QT_QPA_PLATFORM=";
+        QTest::newRow("platform chosen by variable") << build << "QT_QPA_PLATFORM=minimal";
+        QTest::newRow("platform chosen by option")
+            << QStringList{"-platform", "minimal"} + build << "";
+    }
+
+    void buildNeedsNoDisplay()
+    {
+        QFETCH(QStringList, options);
+        QFETCH(QString, variable);
+        const TestDir dir;
+        UpdaterProcess updater;
+        setOnly(updater, variable);
+        QCOMPARE(updater.run(filledIn(options, dir.path(), "")), 0);
+        QVERIFY(files::read(dir / "index.txt").startsWith("<App>\n"));
+    }
+
+    void displayThatIsNamedIsInsistedOn_data()
+    {
+        QTest::addColumn<QString>("variable");
+        QTest::newRow("X") << "DISPLAY=127.0.0.1:59999";
+        QTest::newRow("Wayland") << "WAYLAND_DISPLAY=nowhere";
+        QTest::newRow("platform") << "QT_QPA_PLATFORM=nowhere";
+    }
+
+    void displayThatIsNamedIsInsistedOn()
+    {
+        QFETCH(QString, variable);
+        const TestDir dir;
+        UpdaterProcess updater;
+        setOnly(updater, variable);
+        QCOMPARE(updater.run({"-b", "-n", "App", "-d", dir.path(), "-v", "1.0"}), -1);
+        QCOMPARE(files::list(dir.path()), QStringList());
+    }
+
+    void programStartedWithoutDisplayMakesItsOwnChoice()
+    {
+        const TestDir dir;
+        HttpServer server;
+        server.serve("/index.txt", HttpReply::ok("<App><version>2.0</version></App>"));
+        files::write(dir / "App", "#!/bin/sh\n"
+                                  "echo \"platform: $QT_QPA_PLATFORM\" >App.tmp\n"
+                                  "mv App.tmp App.out\n");
+        files::setMode(dir / "App", 0755);
+        UpdaterProcess updater;
+        setOnly(updater, "PATH=" + qEnvironmentVariable("PATH"));
+        QCOMPARE(updater.run({"-u", "-n", "App", "-d", dir.path(), "-v", "1.0", "-l",
+                              server.url("/index.txt"), "-x", dir / "App"}),
+                 0);
+        QTRY_VERIFY(QFile::exists(dir / "App.out"));
+        QCOMPARE(files::read(dir / "App.out"), QByteArray("platform: \n"));
+    }
+
+    // ---- What the options are for
 
     void optionsReachTheRun()
     {

@@ -1,6 +1,5 @@
 #include "tests/support/UpdaterProcess.h"
 
-#include <QProcessEnvironment>
 #include <QRegularExpression>
 #include <QTest>
 

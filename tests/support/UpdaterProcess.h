@@ -4,6 +4,7 @@
 
 #include <QByteArray>
 #include <QProcess>
+#include <QProcessEnvironment>
 #include <QString>
 #include <QStringList>
 
@@ -18,6 +19,10 @@ public:
 
     /// Sets an environment variable of the process; the rest is the test's own environment.
     void setEnvironment(const QString& name, const QString& value);
+
+    /// Leaves the process with nothing but what setEnvironment() sets from now on, which has to be
+    /// something.
+    void clearEnvironment() { m_process.setProcessEnvironment(QProcessEnvironment()); }
 
     /// Starts the process under @p command, such as setpriv with its options: the path of the
     /// updater and its options are appended.
