@@ -41,21 +41,22 @@ const QStringList& names()
 /// Which of the requested files is hit.
 enum Position { First = 0, Middle = 2, Last = 4 };
 
+// clang-format off
 /// What becomes of a file that the server always sends with the same fault:
 ///
 ///             requests   box               exit status   files
 ///   Good      1          none              0             the release is installed
-///   Warned    3          warning, code     1             nothing is installed; files before it
-///   saved Damaged   3          critical, name    1             the same, and the directory for it
-///   is made Broken    3          one of the two    1             the same, with or without the
-///   directory
+///   Warned    3          warning, code     1             none is installed; those before it are saved
+///   Damaged   3          critical, name    1             the same, and the directory for it is made
+///   Broken    3          one of the two    1             the same, with or without the directory
 ///
 /// Broken: the connection ends too early. A try that follows such an end the toolkit now and then
-/// repeats by itself, or it gives out the part that came as if it were the whole. So requests are
-/// counted by the client there, where the toolkit repeats them (see Fault::repeated).
+/// repeats by itself, or it gives out the part that came as if it were the whole. Where the toolkit
+/// repeats requests (see Fault::repeated), they are counted by the client.
 ///
 /// A version file is fetched once. One that cannot be read (see Fault::versionFileUsed) is reported
 /// as an empty version; an update then installs nothing, starts the program and ends with 0.
+// clang-format on
 enum class Outcome { Good, Warned, Damaged, Broken };
 
 /// One way in which a transfer goes wrong, or only looks so.
