@@ -19,6 +19,9 @@ public:
     /// Sets an environment variable of the process; the rest is the test's own environment.
     void setEnvironment(const QString& name, const QString& value);
 
+    /// Makes it a start of another program that comes with the updater.
+    void setProgram(const QString& path) { m_program = path; }
+
     /// Starts the process under @p command, such as setpriv with its options: the path of the
     /// updater and its options are appended.
     void setWrapper(const QStringList& command) { m_wrapper = command; }
@@ -51,6 +54,7 @@ public:
     qint64 pid() const { return m_process.processId(); }
 
 private:
+    QString m_program;
     QStringList m_wrapper;
     QProcess m_process;
     QByteArray m_output;
