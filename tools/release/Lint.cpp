@@ -37,9 +37,9 @@ bool hasPlaceMarker(const QString& name)
 /// True when the updater's request for a file of this name would be for another one.
 bool isChangedByUrl(const QString& name)
 {
+    // A query or a fragment is no part of the path, either.
     const QUrl url(QLatin1String("http://host/") + name);
-    return url.hasQuery() || url.hasFragment() ||
-           url.path(QUrl::FullyDecoded) != QLatin1Char('/') + name;
+    return url.path(QUrl::FullyDecoded) != QLatin1Char('/') + name;
 }
 
 /// True when a reader that trims the path of a file would lose a blank of the component @p name.
