@@ -13,7 +13,9 @@ if(NOT status EQUAL 0)
 endif()
 
 file(GLOB_RECURSE installed RELATIVE ${prefix} ${prefix}/*)
-if(NOT installed STREQUAL "${BIN}/updater;${MAN}/man1/updater.1")
+set(expected ${BIN}/updater ${BIN}/updater-release
+  ${MAN}/man1/updater-release.1 ${MAN}/man1/updater.1)
+if(NOT installed STREQUAL expected)
   message(FATAL_ERROR "Installed: ${installed}")
 endif()
 
@@ -25,5 +27,14 @@ execute_process(
   RESULT_VARIABLE status)
 if(NOT status EQUAL 1)
   message(FATAL_ERROR "The installed updater ended with ${status}")
+endif()
+
+# The publisher's tool, too, and without a display.
+execute_process(
+  COMMAND ${prefix}/${BIN}/updater-release --version
+  OUTPUT_QUIET ERROR_QUIET
+  RESULT_VARIABLE status)
+if(NOT status EQUAL 0)
+  message(FATAL_ERROR "The installed updater-release ended with ${status}")
 endif()
 file(REMOVE_RECURSE ${prefix})

@@ -3,7 +3,7 @@
 #include <QRegularExpression>
 #include <QTest>
 
-UpdaterProcess::UpdaterProcess()
+UpdaterProcess::UpdaterProcess() : m_program(QStringLiteral(UPDATER_EXECUTABLE))
 {
     m_process.setProcessChannelMode(QProcess::MergedChannels);
     m_process.setProcessEnvironment(QProcessEnvironment::systemEnvironment());
@@ -27,7 +27,7 @@ void UpdaterProcess::setEnvironment(const QString& name, const QString& value)
 void UpdaterProcess::start(const QStringList& options)
 {
     QStringList command = m_wrapper;
-    command << QStringLiteral(UPDATER_EXECUTABLE) << options;
+    command << m_program << options;
     const QString program = command.takeFirst();
     m_output.clear();
     m_process.start(program, command);

@@ -24,6 +24,9 @@ public:
     /// something.
     void clearEnvironment() { m_process.setProcessEnvironment(QProcessEnvironment()); }
 
+    /// Makes it a start of another program that comes with the updater.
+    void setProgram(const QString& path) { m_program = path; }
+
     /// Starts the process under @p command, such as setpriv with its options: the path of the
     /// updater and its options are appended.
     void setWrapper(const QStringList& command) { m_wrapper = command; }
@@ -59,6 +62,7 @@ public:
     qint64 pid() const { return m_process.processId(); }
 
 private:
+    QString m_program;
     QStringList m_wrapper;
     QProcess m_process;
     QByteArray m_output;

@@ -1,0 +1,286 @@
+// "updater-release diff": what lies between two releases, told from their version files.
+
+#include "tools/release/Diff.h"
+
+#include "tests/support/CollectedOutput.h"
+#include "tests/support/Release.h"
+#include "tests/support/ReleaseTree.h"
+#include "tests/support/TestMain.h"
+#include "tests/support/UpdaterProcess.h"
+
+#include <QFile>
+
+namespace {
+
+ProgramData editor(const QString& version, const QVector<ProgramFile>& files)
+{
+    ProgramData data;
+    data.name = "Editor";
+    data.version = version;
+    data.files = files;
+    return data;
+}
+
+/// Two version files, and the comparison of them.
+class Releases
+{
+public:
+    /// Version 1.0 with @p before, version 2.0 with @p after.
+    Releases(const QVector<ProgramFile>& before, const QVector<ProgramFile>& after)
+    {
+        writeOld(tree::versionFile(editor("1.0", before)).toUtf8());
+        writeNew(tree::versionFile(editor("2.0", after)).toUtf8());
+    }
+
+    QString oldPath() const { return m_dir / "old.txt"; }
+    QString newPath() const { return m_dir / "new.txt"; }
+
+    void writeOld(const QByteArray& bytes) const { files::write(oldPath(), bytes); }
+    void writeNew(const QByteArray& bytes) const { files::write(newPath(), bytes); }
+
+    /// The lines of the result. Findings come without the reasons.
+    QStringList compare(const QString& program = QString())
+    {
+        CollectedOutput output;
+        publisher::diff(oldPath(), newPath(), program, output);
+        findings = output.findings();
+        return output.withoutReasons();
+    }
+
+    int findings = 0;
+
+private:
+    TestDir m_dir;
+};
+
+const QString staysBehind = "Removed files stay on users' machines: the updater deletes nothing.";
+
+} // namespace
+
+class TestReleaseDiff : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void changesAreTold()
+    {
+        Releases releases({tree::entry("same", "same"), tree::entry("a/changed", "1"),
+                           tree::entry("gone", "gone"), tree::entry("size", "22")},
+                          {tree::entry("new", "12345"), tree::entry("a/changed", "2"),
+                           tree::entry("same", "same"), tree::entry("size", "333"),
+                           tree::entry("b/new", "")});
+        QCOMPARE(releases.compare(),
+                 QStringList({"added   new (5 bytes)", "added   b/new (0 bytes)",
+                              "changed a/changed (1 bytes)", "changed size (3 bytes)",
+                              "removed gone (4 bytes)",
+                              "Editor 1.0 to 2.0: 2 added, 2 changed, 1 removed",
+                              "A user of 1.0 downloads 4 files, 9 bytes.", staysBehind}));
+        QCOMPARE(releases.findings, 0);
+    }
+
+    void equalReleasesHaveNoChanges()
+    {
+        ProgramFile upperCase = tree::entry("a", "a");
+        upperCase.sha1 = upperCase.sha1.toUpper();
+        Releases releases({tree::entry("a", "a")}, {upperCase});
+        QCOMPARE(releases.compare(),
+                 QStringList({"Editor 1.0 to 2.0: 0 added, 0 changed, 0 removed",
+                              "A user of 1.0 downloads 0 files, 0 bytes."}));
+        QCOMPARE(releases.findings, 0);
+    }
+
+    void bytesBeyondFourGigabytesAddUp()
+    {
+        ProgramFile large = tree::entry("large", "");
+        large.size = 5'000'000'000;
+        ProgramFile larger = tree::entry("larger", "");
+        larger.size = 6'000'000'000;
+        Releases releases({}, {large, larger});
+        QCOMPARE(releases.compare().constLast(),
+                 "A user of 1.0 downloads 2 files, 11000000000 bytes.");
+    }
+
+    void sameVersionIsRemarked_data()
+    {
+        QTest::addColumn<QString>("version");
+        QTest::addColumn<bool>("same");
+        QTest::newRow("same") << "1.0b" << true;
+        QTest::newRow("in other case") << "1.0B" << true;
+        QTest::newRow("lower") << "0.9" << false;
+    }
+
+    void sameVersionIsRemarked()
+    {
+        QFETCH(QString, version);
+        QFETCH(bool, same);
+        Releases releases({}, {});
+        releases.writeOld(tree::versionFile(editor("1.0b", {})).toUtf8());
+        releases.writeNew(tree::versionFile(editor(version, {})).toUtf8());
+        QCOMPARE(releases.compare().contains(
+                     "Both have the same version: no installation will be updated."),
+                 same);
+        QCOMPARE(releases.findings, 0);
+    }
+
+    void otherRecordsAreNotRead()
+    {
+        Releases releases({}, {});
+        const ProgramData two = editor("2.0", {tree::entry("a", "a")});
+        ProgramData viewer = two;
+        viewer.name = "Viewer";
+        viewer.files = {tree::entry("b", "bb")};
+        releases.writeNew((tree::versionFile(two) + tree::versionFile(viewer)).toUtf8());
+        QCOMPARE(releases.compare().constFirst(), "added   a (1 bytes)");
+        QCOMPARE(releases.findings, 0);
+
+        releases.writeOld((tree::versionFile(two) + tree::versionFile(viewer)).toUtf8());
+        QCOMPARE(releases.compare("viewer"),
+                 QStringList({"viewer 2.0 to 2.0: 0 added, 0 changed, 0 removed",
+                              "A user of 2.0 downloads 0 files, 0 bytes.",
+                              "Both have the same version: no installation will be updated."}));
+    }
+
+    void listedTwiceCountsAsTheUpdaterInstallsIt()
+    {
+        // Of the old ones the last is in place, of the new ones all are fetched that differ from
+        // it.
+        Releases releases({tree::entry("a", "1"), tree::entry("a", "22")},
+                          {tree::entry("a", "1"), tree::entry("a", "22"), tree::entry("a", "333")});
+        QCOMPARE(releases.compare(),
+                 QStringList({"changed a (1 bytes)", "changed a (3 bytes)",
+                              "Editor 1.0 to 2.0: 0 added, 2 changed, 0 removed",
+                              "A user of 1.0 downloads 2 files, 4 bytes."}));
+    }
+
+    void anotherProgramIsFound()
+    {
+        Releases releases({}, {});
+        releases.writeNew(
+            tree::versionFile(editor("2.0", {})).replace("Editor", "Viewer").toUtf8());
+        QCOMPARE(releases.compare(),
+                 QStringList{releases.newPath() + ": has no record of \"Editor\" with a version"});
+        QCOMPARE(releases.findings, 1);
+    }
+
+    void nameIsTheOneOfTheFirstMark()
+    {
+        Releases releases({}, {});
+        releases.writeOld("</x> > <> text " + tree::versionFile(editor("1.0", {})).toUtf8());
+        QCOMPARE(releases.compare().size(), 2);
+        QCOMPARE(releases.findings, 0);
+    }
+
+    void badVersionFileIsFound_data()
+    {
+        QTest::addColumn<QByteArray>("before"); // The text of the right one to be replaced,
+        QTest::addColumn<QByteArray>("after");  // and what with.
+        QTest::addColumn<QString>("finding");
+        const QString list = "lists 3 files, of which the updater sees ";
+        const auto row = [](const char* tag, const QByteArray& before, const QByteArray& after,
+                            const QString& finding) {
+            QTest::newRow(tag) << before << after << finding;
+        };
+        row("zero byte", "</Editor>\n", QByteArray("</Editor>\n\0", 11),
+            "has a zero byte at position @size");
+        row("Latin-1", "<name>b", "<name>\xe9", "has characters outside ASCII");
+        row("list ends first", "<name>a<", "<name><", list + "0 (none)");
+        row("list ends early", "<name>b<", "<name> <", list + "1 (the last is \"a\")");
+        row("list ends at the last", "<size>3<", "<size><", list + "2 (the last is \"b\")");
+        row("list ends at a digest", "<sha1>" + files::sha1("22").toLatin1(), "<sha1>",
+            list + "1 (the last is \"a\")");
+        row("size is not a number", "<size>1<", "<size>one<", list + "2 (the last is \"c\")");
+        row("marks in capitals", "<file>\n\t\t<name>c<", "<FILE>\n\t\t<name><",
+            list + "2 (the last is \"b\")");
+    }
+
+    void badVersionFileIsFound()
+    {
+        QFETCH(QByteArray, before);
+        QFETCH(QByteArray, after);
+        QFETCH(QString, finding);
+        const QVector<ProgramFile> files{tree::entry("a", "1"), tree::entry("b", "22"),
+                                         tree::entry("c", "333")};
+        QByteArray text = tree::versionFile(editor("2.0", files)).toUtf8();
+        finding.replace("@size", QString::number(text.size()));
+        QCOMPARE(text.count(before), 1);
+        Releases releases({}, {});
+        releases.writeNew(text.replace(before, after));
+        QCOMPARE(releases.compare().constFirst(), releases.newPath() + ": " + finding);
+        QCOMPARE(releases.findings, 1);
+
+        // In the old one, too; the new one is right.
+        releases.writeOld(text);
+        releases.writeNew(tree::versionFile(editor("2.0", {})).toUtf8());
+        QCOMPARE(releases.compare().constFirst(), releases.oldPath() + ": " + finding);
+        QCOMPARE(releases.findings, 1);
+    }
+
+    void whatIsNoVersionFileIsFound_data()
+    {
+        QTest::addColumn<QByteArray>("contents");
+        QTest::addColumn<QString>("finding");
+        QTest::newRow("empty") << QByteArray() << "is no version file";
+        QTest::newRow("text") << QByteArray("not found") << "is no version file";
+        QTest::newRow("page") << QByteArray("<html><body></body></html>")
+                              << "has no record of \"html\" with a version";
+        QTest::newRow("cut off") << QByteArray("<Editor>\n\t<version>2.1</version>")
+                                 << "has no record of \"Editor\" with a version";
+        QTest::newRow("blank version") << QByteArray("<Editor><version> </version></Editor>")
+                                       << "has no record of \"Editor\" with a version";
+    }
+
+    void whatIsNoVersionFileIsFound()
+    {
+        QFETCH(QByteArray, contents);
+        QFETCH(QString, finding);
+        Releases releases({}, {});
+        releases.writeOld(contents);
+        QCOMPARE(releases.compare().constFirst(), releases.oldPath() + ": " + finding);
+        QVERIFY(releases.findings > 0);
+    }
+
+    void missingFileIsFound()
+    {
+        Releases releases({}, {});
+        QVERIFY(QFile::remove(releases.oldPath()));
+        QVERIFY(QFile::remove(releases.newPath()));
+        const QStringList lines = releases.compare();
+        QCOMPARE(lines, QStringList({releases.oldPath() + ": cannot be read",
+                                     releases.newPath() + ": cannot be read"}));
+        QCOMPARE(releases.findings, 2);
+    }
+
+    void namesHaveNoPowerOverTheTerminal()
+    {
+        Releases releases({}, {tree::entry("a\x1b[2Jb\nc", "1")});
+        QCOMPARE(releases.compare().constFirst(), "added   a\\x1b[2Jb\\x0ac (1 bytes)");
+    }
+
+    // Two trees as the real updater describes them; what is told is what it then downloads.
+    void realReleasesAreCompared()
+    {
+        const TestDir dir;
+        release::lay({{"Contents/MacOS/Editor", "one"}, {"old", "old"}, {"same", "same"}},
+                     dir / "1");
+        release::lay({{"Contents/MacOS/Editor", "two!"}, {"new", "new"}, {"same", "same"}},
+                     dir / "2");
+        release::describe(dir / "1", "Editor", "1.0");
+        release::describe(dir / "2", "Editor", "2.0");
+
+        UpdaterProcess tool;
+        tool.setProgram(UPDATER_RELEASE_EXECUTABLE);
+        QCOMPARE(tool.run({"diff", dir / "1/index.txt", dir / "2/index.txt"}), 0);
+        QCOMPARE(tool.output(), QByteArray("added   new (3 bytes)\n"
+                                           "changed Contents/MacOS/Editor (4 bytes)\n"
+                                           "removed old (3 bytes)\n"
+                                           "Editor 1.0 to 2.0: 1 added, 1 changed, 1 removed\n"
+                                           "A user of 1.0 downloads 2 files, 7 bytes.\n") +
+                                    staysBehind.toUtf8() + "\n");
+        QCOMPARE(tool.run({"diff", "-n", "Viewer", dir / "1/index.txt", dir / "2/index.txt"}), 1);
+        QCOMPARE(tool.output().count("has no record of \"Viewer\""), 2);
+        QCOMPARE(tool.run({"diff", dir / "1/index.txt", dir / "missing"}), 1);
+    }
+};
+
+UPDATER_TEST_MAIN(TestReleaseDiff)
+#include "tst_release_diff.moc"

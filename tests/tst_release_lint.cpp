@@ -1,0 +1,434 @@
+// "updater-release lint": every rule on a tree that breaks just this one, and on trees that are
+// fine.
+
+#include "tools/release/Lint.h"
+
+#include "tests/support/CollectedOutput.h"
+#include "tests/support/ReleaseTree.h"
+#include "tests/support/Restrictions.h"
+#include "tests/support/TestMain.h"
+#include "tests/support/UpdaterProcess.h"
+
+#include <QFile>
+
+namespace {
+
+/// A release tree that starts out fine.
+class Tree
+{
+public:
+    Tree()
+    {
+        add("Contents/MacOS/Editor", 0755);
+        add("Contents/Info.plist");
+    }
+
+    QString path() const { return m_dir / "tree"; }
+    QString operator/(const QString& name) const { return path() + "/" + name; }
+
+    void add(const QString& name, unsigned mode = 0644) const
+    {
+        files::write(*this / name, "contents");
+        files::setMode(*this / name, mode);
+    }
+
+    /// Adds something that is no file.
+    void addOther(const QString& kind, const QString& name) const
+    {
+        if (kind == "named pipe")
+            tree::makeFifo(*this / name);
+        else if (kind == "socket")
+            tree::makeSocket(*this / name);
+        else if (kind == "empty directory")
+            files::makeDirectory(*this / name);
+        else
+            files::link(kind, *this / name);
+    }
+
+    /// What the findings are, without the reasons.
+    QStringList findings(const QString& program = "Editor") const
+    {
+        CollectedOutput output;
+        publisher::lint(path(), program, output);
+        if (output.findings() != output.lines.size())
+            return {"lines that are no findings"};
+        return output.withoutReasons();
+    }
+
+private:
+    TestDir m_dir;
+};
+
+/// The tool itself, as a release script meets it.
+class Tool : public UpdaterProcess
+{
+public:
+    Tool() { setProgram(UPDATER_RELEASE_EXECUTABLE); }
+};
+
+void row(const char* tag, const QString& name, const QString& finding)
+{
+    QTest::newRow(tag) << name << finding;
+}
+
+void row(const char* tag, const QStringList& files, const QString& program, const QString& finding)
+{
+    QTest::newRow(tag) << files << program << finding;
+}
+
+} // namespace
+
+class TestReleaseLint : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void fineTreeHasNoFinding_data()
+    {
+        QTest::addColumn<QString>("program");
+        QTest::newRow("with the program's name") << "Editor";
+        QTest::newRow("with its name in other case") << "eDITOR";
+        QTest::newRow("without") << "";
+    }
+
+    void fineTreeHasNoFinding()
+    {
+        QFETCH(QString, program);
+        const Tree tree;
+        tree.add("Contents/Resources/app.icns", 0755);
+        tree.add("Contents/Resources/UPPER.ICNS", 0700);
+        tree.add("Contents/Resources/index.txt");
+        tree.add("Contents/Resources/ blank before");
+        tree.add("Contents/blank behind /a");
+        tree.add("Contents/blank inside/a b");
+        tree.add("Contents/other/case/INFO.PLIST");
+        tree.add("%1");
+        tree.add("100%");
+        tree.add("50%/percent sign");
+        tree.add("%L/percent sign");
+        tree.add("&;=+@!$,()~'\"[]{}^|`:*");
+        tree.add(".hidden/.deep/.file");
+        QCOMPARE(tree.findings(program), QStringList());
+    }
+
+    void nameHasItsFinding_data()
+    {
+        const QString control = "control character";
+        const QString blank = "blank at the begin or the end";
+        const QString marker = "place marker (\"%\" and a digit) in a directory's name";
+        const QString url = "\"#\", \"?\" or \"%\" with two digits";
+
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("finding");
+        row("less than", "a<b", "a<b: \"<\" or \">\"");
+        row("greater than, below", "sub/>", "sub/>: \"<\" or \">\"");
+        row("less than, directory", "<a/f", "<a: \"<\" or \">\"");
+        row("line feed", "a\nb", "a\\x0ab: " + control);
+        row("line feed at the end", "a\n", "a\\x0a: " + control);
+        row("escape", "sub/\x1b[1m", "sub/\\x1b[1m: " + control);
+        row("delete", "\x7f", "\\x7f: " + control);
+        row("tab, directory", "a\tb/f", "a\\x09b: " + control);
+        row("blank first", " a", " a: " + blank);
+        row("blank first, directory", " a/f", " a: " + blank);
+        row("blank last", "a ", "a : " + blank);
+        row("blank last, below", "sub/a ", "sub/a : " + blank);
+        row("marker", "%1/f", "%1: " + marker);
+        row("marker, below", "sub/a%0x/f", "sub/a%0x: " + marker);
+        row("marker for locales", "%L2/f", "%L2: " + marker);
+        row("backslash", "a\\b", "a\\b: backslash");
+        row("backslash, directory", "a\\b/f", "a\\b: backslash in a directory's name");
+        row("number sign", "a#b", "a#b: " + url);
+        row("number sign at the end", "a#", "a#: " + url);
+        row("question mark", "sub/a?", "sub/a?: " + url);
+        row("question mark, directory", "a?b/f", "a?b: " + url);
+        row("percent-encoded", "%41", "%41: " + url);
+        row("percent-encoded blank", "sub/a%20b", "sub/a%20b: " + url);
+        row("version file", "index.txt", "index.txt: version file of an earlier build");
+        row("version file in other case", "Index.TXT",
+            "Index.TXT: version file of an earlier build");
+        row("letter case", "contents", "contents: the same as \"Contents\" but for letter case");
+        row("letter case, below", "Contents/INFO.plist",
+            "Contents/Info.plist: the same as \"INFO.plist\" but for letter case");
+    }
+
+    void nameHasItsFinding()
+    {
+        QFETCH(QString, name);
+        QFETCH(QString, finding);
+        const Tree tree;
+        tree.add(name);
+        QCOMPARE(tree.findings(), QStringList{finding});
+    }
+
+    void nameOutsideAsciiHasItsFinding_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("finding");
+        const QString what = ": characters outside ASCII";
+        const QString letter = QString::fromUtf8("\xc3\x84");
+        const QString snowman = QString::fromUtf8("\xe2\x98\x83");
+        row("Latin-1", letter, letter + what);
+        row("wider", "sub/" + snowman, "sub/" + snowman + what);
+        row("directory", snowman + "/f", snowman + what);
+        row("one that turns text around", QString("a") + QChar(0x202e) + "b", "a\\u202eb" + what);
+    }
+
+    void nameOutsideAsciiHasItsFinding()
+    {
+        QFETCH(QString, name);
+        if (QFile::decodeName(QFile::encodeName(name)) != name)
+            QSKIP("the locale's encoding has no such file names");
+        nameHasItsFinding();
+    }
+
+    void whatIsNoFileHasItsFinding_data()
+    {
+        QTest::addColumn<QString>("kind");
+        QTest::addColumn<QString>("finding");
+        row("named pipe", "named pipe", "x: neither a file nor a directory");
+        row("socket", "socket", "x: neither a file nor a directory");
+        row("empty directory", "empty directory", "x: empty directory");
+        row("link to a file", "Contents/MacOS/Editor", "x: symbolic link");
+        row("link to a directory", "Contents", "x: symbolic link");
+        row("link to itself", "x", "x: symbolic link");
+        row("link into the top", ".", "x: symbolic link");
+        row("link to a device", "/dev/null", "x: symbolic link");
+        row("broken link", "missing", "x: symbolic link");
+    }
+
+    void whatIsNoFileHasItsFinding()
+    {
+        QFETCH(QString, kind);
+        QFETCH(QString, finding);
+        const Tree tree;
+        tree.addOther(kind, "x");
+        QCOMPARE(tree.findings(), QStringList{finding});
+    }
+
+    void executableFileHasItsFinding_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<unsigned>("mode");
+        QTest::newRow("for its owner") << "tool" << 0744U;
+        QTest::newRow("for its group") << "tool" << 0654U;
+        QTest::newRow("for others") << "tool" << 0645U;
+        QTest::newRow("helper beside the program") << "Contents/MacOS/Helper" << 0755U;
+        QTest::newRow("below the program's directory") << "Contents/MacOS/sub/Editor" << 0755U;
+        QTest::newRow("the second program of that name")
+            << "Contents/PlugIns/Contents/MacOS/Editor" << 0755U;
+        QTest::newRow("icon of another kind") << "Contents/a.icns.bak" << 0755U;
+    }
+
+    void executableFileHasItsFinding()
+    {
+        QFETCH(QString, name);
+        QFETCH(unsigned, mode);
+        const Tree tree;
+        tree.add(name, mode);
+        QCOMPARE(tree.findings(), QStringList{name + ": executable here, but not for users"});
+    }
+
+    void treeWithoutProgramHasItsFinding_data()
+    {
+        const QString named = ": no file Contents/MacOS/Editor";
+        const QString unnamed = ": no file Contents/MacOS/NAME";
+
+        QTest::addColumn<QStringList>("files");
+        QTest::addColumn<QString>("program");
+        QTest::addColumn<QString>("finding");
+        row("another program", {"Contents/MacOS/Viewer"}, "Editor", named);
+        row("another program, unnamed", {"Contents/MacOS/Viewer"}, "", "");
+        row("elsewhere", {"MacOS/Editor"}, "Editor", named);
+        row("elsewhere, unnamed", {"MacOS/Editor"}, "", unnamed);
+        row("deeper", {"Contents/MacOS/sub/Editor"}, "Editor", named);
+        row("deeper, unnamed", {"Contents/MacOS/sub/Editor"}, "", unnamed);
+        row("longer name", {"Contents/MacOS/TheEditor"}, "Editor", named);
+        row("in a bundle", {"Editor.app/Contents/MacOS/Editor"}, "Editor", "");
+        row("in a bundle, unnamed", {"Editor.app/Contents/MacOS/Editor"}, "", "");
+        row("in other case", {"contents/macos/editor"}, "Editor", "");
+        row("in other case, unnamed", {"contents/macos/editor"}, "", "");
+        row("nothing at all", {}, "Editor", named);
+    }
+
+    void treeWithoutProgramHasItsFinding()
+    {
+        QFETCH(QStringList, files);
+        QFETCH(QString, program);
+        QFETCH(QString, finding);
+        const TestDir dir;
+        for (const QString& name : qAsConst(files))
+            files::write(dir / name, "contents");
+        CollectedOutput output;
+        publisher::lint(dir.path(), program, output);
+        const QStringList expected =
+            finding.isEmpty() ? QStringList() : QStringList{dir.path() + finding};
+        QCOMPARE(output.withoutReasons(), expected);
+    }
+
+    void linkedProgramIsAProgram()
+    {
+        const Tree tree;
+        QVERIFY(QFile::rename(tree / "Contents/MacOS/Editor", tree / "Contents/real"));
+        files::setMode(tree / "Contents/real", 0644);
+        files::link("../real", tree / "Contents/MacOS/Editor");
+        QCOMPARE(tree.findings(), QStringList{"Contents/MacOS/Editor: symbolic link"});
+    }
+
+    void everyFindingTellsWhy()
+    {
+        const Tree tree;
+        tree.add("a<b");
+        CollectedOutput output;
+        publisher::lint(tree.path(), "Editor", output);
+        QCOMPARE(output.lines, QStringList{"a<b: \"<\" or \">\"; the version file knows no escapes "
+                                           "and can take this for one of its marks"});
+    }
+
+    void unreadableHasItsFinding_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("what");
+        QTest::newRow("file") << "Contents/Info.plist"
+                              << ": file that cannot be read;";
+        QTest::newRow("directory") << "sub"
+                                   << ": directory that cannot be read;";
+        QTest::newRow("top") << ""
+                             << ": no directory that can be read\n";
+    }
+
+    void unreadableHasItsFinding()
+    {
+        QFETCH(QString, name);
+        QFETCH(QString, what);
+        const std::optional<QStringList> command = commandUnderPermissions();
+        if (!command)
+            QSKIP(NO_PERMISSIONS);
+        const Tree tree;
+        tree.add("sub/a");
+        const ScopedMode locked(name.isEmpty() ? tree.path() : tree / name, 0);
+        Tool tool;
+        tool.setWrapper(*command);
+        QCOMPARE(tool.run({"lint", tree.path()}), 1);
+        const QString output = QString::fromLocal8Bit(tool.output());
+        QVERIFY2(output.startsWith((name.isEmpty() ? tree.path() : name) + what),
+                 qPrintable(output));
+        QCOMPARE(output.count('\n'), 1);
+    }
+
+    void whatIsNoDirectoryHasItsFinding_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::newRow("missing") << "missing";
+        QTest::newRow("file") << "Contents/Info.plist";
+    }
+
+    void whatIsNoDirectoryHasItsFinding()
+    {
+        QFETCH(QString, name);
+        const Tree tree;
+        CollectedOutput output;
+        publisher::lint(tree / name, "Editor", output);
+        QCOMPARE(output.lines, QStringList{(tree / name) + ": no directory that can be read"});
+    }
+
+    void findingsAreLinesAndAStatus()
+    {
+        const Tree tree;
+        Tool tool;
+        QCOMPARE(tool.run({"lint", "--name", "Editor", tree.path()}), 0);
+        QCOMPARE(tool.output(), QByteArray());
+        tree.add("a<b");
+        tree.add("a\nb");
+        QCOMPARE(tool.run({"lint", "-n", "Editor", tree.path()}), 1);
+        QCOMPARE(tool.output().count('\n'), 2);
+        QCOMPARE(tool.run({"lint", "--name=Viewer", tree.path()}), 1);
+        QCOMPARE(tool.output().count(QByteArray("\n")), 4); // The editor is no program then.
+        QVERIFY(!tool.output().contains('\x1b'));
+    }
+
+    void resultThatCannotBeWrittenFails()
+    {
+        if (!QFile::exists("/dev/full"))
+            QSKIP("needs /dev/full");
+        Tree tree;
+        tree.add("a<b");
+        Tool tool;
+        tool.setWrapper({"sh", "-c", "exec \"$@\" >/dev/full", "sh"});
+        QCOMPARE(tool.run({"lint", tree.path()}), 1);
+        QVERIFY(tool.output().contains("could not be written"));
+    }
+
+    void wrongCommandLineIsRefused_data()
+    {
+        QTest::addColumn<QStringList>("words");
+        QTest::newRow("nothing") << QStringList();
+        QTest::newRow("empty command") << QStringList{""};
+        QTest::newRow("unknown command") << QStringList{"publish", "x"};
+        QTest::newRow("option first") << QStringList{"--name", "Editor", "lint", "."};
+        QTest::newRow("lint without directory") << QStringList{"lint"};
+        QTest::newRow("lint with two") << QStringList{"lint", ".", "."};
+        QTest::newRow("lint with an option of verify")
+            << QStringList{"lint", "--timeout", "1", "."};
+        QTest::newRow("unknown option") << QStringList{"lint", "--colour", "."};
+        QTest::newRow("option without value") << QStringList{"lint", ".", "--name"};
+        QTest::newRow("diff with one") << QStringList{"diff", "a"};
+        QTest::newRow("diff with three") << QStringList{"diff", "a", "b", "c"};
+        QTest::newRow("verify without URL") << QStringList{"verify"};
+        QTest::newRow("verify with a path") << QStringList{"verify", "index.txt"};
+        QTest::newRow("timeout of zero") << QStringList{"verify", "-t", "0", "http://127.0.0.1:1/"};
+        QTest::newRow("timeout of words")
+            << QStringList{"verify", "-t", "x", "http://127.0.0.1:1/"};
+        QTest::newRow("timeout without end")
+            << QStringList{"verify", "-t", "99999999", "http://127.0.0.1:1/"};
+    }
+
+    void wrongCommandLineIsRefused()
+    {
+        QFETCH(QStringList, words);
+        Tool tool;
+        QCOMPARE(tool.run(words), 2);
+        const QByteArray output = tool.output();
+        QVERIFY2(output.startsWith("updater-release: "), output);
+        QVERIFY2(output.endsWith("Try \"updater-release --help\".\n"), output);
+    }
+
+    void helpIsGiven_data()
+    {
+        QTest::addColumn<QStringList>("words");
+        QTest::addColumn<QStringList>("told");
+        QTest::newRow("overview") << QStringList{"--help"}
+                                  << QStringList{"lint DIR", "diff OLD NEW", "verify URL",
+                                                 "--version", "Exit status"};
+        QTest::newRow("short") << QStringList{"-h"} << QStringList{"lint DIR"};
+        QTest::newRow("lint") << QStringList{"lint", "--help"}
+                              << QStringList{"updater-release lint [OPTION...] DIR\n", "--name"};
+        QTest::newRow("diff") << QStringList{"diff", "-h"}
+                              << QStringList{"updater-release diff [OPTION...] OLD NEW\n",
+                                             "--name"};
+        QTest::newRow("verify") << QStringList{"verify", "--help"}
+                                << QStringList{"updater-release verify [OPTION...] URL\n", "--name",
+                                               "--timeout"};
+    }
+
+    void helpIsGiven()
+    {
+        QFETCH(QStringList, words);
+        QFETCH(QStringList, told);
+        Tool tool;
+        QCOMPARE(tool.run(words), 0);
+        const QString output = QString::fromLocal8Bit(tool.output());
+        QVERIFY2(output.startsWith("Usage: updater-release "), qPrintable(output));
+        for (const QString& text : qAsConst(told))
+            QVERIFY2(output.contains(text), qPrintable(text + "\n" + output));
+    }
+
+    void versionIsGiven()
+    {
+        Tool tool;
+        QCOMPARE(tool.run({"--version"}), 0);
+        QVERIFY(tool.output().startsWith("updater-release 1."));
+    }
+};
+
+UPDATER_TEST_MAIN(TestReleaseLint)
+#include "tst_release_lint.moc"

@@ -1,0 +1,412 @@
+// "updater-release verify": healthy and damaged releases on a real web server, and what only a
+// server of our own does when asked.
+
+#include "tools/release/Lint.h"
+#include "tools/release/Verify.h"
+
+#include "tests/support/CollectedOutput.h"
+#include "tests/support/HttpServer.h"
+#include "tests/support/Nginx.h"
+#include "tests/support/Release.h"
+#include "tests/support/ReleaseTree.h"
+#include "tests/support/TestMain.h"
+#include "tests/support/UpdaterProcess.h"
+
+#include <QFile>
+#include <QStandardPaths>
+
+namespace {
+
+/// Seconds that no transfer of these tests needs.
+constexpr int longTimeout = 60;
+
+const Tree editorTree{{"Contents/Info.plist", "<plist/>\n"},
+                      {"Contents/MacOS/Editor", QByteArray(300000, 'E')},
+                      {"Contents/Resources/empty.dat", ""},
+                      {"Contents/Resources/with blank & percent 100%.txt", "text"},
+                      {"zz", "last"}};
+
+/// What a check of the release at one URL has said.
+class Verified : public CollectedOutput
+{
+public:
+    explicit Verified(const QString& url, const QString& program = QString(),
+                      int timeout = longTimeout)
+    {
+        publisher::verify(url, program, timeout, *this);
+    }
+};
+
+/// A release of Editor, described by the real updater and served by nginx.
+class Published
+{
+public:
+    Published()
+    {
+        release::lay(editorTree, tree());
+        release::describe(tree(), "Editor", "2.1");
+        m_server.emplace(tree());
+    }
+
+    QString tree() const { return m_dir / "tree"; }
+    QString operator/(const QString& name) const { return tree() + "/" + name; }
+    QString url() const { return m_server->url("/index.txt"); }
+    const Nginx& server() const { return *m_server; }
+
+private:
+    TestDir m_dir;
+    std::optional<Nginx> m_server;
+};
+
+/// A release of one file, served by a server that does as it is told.
+class Scripted
+{
+public:
+    Scripted()
+    {
+        data.name = "Editor";
+        data.version = "2.1";
+        data.files = {tree::entry("sub/a", contents)};
+        serveIndex(tree::versionFile(data).toUtf8());
+        serveFile(HttpReply::ok(contents));
+    }
+
+    QString url() const { return server.url("/1/index.txt"); }
+
+    void serveIndex(const QByteArray& text) { server.serve("/1/index.txt", HttpReply::ok(text)); }
+    void serveFile(const HttpReply& reply) { server.serve("/1/sub/a", reply); }
+
+    const QByteArray contents = QByteArray("contents ").repeated(100);
+    ProgramData data;
+    HttpServer server;
+};
+
+/// The request's header without the line that tells the path.
+QByteArray headerLines(const QByteArray& request)
+{
+    return request.mid(request.indexOf("\r\n"));
+}
+
+class Tool : public UpdaterProcess
+{
+public:
+    Tool() { setProgram(UPDATER_RELEASE_EXECUTABLE); }
+};
+
+} // namespace
+
+class TestReleaseVerify : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void healthyReleaseIsRight()
+    {
+        if (!Nginx::isInstalled())
+            QSKIP("needs nginx");
+        const Published published;
+        const Verified output(published.url(), "Editor");
+        QCOMPARE(output.lines, QStringList());
+        QCOMPARE(output.notes, QStringList{"Editor 2.1: 5 files checked, 0 findings"});
+        QCOMPARE(output.steps, QStringList({"1/5", "2/5", "3/5", "4/5", "5/5", "0/0"}));
+        QCOMPARE(
+            published.server().requests(),
+            QStringList({"/index.txt", "/Contents/Info.plist", "/Contents/MacOS/Editor",
+                         "/Contents/Resources/empty.dat",
+                         "/Contents/Resources/with%20blank%20&%20percent%20100%25.txt", "/zz"}));
+
+        Tool tool;
+        QCOMPARE(tool.run({"verify", published.url()}), 0);
+        QCOMPARE(tool.output(), QByteArray("Editor 2.1: 5 files checked, 0 findings\n"));
+    }
+
+    void damagedReleaseHasAFindingForEachFile()
+    {
+        if (!Nginx::isInstalled())
+            QSKIP("needs nginx");
+        const Published published;
+        files::write(published / "Contents/Info.plist", "<PLIST/>\n");
+        files::write(published / "Contents/MacOS/Editor", QByteArray(299999, 'E'));
+        files::write(published / "Contents/Resources/empty.dat", "1");
+        QVERIFY(QFile::remove(published / "zz"));
+        const QStringList findings{
+            "Contents/Info.plist: has other contents, of SHA-1 " + files::sha1("<PLIST/>\n"),
+            "Contents/MacOS/Editor: has 299999 bytes", "Contents/Resources/empty.dat: has 1 bytes",
+            "zz: missing on the server"};
+        const Verified output(published.url(), "Editor");
+        QCOMPARE(output.withoutReasons(), findings);
+        QCOMPARE(output.findings(), 4);
+        QCOMPARE(output.notes, QStringList{"Editor 2.1: 5 files checked, 4 findings"});
+
+        Tool tool;
+        QCOMPARE(tool.run({"verify", "--name", "Editor", published.url()}), 1);
+        QCOMPARE(tool.output().count('\n'), 5);
+    }
+
+    void missingVersionFileIsFound()
+    {
+        if (!Nginx::isInstalled())
+            QSKIP("needs nginx");
+        const Published published;
+        QVERIFY(QFile::remove(published / "index.txt"));
+        QCOMPARE(Verified(published.url()).lines,
+                 QStringList{published.url() + ": missing on the server"});
+        QCOMPARE(published.server().requests(), QStringList{"/index.txt"});
+    }
+
+    // Names of what is easily trouble, alone and together: what "lint" lets pass arrives.
+    void whatLintLetsPassIsRight()
+    {
+        if (!Nginx::isInstalled())
+            QSKIP("needs nginx");
+        QStringList shortNames;
+        for (const QChar character : QStringLiteral("\t\x01 !\"#$%&'()*+,-09:;<=>?@L[\\]^_`a{|}~"))
+            shortNames.append(character);
+        const QString few = " #%1\\a";
+        for (const QChar first : few) {
+            for (const QChar second : few) {
+                for (const QChar third : few)
+                    shortNames.append(QString(first) + second + third);
+            }
+        }
+        const TestDir dir;
+        QStringList names;
+        for (const QString& name : qAsConst(shortNames)) {
+            names << name << name + ".d/f";
+            files::write(dir / "all" + "/" + name, name.toUtf8());
+            files::write(dir / "all" + "/" + name + ".d/f", name.toUtf8());
+        }
+        CollectedOutput lint;
+        publisher::lint(dir / "all", QString(), lint);
+        QStringList found;
+        for (const QString& line : qAsConst(lint.lines))
+            found.append(line.left(line.indexOf(": ", 1)));
+
+        int fine = 0;
+        for (const QString& name : qAsConst(names)) {
+            const QString top = name.section('/', 0, 0);
+            if (found.contains(publisher::printable(top)))
+                continue;
+            files::write(dir / "fine" + "/" + name, name.toUtf8());
+            ++fine;
+        }
+        QVERIFY2(fine > 100, qPrintable(QString::number(fine)));
+        QVERIFY2(fine < names.size(), qPrintable(QString::number(fine)));
+        release::describe(dir / "fine", "Editor", "2.1");
+        const Nginx server(dir / "fine");
+        const Verified output(server.url("/index.txt"));
+        QCOMPARE(output.lines, QStringList());
+        QCOMPARE(output.notes,
+                 QStringList{QString("Editor 2.1: %1 files checked, 0 findings").arg(fine)});
+    }
+
+    void replyHasItsFinding_data()
+    {
+        QTest::addColumn<int>("status");
+        QTest::addColumn<QString>("finding");
+        QTest::newRow("not found") << 404 << "missing on the server";
+        QTest::newRow("gone") << 410 << "missing on the server";
+        QTest::newRow("forbidden") << 403 << "cannot be fetched";
+        QTest::newRow("server error") << 500 << "cannot be fetched";
+        QTest::newRow("no content") << 204 << "has 0 bytes";
+    }
+
+    void replyHasItsFinding()
+    {
+        QFETCH(int, status);
+        QFETCH(QString, finding);
+        Scripted release;
+        release.serveFile(HttpReply::error(status));
+        QCOMPARE(Verified(release.url()).withoutReasons(), QStringList{"sub/a: " + finding});
+
+        release.server.serve("/1/index.txt", HttpReply::error(status));
+        const QStringList lines = Verified(release.url()).withoutReasons();
+        QCOMPARE(lines, QStringList{release.url() + ": " +
+                                    (status == 204 ? "is no version file" : finding)});
+    }
+
+    void redirectIsFoundAndNotFollowed()
+    {
+        Scripted release;
+        release.serveFile(HttpReply::redirect("/elsewhere", release.contents));
+        QCOMPARE(Verified(release.url()).withoutReasons(),
+                 QStringList{"sub/a: redirected to /elsewhere"});
+        QCOMPARE(release.server.requestsFor("/elsewhere"), 0);
+    }
+
+    void redirectedVersionFileIsFoundAndNotFollowed()
+    {
+        Scripted release;
+        release.server.serve(
+            "/1/index.txt",
+            HttpReply::redirect("/2/index.txt", tree::versionFile(release.data).toUtf8()));
+        QCOMPARE(Verified(release.url()).withoutReasons(),
+                 QStringList{release.url() + ": redirected to /2/index.txt"});
+        QCOMPARE(release.server.requests(), QStringList{"/1/index.txt"});
+    }
+
+    void otherEncodingIsFound()
+    {
+        Scripted release;
+        release.serveFile(HttpReply::gzipped(release.contents));
+        QCOMPARE(Verified(release.url()).withoutReasons(),
+                 QStringList{"sub/a: served in another encoding (gzip)"});
+
+        // A packed file that the server takes for a packed form of another one is unpacked.
+        release.data.files = {tree::entry("sub/a", HttpReply::gzipped(release.contents).body)};
+        release.serveIndex(tree::versionFile(release.data).toUtf8());
+        QCOMPARE(Verified(release.url()).withoutReasons(),
+                 QStringList({"sub/a: served in another encoding (gzip)", "sub/a: has 900 bytes"}));
+
+        const HttpReply index = HttpReply::gzipped(tree::versionFile(release.data).toUtf8());
+        release.server.serve("/1/index.txt", index);
+        QCOMPARE(Verified(release.url()).withoutReasons().constFirst(),
+                 release.url() + ": served in another encoding (gzip)");
+    }
+
+    void brokenTransferIsFound_data()
+    {
+        QTest::addColumn<QString>("kind");
+        for (const char* kind : {"reset", "cut short", "reset in the body", "cut chunks"})
+            QTest::newRow(kind) << kind;
+    }
+
+    void brokenTransferIsFound()
+    {
+        QFETCH(QString, kind);
+        Scripted release;
+        const QByteArray body(5000, 'b');
+        if (kind == "reset")
+            release.serveFile(HttpReply::reset());
+        else if (kind == "cut short")
+            release.serveFile(HttpReply::cutShort(body, 10));
+        else if (kind == "reset in the body")
+            release.serveFile(HttpReply::resetInBody(body, 10));
+        else
+            release.serveFile(HttpReply::cutChunked(body));
+        QCOMPARE(Verified(release.url()).withoutReasons(), QStringList{"sub/a: cannot be fetched"});
+    }
+
+    void refusedConnectionIsFound()
+    {
+        Scripted release;
+        release.server.stop();
+        QCOMPARE(Verified(release.url()).withoutReasons(),
+                 QStringList{release.url() + ": cannot be fetched"});
+    }
+
+    void silenceEndsTheTransferAndTheRestIsChecked()
+    {
+        Scripted release;
+        release.data.files.append(tree::entry("b", "b"));
+        release.serveIndex(tree::versionFile(release.data).toUtf8());
+        release.serveFile(HttpReply::hold(HttpReply::ok(release.contents)));
+        QCOMPARE(Verified(release.url(), QString(), 1).withoutReasons(),
+                 QStringList({"sub/a: nothing came for 1 seconds", "b: missing on the server"}));
+    }
+
+    void filesAreFetchedOneAfterTheOther()
+    {
+        Scripted release;
+        for (const char* name : {"b", "c", "d"})
+            release.data.files.append(tree::entry(name, "x"));
+        release.serveIndex(tree::versionFile(release.data).toUtf8());
+        QCOMPARE(Verified(release.url()).lines.size(), 3);
+        QCOMPARE(release.server.requests(),
+                 QStringList({"/1/index.txt", "/1/sub/a", "/1/b", "/1/c", "/1/d"}));
+        QCOMPARE(release.server.mostInFlight(), 1);
+    }
+
+    // To the server both are the same client.
+    void requestsAreThoseOfTheUpdater()
+    {
+        Scripted release;
+        UpdaterProcess updater;
+        updater.run({"-c", "-n", "Editor", "-v", "2.1", "-l", release.url(), "-s", "none"});
+        QCOMPARE(release.server.requests(), QStringList{"/1/index.txt"});
+        const QByteArray expected = headerLines(release.server.lastHeader());
+        QVERIFY(expected.contains("Accept-Encoding: "));
+        QCOMPARE(Verified(release.url()).lines, QStringList());
+        QCOMPARE(headerLines(release.server.lastHeader()), expected);
+    }
+
+    void badVersionFileIsFound_data()
+    {
+        QTest::addColumn<QByteArray>("text");
+        QTest::addColumn<QStringList>("findings"); // After the URL or, with a path, whole.
+        ProgramData data = Scripted().data;
+        data.files.append({"b", "", 1});
+        const QByteArray good = tree::versionFile(Scripted().data).toUtf8();
+        const QByteArray early = tree::versionFile(data).toUtf8();
+        data.files.clear();
+        const QByteArray none = tree::versionFile(data).toUtf8();
+        const QByteArray cut = good.left(good.indexOf("<file>"));
+
+        QTest::newRow("zero byte at the end")
+            << good + QByteArray(1, '\0')
+            << QStringList{QString("has a zero byte at position %1").arg(good.size())};
+        QTest::newRow("zero byte inside")
+            << cut + QByteArray(1, '\0') + good
+            << QStringList{QString("has a zero byte at position %1").arg(cut.size()),
+                           "has no record of \"Editor\" with a version"};
+        QTest::newRow("list ends early")
+            << early
+            << QStringList{"lists 2 files, of which the updater sees 1 (the last is "
+                           "\"sub/a\")"};
+        QTest::newRow("no files") << none << QStringList{"lists no file that the updater sees"};
+        QTest::newRow("cut off") << cut
+                                 << QStringList{"has no record of \"Editor\" with a version"};
+        QTest::newRow("outside ASCII")
+            << good + "\xc3\xa4" << QStringList{"has characters outside ASCII"};
+    }
+
+    void badVersionFileIsFound()
+    {
+        QFETCH(QByteArray, text);
+        QFETCH(QStringList, findings);
+        Scripted release;
+        release.serveIndex(text);
+        for (QString& finding : findings)
+            finding.prepend(release.url() + ": ");
+        QCOMPARE(Verified(release.url()).withoutReasons(), findings);
+    }
+
+    void nameChoosesTheRecord()
+    {
+        Scripted release;
+        ProgramData viewer = release.data;
+        viewer.name = "Viewer";
+        viewer.files = {tree::entry("sub/a", "other")};
+        release.serveIndex((tree::versionFile(viewer) + tree::versionFile(release.data)).toUtf8());
+        QCOMPARE(Verified(release.url(), "editor").lines, QStringList());
+        QCOMPARE(Verified(release.url(), "Viewer").lines.size(), 1);
+        QCOMPARE(Verified(release.url()).lines.size(), 1);
+        QCOMPARE(Verified(release.url(), "Printer").withoutReasons(),
+                 QStringList{release.url() + ": has no record of \"Printer\" with a version"});
+    }
+
+    void progressIsForTerminalsOnly()
+    {
+        if (QStandardPaths::findExecutable("script").isEmpty())
+            QSKIP("needs script, which gives the tool a terminal");
+        Scripted release;
+        release.serveFile(HttpReply::error(404));
+        Tool tool;
+        QCOMPARE(tool.run({"verify", release.url()}), 1);
+        QCOMPARE(tool.output(), QByteArray("sub/a: missing on the server\n"
+                                           "Editor 2.1: 1 files checked, 1 findings\n"));
+
+        // Shown, cleared for the finding, shown again, cleared at the end.
+        const QString quoted = "'" UPDATER_RELEASE_EXECUTABLE "' verify '" + release.url() + "'";
+        Tool onTerminal;
+        onTerminal.setProgram("script");
+        QCOMPARE(onTerminal.run({"-q", "-e", "-c", quoted, "/dev/null"}), 1);
+        QCOMPARE(onTerminal.output(), QByteArray("\r\x1b[K1 of 1"
+                                                 "\r\x1b[Ksub/a: missing on the server\r\n"
+                                                 "\r\x1b[K1 of 1\r\x1b[K"
+                                                 "Editor 2.1: 1 files checked, 1 findings\r\n"));
+    }
+};
+
+UPDATER_TEST_MAIN(TestReleaseVerify)
+#include "tst_release_verify.moc"

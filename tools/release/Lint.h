@@ -1,0 +1,19 @@
+// Looks in a release tree for what the version file, the web server or an installation would not
+// carry.
+#ifndef TOOLS_RELEASE_LINT_H
+#define TOOLS_RELEASE_LINT_H
+
+#include <QString>
+
+namespace publisher {
+
+class Output;
+
+/// Checks the release tree @p dir. Nothing is written, and links are not followed.
+///
+/// @param program the program's name; empty to take whatever lies in Contents/MacOS for the program
+void lint(const QString& dir, const QString& program, Output& output);
+
+} // namespace publisher
+
+#endif // TOOLS_RELEASE_LINT_H
