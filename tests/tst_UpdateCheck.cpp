@@ -5,6 +5,7 @@
 
 #include "tests/support/HostProcess.h"
 #include "tests/support/HttpServer.h"
+#include "tests/support/Messages.h"
 #include "tests/support/Processes.h"
 #include "tests/support/Restrictions.h"
 #include "tests/support/SystemIpc.h"
@@ -170,6 +171,7 @@ private Q_SLOTS:
         QTest::addColumn<QString>("expected");
         QTest::newRow("another version") << "1.0" << report("2.0") << "found 2.0 optional ";
         QTest::newRow("required") << "1.0" << report("2.0", '1') << "found 2.0 required ";
+        QTest::newRow("another flag") << "1.0" << report("2.0", 'x') << "found 2.0 optional ";
         QTest::newRow("older version") << "3.0" << report("2.0") << "found 2.0 optional ";
         QTest::newRow("same version") << "2.0" << report("2.0", '1') << "up to date";
         QTest::newRow("same version in another case")
@@ -194,7 +196,10 @@ private Q_SLOTS:
         QFETCH(QByteArray, bytes);
         QFETCH(QString, expected);
         const FakeUpdater updater(reporting(bytes));
+        const Messages messages;
         QCOMPARE(outcome(updater.host(installed)), QStringList{expected});
+        // The toolkit warns of a lock that is not returned.
+        QCOMPARE(messages.all().size(), 0);
     }
 
     void segmentIsZeroedBeforeTheCheck()
