@@ -10,7 +10,8 @@
 
 namespace {
 
-constexpr int patience = 120000;
+constexpr int buildPatience = 120000;
+constexpr int patience = 30000;
 const QString sourceDir = QStringLiteral(SOURCE_DIR);
 const QString exeName = QStringLiteral("Contents/MacOS/Viewer");
 const QString updaterName = QStringLiteral("Contents/MacOS/updater");
@@ -25,7 +26,7 @@ QByteArray cmakeFailure(const QStringList& arguments)
     environment.remove("DESTDIR");
     process.setProcessEnvironment(environment);
     process.start(CMAKE_EXECUTABLE, arguments);
-    if (process.waitForFinished(patience) && process.exitStatus() == QProcess::NormalExit &&
+    if (process.waitForFinished(buildPatience) && process.exitStatus() == QProcess::NormalExit &&
         process.exitCode() == 0)
         return QByteArray();
     return "cmake " + arguments.join(' ').toLocal8Bit() + '\n' + process.readAll();
