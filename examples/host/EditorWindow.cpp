@@ -41,7 +41,7 @@ void EditorWindow::offer(const QString& version, bool required, const QString& c
     if (!userAccepts(version, required, changelog))
         return;
     tell(tr("starts the update and quits"));
-    m_updateStarted = UpdateCheck::startUpdate(m_info);
+    m_updateStarted = m_check.startUpdate();
     if (m_updateStarted)
         QApplication::exit(0);
     else

@@ -1,12 +1,13 @@
-// The host's side of a version check.
+// The host's side of a version check, and the start of an update.
 
 #include "examples/host/UpdateCheck.h"
 
-#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+#include <QUuid>
 
 #include <cstring>
+#include <utility>
 
 namespace {
 
@@ -16,6 +17,9 @@ constexpr int segmentSize = 256;
 /// Returns the changelog that the updater left for @p version, and removes its file.
 QString takeChangelog(const QString& version)
 {
+    // The version is the server's word: it must not name a file in another directory.
+    if (version.contains(QLatin1Char('/')))
+        return QString();
     QFile file(
         QDir(QDir::tempPath())
             .filePath(QLatin1String("velmora_cl_") + version.trimmed() + QLatin1String(".dat")));
@@ -28,71 +32,141 @@ QString takeChangelog(const QString& version)
 
 } // namespace
 
-UpdateCheck::UpdateCheck(const HostInfo& info, QObject* parent)
-    : QObject(parent)
-    , m_info(info)
-    // A key of this process's own: two running hosts must not read each other's reports.
-    , m_segment(QStringLiteral("%1-%2").arg(info.name).arg(QCoreApplication::applicationPid()))
+UpdateCheck::UpdateCheck(const HostInfo& info, QObject* parent) : QObject(parent), m_info(info)
 {
-    connect(&m_updater, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), this,
-            &UpdateCheck::checkEnded);
-    connect(&m_updater, &QProcess::errorOccurred, this, [this](QProcess::ProcessError error) {
-        if (error == QProcess::FailedToStart)
-            Q_EMIT failed(QStringLiteral("The updater does not start."));
+    m_watchdog.setSingleShot(true);
+    setTimeLimit(defaultTimeLimit);
+    connect(&m_watchdog, &QTimer::timeout, this, [this] {
+        m_timedOut = true;
+        m_updater.kill();
     });
+    // What the updater prints is for terminals.
+    m_updater.setStandardOutputFile(QProcess::nullDevice());
+    m_updater.setStandardErrorFile(QProcess::nullDevice());
+    // Queued: the process must not be in the middle of telling when it is started again or deleted.
+    connect(&m_updater, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), this,
+            &UpdateCheck::updaterEnded, Qt::QueuedConnection);
+    connect(
+        &m_updater, &QProcess::errorOccurred, this,
+        [this](QProcess::ProcessError error) {
+            if (error == QProcess::FailedToStart)
+                fail(QStringLiteral("The updater does not start."));
+        },
+        Qt::QueuedConnection);
 }
 
-void UpdateCheck::start()
+UpdateCheck::~UpdateCheck()
 {
-    if (!m_segment.isAttached() && !m_segment.create(segmentSize)) {
-        Q_EMIT failed(m_segment.errorString());
-        return;
+    m_updater.kill();
+    m_updater.waitForFinished();
+}
+
+void UpdateCheck::setAccepts(std::function<bool(const QString& version)> accepts)
+{
+    m_accepts = std::move(accepts);
+}
+
+bool UpdateCheck::start()
+{
+    if (m_running)
+        return false;
+    m_running = true;
+    m_timedOut = false;
+    if (!makeSegment()) {
+        QTimer::singleShot(0, this, [this] { fail(m_segment->errorString()); });
+        return true;
     }
-    m_segment.lock();
-    std::memset(m_segment.data(), 0, static_cast<size_t>(m_segment.size()));
-    m_segment.unlock();
+    m_watchdog.start();
     m_updater.start(m_info.updater, {QStringLiteral("-c"), QStringLiteral("-n"), m_info.name,
                                      QStringLiteral("-v"), m_info.version, QStringLiteral("-l"),
-                                     m_info.url, QStringLiteral("-s"), m_segment.key()});
+                                     m_info.url, QStringLiteral("-s"), m_segment->key()});
+    return true;
 }
 
-bool UpdateCheck::startUpdate(const HostInfo& info)
+bool UpdateCheck::startUpdate() const
 {
     return QProcess::startDetached(
-        info.updater, {QStringLiteral("-u"), QStringLiteral("-n"), info.name, QStringLiteral("-d"),
-                       info.baseDir, QStringLiteral("-v"), info.version, QStringLiteral("-l"),
-                       info.url, QStringLiteral("-x"), info.exe});
+        m_info.updater, {QStringLiteral("-u"), QStringLiteral("-n"), m_info.name,
+                         QStringLiteral("-d"), m_info.baseDir, QStringLiteral("-v"), m_info.version,
+                         QStringLiteral("-l"), m_info.url, QStringLiteral("-x"), m_info.exe});
 }
 
-void UpdateCheck::checkEnded(int exitCode, QProcess::ExitStatus status)
+/// Makes a segment full of zeros, under a new key.
+bool UpdateCheck::makeSegment()
+{
+    // Another key may still stand for a segment that is there: on Unix the system derives a number
+    // of few bits from it. Then the next key will do.
+    constexpr int mostTries = 5;
+    for (int tries = 0; tries < mostTries; ++tries) {
+        m_segment = std::make_unique<QSharedMemory>(
+            QLatin1String("updater-host-") + QUuid::createUuid().toString(QUuid::WithoutBraces));
+        if (m_segment->create(segmentSize)) {
+            std::memset(m_segment->data(), 0, static_cast<size_t>(m_segment->size()));
+            return true;
+        }
+        if (m_segment->error() != QSharedMemory::AlreadyExists)
+            return false;
+    }
+    return false;
+}
+
+void UpdateCheck::updaterEnded(int exitCode, QProcess::ExitStatus status)
 {
     if (status != QProcess::NormalExit || exitCode != 0) {
-        Q_EMIT failed(QStringLiteral("The check did not finish."));
+        fail(m_timedOut ? QStringLiteral("The check took too long.")
+                        : QStringLiteral("The check did not finish."));
         return;
     }
     QString version;
     bool required = false;
     // An unreadable version file shows as an empty version, and the exit status is 0 all the same.
     if (!readReport(version, required)) {
-        Q_EMIT failed(QStringLiteral("The published version could not be read."));
+        fail(QStringLiteral("The published version could not be read."));
         return;
     }
-    const QString changelog = takeChangelog(version);
-    if (version.compare(m_info.version, Qt::CaseInsensitive) == 0)
-        Q_EMIT upToDate();
-    else
-        Q_EMIT versionFound(version, required, changelog);
+    // Taken in any case, so that no file is left.
+    judge(version, required, takeChangelog(version));
 }
 
 bool UpdateCheck::readReport(QString& version, bool& required)
 {
-    m_segment.lock();
-    const QByteArray bytes(static_cast<const char*>(m_segment.constData()), segmentSize);
-    m_segment.unlock();
+    if (!m_segment->lock())
+        return false;
+    const QByteArray bytes(static_cast<const char*>(m_segment->constData()), segmentSize);
+    m_segment->unlock();
     const auto length = bytes.indexOf('\0');
     if (length <= 0 || length + 1 >= bytes.size())
         return false;
     version = QString::fromLatin1(bytes.left(length));
     required = bytes.at(length + 1) == '1';
     return true;
+}
+
+void UpdateCheck::judge(const QString& version, bool required, const QString& changelog)
+{
+    if (version.compare(m_info.version, Qt::CaseInsensitive) == 0) {
+        conclude();
+        Q_EMIT upToDate();
+        return;
+    }
+    if (m_accepts && !m_accepts(version)) {
+        fail(QStringLiteral("Version %1 is not accepted.").arg(version));
+        return;
+    }
+    conclude();
+    Q_EMIT versionFound(version, required, changelog);
+}
+
+void UpdateCheck::fail(const QString& reason)
+{
+    conclude();
+    Q_EMIT failed(reason);
+}
+
+/// To be called before the signal that tells the result.
+void UpdateCheck::conclude()
+{
+    m_watchdog.stop();
+    m_segment.reset();
+    m_running = false;
 }

@@ -25,8 +25,8 @@ HostProcess::HostProcess(int size, const QString& executable)
     qFatal("test fixture: cannot start a host with a segment of %d bytes", size);
 }
 
-HostProcess::HostProcess(const HostProcess* owner)
-    : m_executable(QStringLiteral(SHM_HOST_EXECUTABLE)), m_key(owner->key()), m_ownsSegment(false)
+HostProcess::HostProcess(const Key& key)
+    : m_executable(QStringLiteral(SHM_HOST_EXECUTABLE)), m_key(key.text), m_ownsSegment(false)
 {
     if (!start({m_key}))
         qFatal("test fixture: cannot attach to the segment of a host");

@@ -15,8 +15,15 @@ public:
     /// built along with the test.
     explicit HostProcess(int size, const QString& executable = QString());
 
+    /// Starts a process that attaches to the segment under a key.
+    struct Key
+    {
+        QString text;
+    };
+    explicit HostProcess(const Key& key);
+
     /// Starts a process that attaches to the segment of @p owner, and is to end before it.
-    explicit HostProcess(const HostProcess* owner);
+    explicit HostProcess(const HostProcess* owner) : HostProcess(Key{owner->key()}) {}
 
     ~HostProcess();
     Q_DISABLE_COPY(HostProcess)
@@ -26,6 +33,9 @@ public:
 
     /// Returns the bytes of the segment, whether or not someone holds its lock.
     QByteArray dump() { return QByteArray::fromHex(ask("dump")); }
+
+    /// Writes @p bytes to the start of the segment, whether or not someone holds its lock.
+    bool write(const QByteArray& bytes) { return ask("write " + bytes.toHex()) == "done"; }
 
     /// Takes the lock of the segment.
     /// @return False when that does not succeed in time.

@@ -5,10 +5,10 @@
 //   shm_host KEY        attaches to a segment that is there
 //
 // Says "ready" or "failed" first. Then obeys the commands on standard input, each answered by one
-// line: "dump" by the bytes of the segment in hexadecimal, "lock" and "unlock" by "done", "waiting"
-// by the number of processes and threads that wait for the lock, "toolkit" by the version of the
-// toolkit, "quit" by "done". The end of the input ends the process, too, so that it never outlives
-// the test.
+// line: "dump" by the bytes of the segment in hexadecimal, "write HEX" by "done", whoever holds the
+// lock, "lock" and "unlock" by "done", "waiting" by the number of processes and threads that wait
+// for the lock, "toolkit" by the version of the toolkit, "quit" by "done". The end of the input
+// ends the process, too, so that it never outlives the test.
 
 #include <QByteArray>
 #include <QCryptographicHash>
@@ -51,8 +51,19 @@ QByteArray contentsOf(const QSharedMemory& segment)
                       static_cast<int>(segment.size()));
 }
 
+/// Writes the bytes that @p hex stands for to the start of the segment.
+bool write(const std::string& hex, QSharedMemory& segment)
+{
+    const QByteArray bytes = QByteArray::fromHex(QByteArray::fromStdString(hex));
+    if (bytes.size() > segment.size())
+        return false;
+    std::memcpy(segment.data(), bytes.constData(), static_cast<size_t>(bytes.size()));
+    return true;
+}
+
 QByteArray answer(const std::string& command, QSharedMemory& segment)
 {
+    static const std::string writeCommand = "write ";
     if (command == "dump")
         return contentsOf(segment).toHex();
     if (command == "waiting")
@@ -64,6 +75,8 @@ QByteArray answer(const std::string& command, QSharedMemory& segment)
         done = segment.lock();
     else if (command == "unlock")
         done = segment.unlock();
+    else if (command.compare(0, writeCommand.size(), writeCommand) == 0)
+        done = write(command.substr(writeCommand.size()), segment);
     return done ? "done" : "failed";
 }
 

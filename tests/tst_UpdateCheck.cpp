@@ -1,0 +1,594 @@
+// The host kit: every way a check can end, with updaters that behave as the test wants, and with
+// the real one where that matters.
+
+#include "examples/host/UpdateCheck.h"
+
+#include "tests/support/HostProcess.h"
+#include "tests/support/HttpServer.h"
+#include "tests/support/Messages.h"
+#include "tests/support/Processes.h"
+#include "tests/support/Restrictions.h"
+#include "tests/support/SystemIpc.h"
+
+#include <QFileInfo>
+#include <QThread>
+
+#include <memory>
+
+namespace {
+
+constexpr int patience = 30000;
+constexpr int segmentSize = 256;
+
+/// A shell script in place of the updater. It may use "$key", the key of the segment, "$dir", a
+/// directory of its own, and "$shm_host".
+class FakeUpdater
+{
+public:
+    explicit FakeUpdater(const QByteArray& commands) { become(commands); }
+
+    void become(const QByteArray& commands) const
+    {
+        files::write(path(), "#!/bin/sh\n"
+                             "dir=${0%/*} shm_host='" SHM_HOST_EXECUTABLE "'\n"
+                             "if [ $# -ge 9 ]; then key=$9; fi\n" +
+                                 commands + '\n');
+        files::setMode(path(), 0755);
+    }
+
+    QString path() const { return m_dir / "updater"; }
+
+    /// Returns the path of a file that the commands know as "$dir/NAME".
+    QString operator/(const QString& name) const { return m_dir / name; }
+
+    HostInfo host(const QString& version = "1.0") const
+    {
+        return {path(),
+                "Editor",
+                version,
+                "/nowhere/Editor.app",
+                "http://127.0.0.1:1/index.txt",
+                "/nowhere/Editor.app/Contents/MacOS/Editor"};
+    }
+
+private:
+    TestDir m_dir;
+};
+
+/// Commands that write @p bytes to the start of the segment.
+QByteArray reporting(const QByteArray& bytes)
+{
+    return "printf 'write " + bytes.toHex() + "\\nquit\\n' | \"$shm_host\" \"$key\" >/dev/null\n";
+}
+
+QByteArray report(const QByteArray& version, char flag = '0')
+{
+    return version + '\0' + flag + '\0';
+}
+
+/// Commands that put "$key" in the file "key", in one step.
+const QByteArray tellingKey = "echo \"$key\" >\"$dir/part\"; mv \"$dir/part\" \"$dir/key\"\n";
+
+/// Commands that wait until there is a file "go". They give up when the test has gone.
+const QByteArray waiting = "while [ ! -e \"$dir/go\" ] && [ -d \"$dir\" ]; do sleep 0.02; done\n";
+
+const QByteArray hanging = "exec sleep 600\n";
+
+QString changelogFile(const QString& version)
+{
+    return QDir(QDir::tempPath()).filePath("velmora_cl_" + version + ".dat");
+}
+
+/// What the signals of a check have told, in order, one line each.
+class Told : public QObject
+{
+public:
+    explicit Told(const UpdateCheck& check)
+    {
+        connect(&check, &UpdateCheck::versionFound, this,
+                [this](const QString& version, bool required, const QString& changelog) {
+                    lines.append("found " + version + (required ? " required " : " optional ") +
+                                 changelog);
+                });
+        connect(&check, &UpdateCheck::upToDate, this, [this] { lines.append("up to date"); });
+        connect(&check, &UpdateCheck::failed, this,
+                [this](const QString& reason) { lines.append("failed: " + reason); });
+    }
+
+    QStringList lines;
+};
+
+/// Runs one check to its end.
+/// @return What its signals told.
+QStringList outcome(UpdateCheck& check)
+{
+    const Told told(check);
+    if (!check.start())
+        return {"does not start"};
+    // A signal from within start() would come too early for some hosts.
+    if (!told.lines.isEmpty())
+        return {"told too early"};
+    if (!QTest::qWaitFor([&] { return !told.lines.isEmpty(); }, patience))
+        return {"tells nothing"};
+    return told.lines;
+}
+
+QStringList outcome(const HostInfo& info)
+{
+    UpdateCheck check(info);
+    return outcome(check);
+}
+
+const char* const unreadable = "failed: The published version could not be read.";
+
+/// A check that lives in a thread of its own, which may so wait for a lock.
+class CheckInThread
+{
+public:
+    explicit CheckInThread(const HostInfo& info) : m_check(info), m_told(m_check)
+    {
+        m_check.moveToThread(&m_thread);
+        QObject::connect(&m_thread, &QThread::started, &m_check, [this] { m_check.start(); });
+        m_thread.start();
+    }
+
+    ~CheckInThread()
+    {
+        m_thread.quit();
+        m_thread.wait();
+    }
+    Q_DISABLE_COPY(CheckInThread)
+
+    const QStringList& told() const { return m_told.lines; }
+
+private:
+    QThread m_thread;
+    UpdateCheck m_check;
+    Told m_told;
+};
+
+} // namespace
+
+class TestUpdateCheck : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    /// Whatever has happened, nothing is left.
+    void cleanup()
+    {
+        QCOMPARE(files::list(QDir::tempPath()), QStringList());
+        if (systemipc::inOwnNamespace())
+            QCOMPARE(systemipc::everything(), QStringList());
+    }
+
+    // ---- The report
+
+    void reportIsRead_data()
+    {
+        QTest::addColumn<QString>("installed");
+        QTest::addColumn<QByteArray>("bytes"); // Of the segment; zeros follow.
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("another version") << "1.0" << report("2.0") << "found 2.0 optional ";
+        QTest::newRow("required") << "1.0" << report("2.0", '1') << "found 2.0 required ";
+        QTest::newRow("another flag") << "1.0" << report("2.0", 'x') << "found 2.0 optional ";
+        QTest::newRow("older version") << "3.0" << report("2.0") << "found 2.0 optional ";
+        QTest::newRow("same version") << "2.0" << report("2.0", '1') << "up to date";
+        QTest::newRow("same version in another case")
+            << "2.0-BETA" << report("2.0-beta") << "up to date";
+        QTest::newRow("longer by a blank") << "2.0" << report("2.0 ") << "found 2.0  optional ";
+        QTest::newRow("not ASCII")
+            << "1.0" << report("2.0\xE4") << QString::fromUtf8("found 2.0\xC3\xA4 optional ");
+        QTest::newRow("not ASCII, same version in another case")
+            << QString::fromUtf8("2.0\xC3\x84") << report("2.0\xE4") << "up to date";
+        QTest::newRow("nothing written") << "1.0" << QByteArray() << unreadable;
+        QTest::newRow("empty version") << "1.0" << report("") << unreadable;
+        QTest::newRow("empty version, required") << "1.0" << report("", '1') << unreadable;
+        QTest::newRow("longest version") << "1.0" << report(QByteArray(253, 'v'), '1')
+                                         << "found " + QString(253, 'v') + " required ";
+        QTest::newRow("no room for the flag") << "1.0" << QByteArray(255, 'v') + '\0' << unreadable;
+        QTest::newRow("without an end") << "1.0" << QByteArray(256, 'v') << unreadable;
+    }
+
+    void reportIsRead()
+    {
+        QFETCH(QString, installed);
+        QFETCH(QByteArray, bytes);
+        QFETCH(QString, expected);
+        const FakeUpdater updater(reporting(bytes));
+        const Messages messages;
+        QCOMPARE(outcome(updater.host(installed)), QStringList{expected});
+        // The toolkit warns of a lock that is not returned.
+        QCOMPARE(messages.all().size(), 0);
+    }
+
+    void segmentIsZeroedBeforeTheCheck()
+    {
+        const FakeUpdater updater(
+            "printf 'dump\\nquit\\n' | \"$shm_host\" \"$key\" >\"$dir/dump\"");
+        QCOMPARE(outcome(updater.host()), QStringList{unreadable});
+        QCOMPARE(files::read(updater / "dump").split('\n').value(1),
+                 QByteArray(2 * segmentSize, '0'));
+    }
+
+    void reportIsReadUnderTheLock()
+    {
+        const FakeUpdater updater(tellingKey + waiting);
+        const CheckInThread check(updater.host());
+        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(updater / "key"), patience);
+        HostProcess other(
+            HostProcess::Key{QString::fromUtf8(files::read(updater / "key")).trimmed()});
+        QVERIFY(other.lock());
+        files::write(updater / "go", "");
+        // The updater has ended, without a report; the host waits to read one.
+        QTRY_COMPARE_WITH_TIMEOUT(other.waiting(), 1, patience);
+        QCOMPARE(check.told(), QStringList());
+
+        QVERIFY(other.write(report("2.0", '1')));
+        QVERIFY(other.unlock());
+        QTRY_COMPARE_WITH_TIMEOUT(check.told(), QStringList{"found 2.0 required "}, patience);
+        QVERIFY2(other.lock() && other.unlock(), "the lock is still taken");
+    }
+
+    void updaterIsToldWhatToCheck()
+    {
+        const FakeUpdater updater("IFS='|'; echo \"$*\" >\"$dir/arguments\"");
+        HostInfo info = updater.host("1.0 beta");
+        info.name = "Text Editor";
+        QCOMPARE(outcome(info), QStringList{unreadable});
+        QStringList arguments =
+            QString::fromUtf8(files::read(updater / "arguments")).trimmed().split('|');
+        QVERIFY(!arguments.takeLast().isEmpty());
+        QCOMPARE(arguments,
+                 QStringList({"-c", "-n", "Text Editor", "-v", "1.0 beta", "-l", info.url, "-s"}));
+    }
+
+    // ---- The changelog
+
+    void changelogIsTaken_data()
+    {
+        QTest::addColumn<QByteArray>("version"); // As published.
+        QTest::addColumn<QByteArray>("contents");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("text") << QByteArray("2.0") << QByteArray("News\nMore\n").toBase64()
+                              << "found 2.0 optional News\nMore\n";
+        QTest::newRow("not ASCII")
+            << QByteArray("2.0") << QByteArray("\xC3\xA4 \xE6\x97\xA5 \xF0\x9F\x9A\x80").toBase64()
+            << QString::fromUtf8("found 2.0 optional \xC3\xA4 \xE6\x97\xA5 \xF0\x9F\x9A\x80");
+        QTest::newRow("empty file") << QByteArray("2.0") << QByteArray("") << "found 2.0 optional ";
+        QTest::newRow("version with blanks around")
+            << QByteArray(" 2.0 ") << QByteArray("News").toBase64() << "found  2.0  optional News";
+        QTest::newRow("up to date")
+            << QByteArray("1.0") << QByteArray("News").toBase64() << "up to date";
+    }
+
+    void changelogIsTaken()
+    {
+        QFETCH(QByteArray, version);
+        QFETCH(QByteArray, contents);
+        QFETCH(QString, expected);
+        const FakeUpdater updater(reporting(report(version)));
+        files::write(changelogFile(version.trimmed()), contents);
+        QCOMPARE(outcome(updater.host()), QStringList{expected});
+        QVERIFY(!QFile::exists(changelogFile(version.trimmed())));
+    }
+
+    void withoutAChangelogThereIsNone()
+    {
+        const FakeUpdater updater(reporting(report("2.0")));
+        QCOMPARE(outcome(updater.host()), QStringList{"found 2.0 optional "});
+    }
+
+    /// The server's word must not choose which file is read and removed.
+    void versionNamesNoFileInAnotherDirectory()
+    {
+        const FakeUpdater updater(reporting(report("a/../2.0")));
+        const QString dir = QDir(QDir::tempPath()).filePath("velmora_cl_a");
+        files::makeDirectory(dir);
+        const QString file = QDir(QDir::tempPath()).filePath("2.0.dat");
+        files::write(file, QByteArray("private").toBase64());
+        const QStringList told = outcome(updater.host());
+        const bool stays = QFile::remove(file);
+        QDir().rmdir(dir);
+        QCOMPARE(told, QStringList{"found a/../2.0 optional "});
+        QVERIFY(stays);
+    }
+
+    void changelogComesFromTheRealUpdater()
+    {
+        HttpServer server;
+        server.serve("/index.txt",
+                     HttpReply::ok("<Editor>\n\t<version>2.0</version>\n\t<required>true</required>"
+                                   "\n\t<changelog>" +
+                                   QByteArray("\xC3\xA4\n").toBase64() +
+                                   "</changelog>\n</Editor>\n"));
+        HostInfo info = FakeUpdater("").host();
+        info.updater = UPDATER_EXECUTABLE;
+        info.url = server.url("/index.txt");
+        QCOMPARE(outcome(info), QStringList{QString::fromUtf8("found 2.0 required \xC3\xA4\n")});
+    }
+
+    // ---- Updaters that fail
+
+    void updaterThatFails_data()
+    {
+        QTest::addColumn<QByteArray>("commands");
+        QTest::addColumn<QString>("expected");
+        const QByteArray found = reporting(report("2.0"));
+        QTest::newRow("exit status 1") << found + "exit 1"
+                                       << "failed: The check did not finish.";
+        QTest::newRow("crash") << found + "kill -KILL $$"
+                               << "failed: The check did not finish.";
+    }
+
+    void updaterThatFails()
+    {
+        QFETCH(QByteArray, commands);
+        QFETCH(QString, expected);
+        const FakeUpdater updater(commands);
+        QCOMPARE(outcome(updater.host()), QStringList{expected});
+    }
+
+    void updaterThatDoesNotStart_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::newRow("missing") << "/nowhere/updater";
+        QTest::newRow("not executable") << "/dev/null";
+        QTest::newRow("no path") << "";
+    }
+
+    void updaterThatDoesNotStart()
+    {
+        QFETCH(QString, path);
+        HostInfo info;
+        info.updater = path;
+        UpdateCheck check(info);
+        QCOMPARE(outcome(check), QStringList{"failed: The updater does not start."});
+        QVERIFY(!check.isRunning());
+        QCOMPARE(outcome(check), QStringList{"failed: The updater does not start."});
+        QVERIFY(!check.startUpdate());
+    }
+
+    void segmentThatCannotBeMadeIsTold()
+    {
+        const FakeUpdater updater(tellingKey);
+        QStringList told;
+        {
+            const TestDir locked;
+            const ScopedMode mode(locked.path(), 0500);
+            const EnforcedPermissions permissions;
+            if (!permissions.active())
+                QSKIP(NO_PERMISSIONS);
+            const ScopedTmpDir tmp(locked.path());
+            told = outcome(updater.host());
+        }
+        QCOMPARE(told.size(), 1);
+        QVERIFY2(told.first().startsWith("failed: QSharedMemory"), qPrintable(told.first()));
+        QVERIFY(!QFile::exists(updater / "key"));
+    }
+
+    // ---- The time limit
+
+    void updaterThatHangsIsEnded()
+    {
+        const FakeUpdater updater(hanging);
+        UpdateCheck check(updater.host());
+        check.setTimeLimit(100);
+        QCOMPARE(outcome(check), QStringList{"failed: The check took too long."});
+        if (QFileInfo::exists("/proc/self"))
+            QCOMPARE(processes::children(), QList<qint64>());
+
+        // The next check starts from the beginning.
+        check.setTimeLimit(patience);
+        updater.become("exit 1");
+        QCOMPARE(outcome(check), QStringList{"failed: The check did not finish."});
+        updater.become(reporting(report("2.0")));
+        QCOMPARE(outcome(check), QStringList{"found 2.0 optional "});
+    }
+
+    void updaterThatWaitsForASilentServerIsEnded()
+    {
+        HttpServer server;
+        server.serve("/index.txt", HttpReply::hold(HttpReply::ok("")));
+        HostInfo info = FakeUpdater("").host();
+        info.updater = UPDATER_EXECUTABLE;
+        info.url = server.url("/index.txt");
+        UpdateCheck check(info);
+        const Told told(check);
+        QVERIFY(check.start());
+        QTRY_COMPARE_WITH_TIMEOUT(server.requestsFor("/index.txt"), 1, patience);
+        check.setTimeLimit(1);
+        QTRY_COMPARE_WITH_TIMEOUT(told.lines, QStringList{"failed: The check took too long."},
+                                  patience);
+        if (QFileInfo::exists("/proc/self"))
+            QCOMPARE(processes::children(), QList<qint64>());
+    }
+
+    void timeLimitIsHalfAMinuteUnlessSet()
+    {
+        UpdateCheck check(HostInfo{});
+        QCOMPARE(check.timeLimit(), 30000);
+        check.setTimeLimit(5000);
+        QCOMPARE(check.timeLimit(), 5000);
+    }
+
+    // ---- What the host accepts
+
+    void hostRefusesVersions_data()
+    {
+        QTest::addColumn<QByteArray>("published");
+        QTest::addColumn<bool>("accepts");
+        QTest::addColumn<QStringList>("asked");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("accepted") << QByteArray("2.0") << true << QStringList{"2.0"}
+                                  << "found 2.0 required News";
+        QTest::newRow("refused") << QByteArray("0.9") << false << QStringList{"0.9"}
+                                 << "failed: Version 0.9 is not accepted.";
+        QTest::newRow("installed") << QByteArray("1.0") << false << QStringList() << "up to date";
+        QTest::newRow("unreadable") << QByteArray() << true << QStringList() << unreadable;
+    }
+
+    void hostRefusesVersions()
+    {
+        QFETCH(QByteArray, published);
+        QFETCH(bool, accepts);
+        QFETCH(QStringList, asked);
+        QFETCH(QString, expected);
+        const FakeUpdater updater(reporting(report(published, '1')));
+        if (!published.isEmpty())
+            files::write(changelogFile(published), QByteArray("News").toBase64());
+        QStringList askedFor;
+        UpdateCheck check(updater.host());
+        check.setAccepts([&](const QString& version) {
+            askedFor.append(version);
+            return accepts;
+        });
+        QCOMPARE(outcome(check), QStringList{expected});
+        QCOMPARE(askedFor, asked);
+    }
+
+    // ---- One check after the other, and several at once
+
+    void secondStartDoesNotDisturbTheFirst()
+    {
+        const FakeUpdater updater("echo >>\"$dir/starts\"\n" + tellingKey + waiting +
+                                  reporting(report("2.0")));
+        UpdateCheck check(updater.host());
+        const Told told(check);
+        QVERIFY(!check.isRunning());
+        QVERIFY(check.start());
+        QVERIFY(check.isRunning());
+        QVERIFY(!check.start());
+        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(updater / "key"), patience);
+        QVERIFY(!check.start());
+        files::write(updater / "go", "");
+        QTRY_COMPARE_WITH_TIMEOUT(told.lines, QStringList{"found 2.0 optional "}, patience);
+        QVERIFY(!check.isRunning());
+        QCOMPARE(files::read(updater / "starts"), QByteArray("\n"));
+    }
+
+    void checkIsOverWhenItsResultIsTold_data()
+    {
+        QTest::addColumn<QByteArray>("published");
+        QTest::newRow("found") << QByteArray("2.0");
+        QTest::newRow("up to date") << QByteArray("1.0");
+        QTest::newRow("failed") << QByteArray();
+    }
+
+    void checkIsOverWhenItsResultIsTold()
+    {
+        QFETCH(QByteArray, published);
+        const FakeUpdater updater(reporting(report(published)));
+        UpdateCheck check(updater.host());
+        QList<bool> startedAgain;
+        const auto again = [&] {
+            if (startedAgain.isEmpty())
+                startedAgain.append(check.start());
+        };
+        connect(&check, &UpdateCheck::versionFound, &check, again);
+        connect(&check, &UpdateCheck::upToDate, &check, again);
+        connect(&check, &UpdateCheck::failed, &check, again);
+        const Told told(check);
+        QVERIFY(check.start());
+        QTRY_COMPARE_WITH_TIMEOUT(told.lines.size(), 2, patience);
+        QCOMPARE(startedAgain, QList<bool>{true});
+        QCOMPARE(told.lines.first(), told.lines.last());
+    }
+
+    void checkMayBeDeletedByWhoHearsTheResult_data()
+    {
+        QTest::addColumn<QByteArray>("commands");
+        QTest::newRow("found") << reporting(report("2.0"));
+        QTest::newRow("up to date") << reporting(report("1.0"));
+        QTest::newRow("failed") << QByteArray("exit 1");
+    }
+
+    void checkMayBeDeletedByWhoHearsTheResult()
+    {
+        QFETCH(QByteArray, commands);
+        const FakeUpdater updater(commands);
+        auto check = std::make_unique<UpdateCheck>(updater.host());
+        const auto remove = [&] {
+            check.reset();
+        };
+        connect(check.get(), &UpdateCheck::versionFound, this, remove);
+        connect(check.get(), &UpdateCheck::upToDate, this, remove);
+        connect(check.get(), &UpdateCheck::failed, this, remove);
+        QVERIFY(check->start());
+        QTRY_VERIFY_WITH_TIMEOUT(!check, patience);
+    }
+
+    void checksHaveKeysOfTheirOwn()
+    {
+        const FakeUpdater one(tellingKey + waiting + reporting(report("2.0")));
+        const FakeUpdater two(tellingKey + waiting + reporting(report("3.0")));
+        UpdateCheck checkOne(one.host());
+        UpdateCheck checkTwo(two.host());
+        const Told toldOne(checkOne);
+        const Told toldTwo(checkTwo);
+        QVERIFY(checkOne.start());
+        QVERIFY(checkTwo.start());
+        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(one / "key") && QFile::exists(two / "key"),
+                                 patience);
+        const QByteArray firstKey = files::read(one / "key");
+        QVERIFY(firstKey != files::read(two / "key"));
+        files::write(one / "go", "");
+        files::write(two / "go", "");
+        QTRY_COMPARE_WITH_TIMEOUT(toldOne.lines, QStringList{"found 2.0 optional "}, patience);
+        QTRY_COMPARE_WITH_TIMEOUT(toldTwo.lines, QStringList{"found 3.0 optional "}, patience);
+
+        // A late report of the first must not be taken for one of the next.
+        QCOMPARE(outcome(checkOne), QStringList{"found 2.0 optional "});
+        QVERIFY(firstKey != files::read(one / "key"));
+    }
+
+    void segmentGoesWithTheCheck()
+    {
+        const FakeUpdater updater(tellingKey + reporting(report("2.0")));
+        UpdateCheck check(updater.host());
+        QCOMPARE(outcome(check), QStringList{"found 2.0 optional "});
+        QVERIFY(
+            !HostProcess::segmentExists(QString::fromUtf8(files::read(updater / "key")).trimmed()));
+    }
+
+    void checkThatIsDeletedEndsItsUpdater()
+    {
+        const FakeUpdater updater(tellingKey + hanging);
+        auto check = std::make_unique<UpdateCheck>(updater.host());
+        const Told told(*check);
+        QVERIFY(check->start());
+        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(updater / "key"), patience);
+        const Messages messages;
+        check.reset();
+        // The toolkit warns of a process that is still there.
+        QCOMPARE(messages.all().size(), 0);
+        if (QFileInfo::exists("/proc/self"))
+            QCOMPARE(processes::children(), QList<qint64>());
+        QCoreApplication::processEvents();
+        QCOMPARE(told.lines, QStringList());
+    }
+
+    // ---- The update
+
+    void updateIsStartedAsAProcessOfItsOwn()
+    {
+        const FakeUpdater updater("IFS='|'; echo \"$*\" >\"$dir/part\"\n" + waiting +
+                                  "mv \"$dir/part\" \"$dir/arguments\"");
+        HostInfo info = updater.host();
+        info.baseDir = "/nowhere/Text Editor.app";
+        {
+            const UpdateCheck check(info);
+            QVERIFY(check.startUpdate());
+        }
+        if (QFileInfo::exists("/proc/self"))
+            QCOMPARE(processes::children(), QList<qint64>());
+        files::write(updater / "go", "");
+        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(updater / "arguments"), patience);
+        QCOMPARE(QString::fromUtf8(files::read(updater / "arguments")).trimmed().split('|'),
+                 QStringList({"-u", "-n", info.name, "-d", info.baseDir, "-v", info.version, "-l",
+                              info.url, "-x", info.exe}));
+    }
+};
+
+UPDATER_TEST_MAIN_IN(PrivateIpcEnvironment, TestUpdateCheck)
+#include "tst_UpdateCheck.moc"

@@ -1,0 +1,200 @@
+// The host kit as others get it: installed, found by a project of its own (host_kit_consumer), and
+// used there to check for a release and to have it installed by the real updater.
+
+#include "tests/support/HttpServer.h"
+#include "tests/support/RelaunchedProgram.h"
+#include "tests/support/Release.h"
+#include "tests/support/TestMain.h"
+
+#include <QProcess>
+
+namespace {
+
+constexpr int buildPatience = 120000;
+constexpr int patience = 30000;
+const QString sourceDir = QStringLiteral(SOURCE_DIR);
+const QString exeName = QStringLiteral("Contents/MacOS/Viewer");
+const QString updaterName = QStringLiteral("Contents/MacOS/updater");
+
+/// Runs cmake with @p arguments.
+/// @return Nothing when that succeeds, else what it has printed.
+QByteArray cmakeFailure(const QStringList& arguments)
+{
+    QProcess process;
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.remove("DESTDIR");
+    process.setProcessEnvironment(environment);
+    process.start(CMAKE_EXECUTABLE, arguments);
+    if (process.waitForFinished(buildPatience) && process.exitStatus() == QProcess::NormalExit &&
+        process.exitCode() == 0)
+        return QByteArray();
+    return "cmake " + arguments.join(' ').toLocal8Bit() + '\n' + process.readAll();
+}
+
+/// Returns the part of a document that shows the file @p path.
+QByteArray block(const char* language, const QString& path)
+{
+    return QByteArray("```") + language + '\n' + files::read(path) + "```\n";
+}
+
+} // namespace
+
+class TestHostKit : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QByteArray failure = cmakeFailure(
+            {"--install", BUILD_DIR, "--component", "host-kit", "--prefix", m_dir / "prefix"});
+        QVERIFY2(failure.isEmpty(), failure.constData());
+        failure =
+            cmakeFailure({"-S", sourceDir + "/tests/host_kit_consumer", "-B", m_dir / "build", "-G",
+                          GENERATOR, "-DQT_MAJOR=" + QString::number(QT_VERSION_MAJOR),
+                          "-DCMAKE_PREFIX_PATH=" + (m_dir / "prefix"),
+                          "-DCMAKE_CXX_COMPILER=" CXX_COMPILER, "-DCMAKE_BUILD_TYPE=" BUILD_TYPE,
+                          "-DCMAKE_CXX_FLAGS=-Wall -Wextra -Werror " CXX_FLAGS});
+        QVERIFY2(failure.isEmpty(), failure.constData());
+        failure = cmakeFailure({"--build", m_dir / "build"});
+        QVERIFY2(failure.isEmpty(), failure.constData());
+    }
+
+    void init()
+    {
+        m_server = std::make_unique<HttpServer>();
+        m_program = std::make_unique<RelaunchedProgram>();
+        m_program->letEnd();
+    }
+
+    /// By its component alone: "install" has what an installation without one leaves.
+    void installedFiles()
+    {
+        const QString name = QStringLiteral("UpdaterHost-Qt%1").arg(QT_VERSION_MAJOR);
+        const QString dir = QStringLiteral(LIBRARY_DIR "/cmake/") + name + '/' + name;
+        QStringList installed;
+        const QStringList all = files::list(m_dir / "prefix");
+        for (const QString& file : all) {
+            // Not what is named after the kind of build.
+            if (!file.endsWith('/') && !file.contains("Targets-"))
+                installed.append(file);
+        }
+        QStringList expected{"include/UpdaterHost/UpdateCheck.h", dir + "Config.cmake",
+                             dir + "ConfigVersion.cmake", dir + "Targets.cmake",
+                             QStringLiteral(LIBRARY_DIR "/lib") + name + ".a"};
+        expected.sort();
+        QCOMPARE(installed, expected);
+    }
+
+    void needsNothingButTheCoreOfTheToolkit()
+    {
+        const QString name = QStringLiteral("UpdaterHost-Qt%1").arg(QT_VERSION_MAJOR);
+        const QByteArray targets =
+            files::read(m_dir / (QStringLiteral("prefix/" LIBRARY_DIR "/cmake/") + name + '/' +
+                                 name + "Targets.cmake"));
+        QVERIFY(targets.contains(QStringLiteral("INTERFACE_LINK_LIBRARIES \"Qt%1::Core\"\n")
+                                     .arg(QT_VERSION_MAJOR)
+                                     .toLatin1()));
+        QVERIFY(!targets.contains(BUILD_DIR));
+        QVERIFY(!targets.contains(SOURCE_DIR));
+    }
+
+    void documentShowsTheProjectThatIsTested()
+    {
+        const QByteArray document = files::read(sourceDir + "/docs/host-kit.md");
+        const QString project = sourceDir + "/tests/host_kit_consumer";
+        QVERIFY(document.contains(block("cmake", project + "/CMakeLists.txt")));
+        QVERIFY(document.contains(block("cpp", project + "/main.cpp")));
+    }
+
+    void viewerTellsWhatItFinds_data()
+    {
+        QTest::addColumn<QString>("installed");
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QByteArray>("output");
+        QTest::newRow("up to date") << "2.0"
+                                    << "/viewer/index.txt" << 0 << QByteArray("up to date\n");
+        QTest::newRow("lower version")
+            << "10.0"
+            << "/viewer/index.txt" << 1 << QByteArray("no check: Version 2.0 is not accepted.\n");
+        QTest::newRow("no version file")
+            << "1.0"
+            << "/missing" << 1
+            << QByteArray("no check: The published version could not be read.\n");
+    }
+
+    void viewerTellsWhatItFinds()
+    {
+        QFETCH(QString, installed);
+        QFETCH(QString, path);
+        QFETCH(int, exitCode);
+        QFETCH(QByteArray, output);
+        const TestDir dir;
+        publish(dir);
+        layViewer(dir);
+        const Tree before = release::read(dir / "Viewer.app");
+        QProcess viewer;
+        viewer.start(dir / ("Viewer.app/" + exeName), {installed, m_server->url(path)});
+        QTRY_COMPARE_WITH_TIMEOUT(viewer.state(), QProcess::NotRunning, patience);
+        QCOMPARE(viewer.readAllStandardOutput(), output);
+        QCOMPARE(viewer.exitCode(), exitCode);
+        QCOMPARE(release::differences(release::read(dir / "Viewer.app"), before), QStringList());
+    }
+
+    void viewerUpdatesItself()
+    {
+        const TestDir dir;
+        publish(dir);
+        layViewer(dir);
+        QProcess viewer;
+        viewer.start(dir / ("Viewer.app/" + exeName), {"1.0", m_server->url("/viewer/index.txt")});
+        QTRY_COMPARE_WITH_TIMEOUT(viewer.state(), QProcess::NotRunning, patience);
+        QCOMPARE(viewer.readAllStandardOutput(), QByteArray("found 2.0, required\nNews\n"));
+        QCOMPARE(viewer.exitCode(), 0);
+
+        const QString record =
+            QStringLiteral("Viewer 2.0|%1|").arg(dir / "Viewer.app/Contents/MacOS");
+        QTRY_COMPARE_WITH_TIMEOUT(m_program->starts(), QStringList{record}, patience);
+        Tree expected = release::read(dir / "release");
+        expected.remove("index.txt");
+        QCOMPARE(release::differences(release::read(dir / "Viewer.app"), expected), QStringList());
+        QTRY_COMPARE_WITH_TIMEOUT(m_program->ends(), QStringList{"Viewer 2.0"}, patience);
+    }
+
+private:
+    /// Describes Viewer 2.0 and serves it.
+    void publish(const TestDir& dir) const
+    {
+        release::lay({{exeName, m_program->script("Viewer 2.0")},
+                      {updaterName, files::read(UPDATER_EXECUTABLE)},
+                      {"Contents/Resources/about.txt", "Viewer 2.0\n"}},
+                     dir / "release");
+        files::write(dir / "CHANGES.txt", "News\n");
+        release::describe(dir / "release", "Viewer", "2.0",
+                          {"-r", "--changelog", dir / "CHANGES.txt"});
+        const Tree tree = release::read(dir / "release");
+        for (auto file = tree.begin(); file != tree.end(); ++file)
+            m_server->serve("/viewer/" + file.key(), HttpReply::ok(file.value()));
+    }
+
+    /// Installs the Viewer that was built with the kit, as version 1.0.
+    void layViewer(const TestDir& dir) const
+    {
+        const QString app = dir / "Viewer.app/";
+        release::lay({{exeName, files::read(m_dir / "build/viewer")},
+                      {updaterName, files::read(UPDATER_EXECUTABLE)},
+                      {"Contents/Resources/about.txt", "Viewer 1.0\n"}},
+                     app);
+        files::setMode(app + exeName, 0755);
+        files::setMode(app + updaterName, 0755);
+    }
+
+    const TestDir m_dir;
+    std::unique_ptr<HttpServer> m_server;
+    std::unique_ptr<RelaunchedProgram> m_program;
+};
+
+UPDATER_TEST_MAIN(TestHostKit)
+#include "tst_hostkit.moc"
