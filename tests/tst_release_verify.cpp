@@ -258,10 +258,11 @@ private Q_SLOTS:
         QCOMPARE(Verified(release.url()).withoutReasons(),
                  QStringList({"sub/a: served in another encoding (gzip)", "sub/a: has 900 bytes"}));
 
+        // The version file may come packed: it is text, and nothing is installed of it.
         const HttpReply index = HttpReply::gzipped(tree::versionFile(release.data).toUtf8());
         release.server.serve("/1/index.txt", index);
-        QCOMPARE(Verified(release.url()).withoutReasons().constFirst(),
-                 release.url() + ": served in another encoding (gzip)");
+        QCOMPARE(Verified(release.url()).withoutReasons(),
+                 QStringList({"sub/a: served in another encoding (gzip)", "sub/a: has 900 bytes"}));
     }
 
     void brokenTransferIsFound_data()

@@ -1,6 +1,7 @@
 // The whole road over https: a release served by nginx under a certificate that the updater trusts,
 // and under several that it must refuse.
 
+#include "tests/support/Authority.h"
 #include "tests/support/HostProcess.h"
 #include "tests/support/Nginx.h"
 #include "tests/support/RelaunchedProgram.h"
@@ -11,77 +12,13 @@
 #include <QStandardPaths>
 
 #include <memory>
-#include <unistd.h>
 
 namespace {
 
 const char* const exeName = "Contents/MacOS/Editor";
 
-/// Where the toolkit looks for the authorities that the system trusts.
-const char* const systemAuthorities = "/etc/ssl/certs";
-
-/// Runs @p command; the test program ends when it fails.
-void mustRun(QStringList command)
-{
-    const QString line = command.join(' ');
-    const QString program = command.takeFirst();
-    QProcess process;
-    process.setProcessChannelMode(QProcess::MergedChannels);
-    process.start(program, command);
-    if (!process.waitForFinished() || process.exitStatus() != QProcess::NormalExit ||
-        process.exitCode() != 0)
-        qFatal("test fixture: %s: %s", qPrintable(line), process.readAll().constData());
-}
-
 /// What is wrong with a certificate.
 enum class Flaw { None, OtherAuthority, SelfSigned, Expired, NotYetValid, OtherName };
-
-/// A certificate authority in a directory of its own.
-class Authority
-{
-public:
-    explicit Authority(const QString& name) : m_name(name)
-    {
-        files::write(m_dir / "index", "");
-        files::write(m_dir / "serial", "01\n");
-        files::write(m_dir / "ca.conf", QByteArray("[ca]\n"
-                                                   "default_ca = own\n"
-                                                   "[own]\n"
-                                                   "database = @dir/index\n"
-                                                   "serial = @dir/serial\n"
-                                                   "new_certs_dir = @dir\n"
-                                                   "default_md = sha256\n"
-                                                   "unique_subject = no\n"
-                                                   "policy = any\n"
-                                                   "copy_extensions = copy\n"
-                                                   "[any]\n"
-                                                   "commonName = supplied\n")
-                                            .replace("@dir", QFile::encodeName(m_dir.path())));
-        mustRun({"openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt",
-                 "ec_paramgen_curve:prime256v1", "-nodes", "-days", "2", "-subj", "/CN=" + name,
-                 "-keyout", m_dir / "ca.key", "-out", certificate()});
-    }
-
-    QString certificate() const { return m_dir / "ca.pem"; }
-
-    /// Makes a server's certificate that is valid for @p host from @p begin to @p end.
-    ServerCertificate issue(const QString& host, const char* begin, const char* end) const
-    {
-        const QString request = m_dir / "server.csr";
-        const ServerCertificate server{m_dir / "server.pem", m_dir / "server.key"};
-        mustRun({"openssl", "req", "-new", "-newkey", "ec", "-pkeyopt",
-                 "ec_paramgen_curve:prime256v1", "-nodes", "-subj", "/CN=" + m_name + " server",
-                 "-addext", "subjectAltName=" + host, "-keyout", server.key, "-out", request});
-        mustRun({"openssl", "ca", "-batch", "-notext", "-config", m_dir / "ca.conf", "-cert",
-                 certificate(), "-keyfile", m_dir / "ca.key", "-startdate", begin, "-enddate", end,
-                 "-in", request, "-out", server.certificate});
-        return server;
-    }
-
-private:
-    const QString m_name;
-    const TestDir m_dir;
-};
 
 ServerCertificate selfSigned(const TestDir& dir)
 {
@@ -90,28 +27,6 @@ ServerCertificate selfSigned(const TestDir& dir)
              "-nodes", "-days", "2", "-subj", "/CN=127.0.0.1", "-addext",
              "subjectAltName=IP:127.0.0.1", "-keyout", server.key, "-out", server.certificate});
     return server;
-}
-
-/// The command under which the directory @p authorities lies where the system's lies, for the
-/// process that is started and for no other. Nothing where that is not allowed.
-std::optional<QStringList> commandTrusting(const QString& authorities)
-{
-    const QString script = QStringLiteral("mount --bind '%1' %2 && exec \"$0\" \"$@\"")
-                               .arg(authorities)
-                               .arg(systemAuthorities);
-    QStringList command{"unshare", "--mount"};
-    if (::geteuid() != 0)
-        command.append("--map-root-user");
-    command << "sh"
-            << "-c" << script;
-
-    QStringList trial = command.mid(1) + QStringList{"true"};
-    QProcess process;
-    process.start(command.first(), trial);
-    if (!process.waitForFinished() || process.exitStatus() != QProcess::NormalExit ||
-        process.exitCode() != 0)
-        return std::nullopt;
-    return command;
 }
 
 Tree publishedTree(const RelaunchedProgram& program)
@@ -137,12 +52,9 @@ private Q_SLOTS:
         if (QStandardPaths::findExecutable("openssl").isEmpty())
             QSKIP("openssl is not installed");
         m_other = std::make_unique<Authority>("Other authority");
-        // As the tools do it: certificates found by a digest of their name.
         m_trusted = std::make_unique<Authority>("Trusted authority");
-        m_authorities = std::make_unique<TestDir>();
-        QFile::copy(m_trusted->certificate(), *m_authorities / "trusted.pem");
-        mustRun({"openssl", "rehash", m_authorities->path()});
-        const auto command = commandTrusting(m_authorities->path());
+        m_trustStore = std::make_unique<TrustStore>(*m_trusted);
+        const auto command = m_trustStore->command();
         if (!command)
             QSKIP("no private mount namespace is allowed here");
         m_command = *command;
@@ -281,7 +193,7 @@ private:
 
     std::unique_ptr<Authority> m_trusted;
     std::unique_ptr<Authority> m_other;
-    std::unique_ptr<TestDir> m_authorities;
+    std::unique_ptr<TrustStore> m_trustStore;
     QStringList m_command;
     std::unique_ptr<TestDir> m_scene;
     std::unique_ptr<RelaunchedProgram> m_program;

@@ -26,6 +26,26 @@ quint16 freePort()
     return server.serverPort();
 }
 
+/// A server that does nothing but serve the files below @p root.
+QByteArray plainSite(const QString& root, const std::optional<ServerCertificate>& certificate,
+                     quint16 port)
+{
+    QByteArray tls;
+    if (certificate)
+        tls = "    ssl_certificate " + QFile::encodeName(certificate->certificate) +
+              ";\n    ssl_certificate_key " + QFile::encodeName(certificate->key) + ";\n";
+    return QByteArray("  default_type application/octet-stream;\n"
+                      "  server {\n"
+                      "    listen 127.0.0.1:@port@ssl;\n"
+                      "@tls"
+                      "    root @root;\n"
+                      "  }\n")
+        .replace("@ssl", certificate ? " ssl" : "")
+        .replace("@tls", tls)
+        .replace("@root", QFile::encodeName(root))
+        .replace("@port", QByteArray::number(port));
+}
+
 } // namespace
 
 bool Nginx::isInstalled()
@@ -34,11 +54,16 @@ bool Nginx::isInstalled()
 }
 
 Nginx::Nginx(const QString& root, const std::optional<ServerCertificate>& certificate)
-    : m_certificate(certificate)
+    : Nginx(certificate ? "https" : "http",
+            [=](quint16 port) { return plainSite(root, certificate, port); })
+{
+}
+
+Nginx::Nginx(const QString& scheme, const Site& site) : m_scheme(scheme), m_site(site)
 {
     // Another process may take the port between our look and nginx's start.
     for (int attempt = 0; attempt < 5; ++attempt) {
-        if (start(root))
+        if (start())
             return;
     }
     qFatal("test fixture: cannot start nginx: %s", m_process.readAll().constData());
@@ -51,10 +76,7 @@ Nginx::~Nginx()
 
 QString Nginx::url(const QString& path) const
 {
-    return QStringLiteral("%1://127.0.0.1:%2%3")
-        .arg(m_certificate ? QLatin1String("https") : QLatin1String("http"))
-        .arg(m_port)
-        .arg(path);
+    return QStringLiteral("%1://127.0.0.1:%2%3").arg(m_scheme).arg(m_port).arg(path);
 }
 
 QStringList Nginx::requests() const
@@ -70,10 +92,10 @@ QStringList Nginx::requests() const
     return paths;
 }
 
-bool Nginx::start(const QString& root)
+bool Nginx::start()
 {
     m_port = freePort();
-    files::write(m_dir / "nginx.conf", configuration(root));
+    files::write(m_dir / "nginx.conf", configuration());
     m_process.setProcessChannelMode(QProcess::MergedChannels);
     m_process.start(executable(), {"-e", m_dir / "error.log", "-c", m_dir / "nginx.conf"});
     m_process.waitForStarted();
@@ -89,12 +111,8 @@ bool Nginx::start(const QString& root)
     return false;
 }
 
-QByteArray Nginx::configuration(const QString& root) const
+QByteArray Nginx::configuration() const
 {
-    QByteArray tls;
-    if (m_certificate)
-        tls = "    ssl_certificate " + QFile::encodeName(m_certificate->certificate) +
-              ";\n    ssl_certificate_key " + QFile::encodeName(m_certificate->key) + ";\n";
     // One process, without a master: it runs as the user of the test, who may read the files.
     return QByteArray("daemon off;\n"
                       "master_process off;\n"
@@ -109,18 +127,10 @@ QByteArray Nginx::configuration(const QString& root) const
                       "  fastcgi_temp_path @dir/fastcgi;\n"
                       "  uwsgi_temp_path @dir/uwsgi;\n"
                       "  scgi_temp_path @dir/scgi;\n"
-                      "  default_type application/octet-stream;\n"
-                      "  server {\n"
-                      "    listen 127.0.0.1:@port@ssl;\n"
-                      "@tls"
-                      "    root @root;\n"
-                      "  }\n"
+                      "@site"
                       "}\n")
-        .replace("@ssl", m_certificate ? " ssl" : "")
-        .replace("@tls", tls)
         .replace("@dir", QFile::encodeName(m_dir.path()))
-        .replace("@root", QFile::encodeName(root))
-        .replace("@port", QByteArray::number(m_port));
+        .replace("@site", m_site(m_port));
 }
 
 void Nginx::stop()

@@ -6,6 +6,7 @@
 
 #include <QProcess>
 
+#include <functional>
 #include <optional>
 
 /// What a server shows of itself, as paths of PEM files.
@@ -27,6 +28,12 @@ public:
     /// ends when nginx cannot be started.
     explicit Nginx(const QString& root,
                    const std::optional<ServerCertificate>& certificate = std::nullopt);
+
+    /// Serves over @p scheme what a configuration says: @p site returns the inside of "http" for a
+    /// port of 127.0.0.1.
+    using Site = std::function<QByteArray(quint16 port)>;
+    Nginx(const QString& scheme, const Site& site);
+
     ~Nginx();
     Q_DISABLE_COPY(Nginx)
 
@@ -40,12 +47,13 @@ public:
     qint64 pid() const { return m_process.processId(); }
 
 private:
-    bool start(const QString& root);
-    QByteArray configuration(const QString& root) const;
+    bool start();
+    QByteArray configuration() const;
     void stop();
     bool get(const QString& path) const;
 
-    const std::optional<ServerCertificate> m_certificate;
+    const QString m_scheme;
+    const Site m_site;
     TestDir m_dir;
     quint16 m_port = 0;
     QProcess m_process;

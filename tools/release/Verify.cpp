@@ -38,6 +38,10 @@ QString failureOf(const QNetworkReply& reply, int timeout)
     return QString();
 }
 
+/// What a server may pack a body in. The updater unpacks whatever comes, which is fine for a
+/// version file; but a packed file of a release is easily taken for the packed form of another one.
+enum class Encoding { None, Any };
+
 /// Fetches one URL after the other.
 class Fetcher
 {
@@ -47,7 +51,7 @@ public:
 
     /// Fetches @p url, which findings name as @p where.
     /// @return The body as the updater sees it, or nothing when the updater would not get one.
-    std::optional<QByteArray> fetch(const QUrl& url, const QString& where);
+    std::optional<QByteArray> fetch(const QUrl& url, const QString& where, Encoding encoding);
 
 private:
     const int m_timeout;
@@ -55,7 +59,7 @@ private:
     QNetworkAccessManager m_manager;
 };
 
-std::optional<QByteArray> Fetcher::fetch(const QUrl& url, const QString& where)
+std::optional<QByteArray> Fetcher::fetch(const QUrl& url, const QString& where, Encoding encoding)
 {
     QNetworkRequest request = toolkit::networkRequest(url);
     request.setTransferTimeout(m_timeout * 1000);
@@ -70,7 +74,7 @@ std::optional<QByteArray> Fetcher::fetch(const QUrl& url, const QString& where)
         m_output.finding(where, failure);
         return std::nullopt;
     }
-    if (reply->hasRawHeader("Content-Encoding"))
+    if (encoding == Encoding::None && reply->hasRawHeader("Content-Encoding"))
         m_output.finding(
             where, QStringLiteral("served in another encoding (%1); what the updater checks and "
                                   "installs is what it makes of that")
@@ -99,7 +103,7 @@ void compare(const QByteArray& body, const ProgramFile& file, Output& output)
 void verify(const QString& url, const QString& program, int timeout, Output& output)
 {
     Fetcher fetcher(timeout, output);
-    const std::optional<QByteArray> bytes = fetcher.fetch(QUrl(url), url);
+    const std::optional<QByteArray> bytes = fetcher.fetch(QUrl(url), url, Encoding::Any);
     if (!bytes)
         return;
     const QString name = program.isEmpty() ? programNameIn(*bytes) : program;
@@ -116,7 +120,8 @@ void verify(const QString& url, const QString& program, int timeout, Output& out
     qsizetype step = 0;
     for (const ProgramFile& file : data->files) {
         output.progress(++step, data->files.size());
-        const std::optional<QByteArray> body = fetcher.fetch(QUrl(baseUrl + file.name), file.name);
+        const std::optional<QByteArray> body =
+            fetcher.fetch(QUrl(baseUrl + file.name), file.name, Encoding::None);
         if (body)
             compare(*body, file, output);
     }

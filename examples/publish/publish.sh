@@ -1,0 +1,76 @@
+#!/usr/bin/env bash
+# Publishes a release for the updater in a directory that a web server serves (see nginx.conf).
+set -euo pipefail
+umask 022
+
+usage() {
+  cat <<'TEXT'
+usage: publish.sh [-r] [--changelog FILE] NAME VERSION TREE DEST
+       publish.sh --rollback VERSION DEST
+
+Copies TREE to DEST/releases/VERSION, describes it there as VERSION of the program NAME, and then
+makes the link DEST/current, which the web server serves, lead to it. TREE stays as it is.
+  -r                  users must not stay behind: a required update
+  --changelog FILE    what is new, for the users
+  --rollback VERSION  make DEST/current lead to VERSION, which was published before
+Environment:
+  UPDATER             describes the release (default: updater)
+  UPDATER_RELEASE     looks at TREE first, with "lint", if it is there (default: updater-release)
+TEXT
+}
+
+die() { printf 'publish.sh: %s\n' "$*" >&2 && exit 1; }
+
+# Renaming replaces the old link in one step: at every moment there is a release to serve.
+switch_to() {
+  ln -sfn "releases/$1" "$dest/.current.$$"
+  perl -e 'rename $ARGV[0], $ARGV[1] or die "$!\n"' "$dest/.current.$$" "$dest/current"
+  echo "$dest/current leads to $1"
+}
+
+options=() rollback=''
+while [ $# -gt 0 ]; do
+  case $1 in
+    -r) options+=(-r) ;;
+    --changelog)
+      [ -f "${2-}" ] || die "there is no changelog '${2-}'"
+      options+=("$1" "$2")
+      shift
+      ;;
+    --rollback) rollback=yes ;;
+    *) break ;;
+  esac
+  shift
+done
+case $rollback$# in
+  yes2) version=$1 dest=$2 ;;
+  4) name=$1 version=$2 tree=$3 dest=$4 ;;
+  *) usage >&2 && exit 2 ;;
+esac
+case $version in '' | .* | */*) die "'$version' cannot be the name of a directory" ;; esac
+release=$dest/releases/$version
+
+if [ -n "$rollback" ]; then
+  [ -f "$release/index.txt" ] || die "there is no release $release"
+  switch_to "$version"
+  exit
+fi
+
+[ -d "$tree" ] || die "there is no tree $tree"
+[ ! -e "$tree/index.txt" ] || die "$tree/index.txt would be listed as a file of the release"
+[ ! -e "$release" ] || die "$release is there, and a published release does not change"
+lint=${UPDATER_RELEASE:-updater-release}
+if command -v "$lint" >/dev/null; then "$lint" lint --name "$name" "$tree"; fi
+
+# Put together under a name that nobody asks for. Copies are as old as the publication: caches tell
+# releases apart by the times of their files, and builds may give every file the same time.
+mkdir -p "$dest/releases"
+new=$(mktemp -d "$dest/releases/.new.XXXXXX")
+trap 'rm -rf "$new"' EXIT
+cp -RL "$tree/." "$new"
+diff -r "$tree" "$new"
+chmod -R u+w,a+rX "$new"
+"${UPDATER:-updater}" -b -n "$name" -d "$new" -v "$version" ${options[@]+"${options[@]}"} \
+  || die "the updater cannot describe $tree"
+mv "$new" "$release"
+switch_to "$version"

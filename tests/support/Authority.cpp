@@ -1,0 +1,87 @@
+#include "tests/support/Authority.h"
+
+#include <QFile>
+#include <QProcess>
+
+#include <unistd.h>
+
+namespace {
+
+/// Where the toolkit looks for the authorities that the system trusts.
+const char* const systemAuthorities = "/etc/ssl/certs";
+
+} // namespace
+
+void mustRun(QStringList command)
+{
+    const QString line = command.join(' ');
+    const QString program = command.takeFirst();
+    QProcess process;
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    process.start(program, command);
+    if (!process.waitForFinished() || process.exitStatus() != QProcess::NormalExit ||
+        process.exitCode() != 0)
+        qFatal("test fixture: %s: %s", qPrintable(line), process.readAll().constData());
+}
+
+Authority::Authority(const QString& name) : m_name(name)
+{
+    files::write(m_dir / "index", "");
+    files::write(m_dir / "serial", "01\n");
+    files::write(m_dir / "ca.conf", QByteArray("[ca]\n"
+                                               "default_ca = own\n"
+                                               "[own]\n"
+                                               "database = @dir/index\n"
+                                               "serial = @dir/serial\n"
+                                               "new_certs_dir = @dir\n"
+                                               "default_md = sha256\n"
+                                               "unique_subject = no\n"
+                                               "policy = any\n"
+                                               "copy_extensions = copy\n"
+                                               "[any]\n"
+                                               "commonName = supplied\n")
+                                        .replace("@dir", QFile::encodeName(m_dir.path())));
+    mustRun({"openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1",
+             "-nodes", "-days", "2", "-subj", "/CN=" + name, "-keyout", m_dir / "ca.key", "-out",
+             certificate()});
+}
+
+ServerCertificate Authority::issue(const QString& host, const char* begin, const char* end) const
+{
+    const QString request = m_dir / "server.csr";
+    const ServerCertificate server{m_dir / "server.pem", m_dir / "server.key"};
+    mustRun({"openssl", "req", "-new", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1",
+             "-nodes", "-subj", "/CN=" + m_name + " server", "-addext", "subjectAltName=" + host,
+             "-keyout", server.key, "-out", request});
+    mustRun({"openssl", "ca", "-batch", "-notext", "-config", m_dir / "ca.conf", "-cert",
+             certificate(), "-keyfile", m_dir / "ca.key", "-startdate", begin, "-enddate", end,
+             "-in", request, "-out", server.certificate});
+    return server;
+}
+
+TrustStore::TrustStore(const Authority& authority)
+{
+    // As the tools do it: certificates found by a digest of their name.
+    QFile::copy(authority.certificate(), m_dir / "trusted.pem");
+    mustRun({"openssl", "rehash", m_dir.path()});
+}
+
+std::optional<QStringList> TrustStore::command() const
+{
+    const QString script = QStringLiteral("mount --bind '%1' %2 && exec \"$0\" \"$@\"")
+                               .arg(m_dir.path())
+                               .arg(systemAuthorities);
+    QStringList command{"unshare", "--mount"};
+    if (::geteuid() != 0)
+        command.append("--map-root-user");
+    command << "sh"
+            << "-c" << script;
+
+    QStringList trial = command.mid(1) + QStringList{"true"};
+    QProcess process;
+    process.start(command.first(), trial);
+    if (!process.waitForFinished() || process.exitStatus() != QProcess::NormalExit ||
+        process.exitCode() != 0)
+        return std::nullopt;
+    return command;
+}

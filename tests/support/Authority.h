@@ -1,0 +1,45 @@
+// Certificate authorities, and the command under which a process trusts one.
+#ifndef TESTS_SUPPORT_AUTHORITY_H
+#define TESTS_SUPPORT_AUTHORITY_H
+
+#include "tests/support/Files.h"
+#include "tests/support/Nginx.h"
+
+#include <optional>
+
+/// Runs @p command; the test program ends when it fails.
+void mustRun(QStringList command);
+
+/// A certificate authority in a directory of its own, made with openssl.
+class Authority
+{
+public:
+    explicit Authority(const QString& name);
+
+    /// The path of its own certificate.
+    QString certificate() const { return m_dir / "ca.pem"; }
+
+    /// Makes a server's certificate that is valid for @p host, such as "IP:127.0.0.1", from @p
+    /// begin to @p end.
+    ServerCertificate issue(const QString& host, const char* begin, const char* end) const;
+
+private:
+    const QString m_name;
+    const TestDir m_dir;
+};
+
+/// Puts one authority in the place of all those that the system trusts, for single processes.
+class TrustStore
+{
+public:
+    explicit TrustStore(const Authority& authority);
+
+    /// The command under which a program trusts the authority and no other. Nothing where that
+    /// cannot be done.
+    std::optional<QStringList> command() const;
+
+private:
+    const TestDir m_dir;
+};
+
+#endif // TESTS_SUPPORT_AUTHORITY_H

@@ -1,0 +1,590 @@
+// The publisher's road: releases that examples/publish/publish.sh lays out, served by nginx with
+// examples/publish/nginx.conf as it is shipped, and the lines of docs/releasing.md.
+
+#include "tests/support/Authority.h"
+#include "tests/support/Nginx.h"
+#include "tests/support/RelaunchedProgram.h"
+#include "tests/support/Release.h"
+#include "tests/support/SystemCalls.h"
+#include "tests/support/TestMain.h"
+#include "tests/support/UpdaterProcess.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QFileInfo>
+#include <QProcessEnvironment>
+#include <QRegularExpression>
+#include <QStandardPaths>
+
+#include <filesystem>
+#include <memory>
+
+namespace {
+
+const char* const exeName = "Contents/MacOS/Editor";
+const char* const pageName = "Contents/Resources/help.html";
+
+/// What a web server with other duties may have set for all of its sites.
+const char* const settingsOfOtherSites = "  types { text/html html; application/json json; }\n"
+                                         "  default_type text/html;\n"
+                                         "  charset utf-8;\n"
+                                         "  charset_types *;\n"
+                                         "  gzip on;\n"
+                                         "  gzip_types application/octet-stream;\n"
+                                         "  autoindex on;\n"
+                                         "  etag off;\n"
+                                         "  if_modified_since before;\n"
+                                         "  open_file_cache max=100 inactive=1h;\n"
+                                         "  open_file_cache_valid 1h;\n";
+
+/// The shipped configuration, with @p certificate and the directory @p dest filled in.
+QByteArray shippedSite(const ServerCertificate& certificate, const QString& dest, quint16 port)
+{
+    const QList<QPair<QByteArray, QByteArray>> ours{
+        {"listen 443 ssl;", "listen 127.0.0.1:" + QByteArray::number(port) + " ssl;"},
+        {"listen [::]:443 ssl;", ""},
+        {"/etc/ssl/updates.example/fullchain.pem", QFile::encodeName(certificate.certificate)},
+        {"/etc/ssl/updates.example/private.pem", QFile::encodeName(certificate.key)},
+        {"alias /srv/updates/editor/", "alias " + QFile::encodeName(dest) + "/"}};
+    QByteArray site = files::read(PUBLISH_DIR "/nginx.conf");
+    for (const auto& [placeholder, value] : ours) {
+        if (!site.contains(placeholder))
+            qFatal("test fixture: nginx.conf lacks %s", placeholder.constData());
+        site.replace(placeholder, value);
+    }
+    return settingsOfOtherSites + site;
+}
+
+/// How a command ended, and all that it said.
+struct Outcome
+{
+    int status = -1; ///< -1 when a signal ended it.
+    QString text;
+};
+
+Outcome run(QStringList command, const QMap<QString, QString>& variables = {},
+            const QString& directory = QString())
+{
+    QProcess process;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    for (auto variable = variables.begin(); variable != variables.end(); ++variable)
+        environment.insert(variable.key(), variable.value());
+    process.setProcessEnvironment(environment);
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    process.setWorkingDirectory(directory);
+    const QString program = command.takeFirst();
+    process.start(program, command);
+    Outcome outcome;
+    if (process.waitForFinished(120000) && process.exitStatus() == QProcess::NormalExit)
+        outcome.status = process.exitCode();
+    outcome.text = QString::fromLocal8Bit(process.readAll());
+    return outcome;
+}
+
+/// What a server answers.
+struct Answer
+{
+    int status = 0;
+    QMap<QByteArray, QByteArray> headers; ///< By their names in lower case.
+    QByteArray body;
+};
+
+/// Gets @p url with curl, which trusts @p authority.
+Answer get(const QString& url, const Authority& authority, const QStringList& options = {})
+{
+    const TestDir dir;
+    files::write(dir / "body", "");
+    mustRun(QStringList{"curl", "-q", "-sS", "--noproxy", "*", "--cacert", authority.certificate(),
+                        "-D", dir / "headers", "-o", dir / "body", url} +
+            options);
+    Answer answer;
+    answer.body = files::read(dir / "body");
+    const QList<QByteArray> lines = files::read(dir / "headers").split('\n');
+    answer.status = lines.first().split(' ').value(1).toInt();
+    for (const QByteArray& line : lines.mid(1)) {
+        const auto colon = line.indexOf(':');
+        if (colon > 0)
+            answer.headers.insert(line.left(colon).toLower(), line.mid(colon + 1).trimmed());
+    }
+    return answer;
+}
+
+QStringList header(const QByteArray& name, const QByteArray& value)
+{
+    return {"-H", QString::fromLatin1(name + ": " + value)};
+}
+
+/// Makes every file below @p dir as old as builds that can be repeated make theirs.
+void makeOld(const QString& dir)
+{
+    const QStringList names = files::list(dir);
+    for (const QString& name : names) {
+        QFile file(dir + '/' + name);
+        if (name.endsWith('/') || !file.open(QIODevice::ReadWrite))
+            continue;
+        file.setFileTime(QDateTime::fromSecsSinceEpoch(1000000000),
+                         QFileDevice::FileModificationTime);
+    }
+}
+
+void writeScript(const QString& path, const QByteArray& lines)
+{
+    files::write(path, "#!/bin/sh\n" + lines);
+    files::setMode(path, 0755);
+}
+
+/// The lines of the guide that the mark @p mark is before.
+QByteArray linesOfTheGuide(const QByteArray& mark)
+{
+    const QByteArray guide = files::read(RELEASING_GUIDE);
+    const QByteArray begin = mark + "\n```sh\n";
+    const auto from = guide.indexOf(begin) + begin.size();
+    const auto to = guide.indexOf("\n```\n", from);
+    if (!guide.contains(begin) || to < 0)
+        qFatal("test fixture: no such lines in the guide: %s", mark.constData());
+    return guide.mid(from, to - from);
+}
+
+} // namespace
+
+class TestPublish : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        if (!Nginx::isInstalled())
+            QSKIP("nginx is not installed");
+        for (const char* tool : {"bash", "curl", "openssl", "perl"}) {
+            if (QStandardPaths::findExecutable(tool).isEmpty())
+                QSKIP(qPrintable(QStringLiteral("%1 is not installed").arg(tool)));
+        }
+        m_authority = std::make_unique<Authority>("Authority");
+        m_trustStore = std::make_unique<TrustStore>(*m_authority);
+        m_certificate = m_authority->issue("IP:127.0.0.1", "20200101000000Z", "20480101000000Z");
+    }
+
+    void init()
+    {
+        m_scene = std::make_unique<TestDir>();
+        m_program = std::make_unique<RelaunchedProgram>();
+        files::write(tmpDir() + "/keep", ""); // Else an emptied temporary directory would go, too.
+        files::write(*m_scene / "CHANGES.txt", "News\n");
+        for (const QByteArray version : {"1.0", "2.0"}) {
+            release::lay(editor(version), tree(version));
+            makeOld(tree(version));
+        }
+    }
+
+    void cleanup() { m_program.reset(); }
+
+    void releaseIsTheTreeAndItsVersionFile()
+    {
+        files::link("help.html", tree("1.0") + "/Contents/Resources/start.html");
+        files::setMode(tree("1.0") + '/' + pageName, 0400);
+        const QStringList before = files::list(tree("1.0"));
+
+        const Variables noDisplay{
+            {"QT_QPA_PLATFORM", ""}, {"DISPLAY", ""}, {"WAYLAND_DISPLAY", ""}};
+        const Outcome outcome = publish(
+            {"-r", "--changelog", *m_scene / "CHANGES.txt", "Editor", "1.0", tree("1.0"), dest()},
+            noDisplay);
+        QCOMPARE(outcome.status, 0);
+        QVERIFY2(outcome.text.endsWith(dest() + "/current leads to 1.0\n"),
+                 qPrintable(outcome.text));
+
+        Tree published = release::read(dest() + "/current");
+        const QByteArray index = published.take("index.txt");
+        QCOMPARE(release::differences(published, release::read(tree("1.0"))), QStringList());
+        QCOMPARE(index.count("<file>"),
+                 static_cast<int>(before.filter(QRegularExpression("[^/]$")).size()));
+        QVERIFY(index.startsWith("<Editor>\n\t<version>1.0</version>\n\t<required>true</required>\n"
+                                 "\t<changelog>" +
+                                 QByteArray("News\n").toBase64() + "</changelog>\n"));
+        QVERIFY(!QFileInfo(dest() + "/current/Contents/Resources/start.html").isSymLink());
+        QCOMPARE(files::mode(dest() + "/current/" + pageName), 0644U);
+        QCOMPARE(files::mode(dest() + "/current/index.txt"), 0644U);
+        QCOMPARE(files::mode(dest() + "/releases/1.0"), 0755U);
+        // May be moved as a whole; nothing is left of the work; the tree is as it was.
+        QCOMPARE(linkOf(dest() + "/current"), QString("releases/1.0"));
+        QCOMPARE(QDir(dest()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+                 QStringList({"current", "releases"}));
+        QCOMPARE(QDir(dest() + "/releases")
+                     .entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+                 QStringList("1.0"));
+        QCOMPARE(files::list(tree("1.0")), before);
+    }
+
+    void answersHaveSafeHeaders_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<QStringList>("options"); // Of curl.
+        QTest::addColumn<QString>("expected");
+
+        const QStringList gzip{"--compressed"};
+        const QStringList byProxy = gzip + header("Via", "1.1 proxy");
+        const QString file = "200|application/octet-stream|no-cache, no-transform||";
+        const QString index = "200|text/plain|no-cache, no-transform|%1|Accept-Encoding";
+        QTest::newRow("version file") << "index.txt" << QStringList() << index.arg("");
+        QTest::newRow("version file, compressed") << "index.txt" << gzip << index.arg("gzip");
+        QTest::newRow("version file, for a cache") << "index.txt" << byProxy << index.arg("gzip");
+        QTest::newRow("file") << pageName << QStringList() << file;
+        QTest::newRow("file, to one who would unpack it") << pageName << gzip << file;
+        QTest::newRow("part of a file") << pageName << QStringList({"-r", "0-1"}) << file;
+        QTest::newRow("hidden file") << "Contents/.hidden" << QStringList() << file;
+        QTest::newRow("missing file")
+            << "none" << QStringList() << "404|text/html|no-cache, no-transform||";
+        QTest::newRow("list of a directory")
+            << "Contents/MacOS/" << QStringList() << "403|text/html|no-cache, no-transform||";
+        QTest::newRow("outside of the release")
+            << "../index.txt" << QStringList() << "404|text/html|no-cache, no-transform||";
+    }
+
+    void answersHaveSafeHeaders()
+    {
+        QFETCH(QString, path);
+        QFETCH(QStringList, options);
+        publishVersion("1.0");
+        const auto server = serve(dest());
+
+        const Answer answer = ask(*server, path, options);
+        const QByteArrayList summary{
+            QByteArray::number(answer.status), answer.headers.value("content-type"),
+            answer.headers.value("cache-control"), answer.headers.value("content-encoding"),
+            answer.headers.value("vary")};
+        QTEST(QString::fromLatin1(summary.join('|')), "expected");
+        if (answer.status == 200)
+            QCOMPARE(answer.body, files::read(dest() + "/current/" + path));
+    }
+
+    void cachesLearnOfEveryRelease_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<QStringList>("options");
+        QTest::newRow("version file") << "index.txt" << QStringList();
+        QTest::newRow("version file, compressed") << "index.txt" << QStringList("--compressed");
+        QTest::newRow("file of equal size") << pageName << QStringList();
+    }
+
+    /// The trees' files are of one age and of equal size, as builds that can be repeated make them.
+    void cachesLearnOfEveryRelease()
+    {
+        QFETCH(QString, path);
+        QFETCH(QStringList, options);
+        publishVersion("1.0");
+        makeOld(dest() + "/releases/1.0"); // It was published long ago.
+        const auto server = serve(dest());
+
+        const Answer first = ask(*server, path, options);
+        for (const QStringList& question : questionsOfCache(first)) {
+            const Answer same = ask(*server, path, options + question);
+            QCOMPARE(same.status, 304);
+            QCOMPARE(same.headers.value("cache-control"), QByteArray("no-cache, no-transform"));
+        }
+
+        publishVersion("2.0");
+        for (const QStringList& question : questionsOfCache(first)) {
+            const Answer other = ask(*server, path, options + question);
+            QCOMPARE(other.status, 200);
+            QCOMPARE(other.body, files::read(dest() + "/releases/2.0/" + path));
+        }
+
+        const Answer second = ask(*server, path, options);
+        rollBack("1.0");
+        for (const QStringList& question : questionsOfCache(second)) {
+            const Answer other = ask(*server, path, options + question);
+            QCOMPARE(other.status, 200);
+            QCOMPARE(other.body, files::read(dest() + "/releases/1.0/" + path));
+        }
+    }
+
+    /// From release to release and back, over https, with the real updater.
+    void usersFollowWhatIsPublished()
+    {
+        const auto command = m_trustStore->command();
+        if (!command)
+            QSKIP("no private mount namespace is allowed here");
+        release::lay(editor("1.0"), installDir());
+        publishVersion("1.0");
+        const auto server = serve(dest());
+
+        QCOMPARE(update(*server, "1.0", *command), 0);
+        QCOMPARE(server->requests(), QStringList("/editor/index.txt"));
+        QCOMPARE(m_program->starts(), QStringList());
+
+        publishVersion("2.0");
+        QCOMPARE(update(*server, "1.0", *command), 0);
+        QCOMPARE(release::differences(release::read(installDir()), editor("2.0")), QStringList());
+        // The version file, and each file that is another once.
+        QCOMPARE(server->requests().size(), 1 + 1 + 4);
+        QTRY_COMPARE(m_program->starts().size(), 1);
+
+        rollBack("1.0");
+        QCOMPARE(update(*server, "2.0", *command), 0);
+        QCOMPARE(release::differences(release::read(installDir()), editor("1.0")), QStringList());
+        const QString started = "Editor %1|" + installDir() + "/Contents/MacOS|";
+        QTRY_COMPARE(m_program->starts(), QStringList({started.arg("2.0"), started.arg("1.0")}));
+    }
+
+    void interruptedPublicationIsNotSeen_data()
+    {
+        QTest::addColumn<QString>("replaced"); // The program that something happens to.
+        QTest::addColumn<QByteArray>("lines");
+        QTest::addColumn<bool>("complete");
+        const QByteArray kill = "kill -9 $PPID\n";
+        QTest::newRow("no version file") << "updater" << QByteArray("exit 1\n") << false;
+        QTest::newRow("killed before the version file") << "updater" << kill << false;
+        QTest::newRow("killed after the version file")
+            << "updater" << QByteArray(UPDATER_EXECUTABLE " \"$@\"\n") + kill << false;
+        QTest::newRow("damaged copy")
+            << "cp" << QByteArray("/bin/cp \"$@\" && : >\"$3/Contents/.hidden\"\n") << false;
+        QTest::newRow("killed before the switch") << "perl" << kill << true;
+    }
+
+    void interruptedPublicationIsNotSeen()
+    {
+        QFETCH(QString, replaced);
+        QFETCH(QByteArray, lines);
+        QFETCH(bool, complete);
+        publishVersion("1.0");
+        const auto server = serve(dest());
+        const QByteArray index = ask(*server, "index.txt").body;
+        const QString program = *m_scene / "trouble/" + replaced;
+        writeScript(program, lines);
+
+        const Outcome outcome = publish(
+            {"Editor", "2.0", tree("2.0"), dest()},
+            replaced == "updater"
+                ? Variables{{"UPDATER", program}}
+                : Variables{{"PATH", *m_scene / "trouble:" + qEnvironmentVariable("PATH")}});
+        QVERIFY(outcome.status != 0);
+
+        QCOMPARE(linkOf(dest() + "/current"), QString("releases/1.0"));
+        QCOMPARE(ask(*server, "index.txt").body, index);
+        QCOMPARE(ask(*server, pageName).body, editor("1.0").value(pageName));
+        QCOMPARE(QFileInfo::exists(dest() + "/releases/2.0"), complete);
+
+        // The second attempt.
+        if (complete)
+            rollBack("2.0");
+        else
+            publishVersion("2.0");
+        QVERIFY(ask(*server, "index.txt").body.contains("<version>2.0</version>"));
+        QCOMPARE(ask(*server, pageName).body, editor("2.0").value(pageName));
+    }
+
+    void refusalsChangeNothing_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<int>("status");
+        QTest::addColumn<QString>("reason");
+        QTest::newRow("version file in the tree")
+            << QStringList({"Editor", "2.0", "@scene/described", "@dest"}) << 1
+            << "described/index.txt would be listed as a file of the release";
+        QTest::newRow("published version") << QStringList({"Editor", "1.0", "@tree", "@dest"}) << 1
+                                           << "a published release does not change";
+        QTest::newRow("no tree") << QStringList({"Editor", "2.0", "@scene/none", "@dest"}) << 1
+                                 << "there is no tree";
+        QTest::newRow("link that leads nowhere")
+            << QStringList({"Editor", "2.0", "@scene/broken", "@dest"}) << 1 << "/link";
+        QTest::newRow("version that leads elsewhere")
+            << QStringList({"Editor", "../2.0", "@tree", "@dest"}) << 1
+            << "'../2.0' cannot be the name of a directory";
+        QTest::newRow("no version") << QStringList({"Editor", "", "@tree", "@dest"}) << 1
+                                    << "'' cannot be the name of a directory";
+        QTest::newRow("no name") << QStringList({"", "2.0", "@tree", "@dest"}) << 1
+                                 << "the updater cannot describe";
+        QTest::newRow("no changelog")
+            << QStringList({"--changelog", "@scene/none", "Editor", "2.0", "@tree", "@dest"}) << 1
+            << "there is no changelog";
+        QTest::newRow("finding of lint")
+            << QStringList({"Editor", "2.0", "@scene/untidy", "@dest"}) << 1 << "untidy";
+        QTest::newRow("rollback to what is not there")
+            << QStringList({"--rollback", "0.9", "@dest"}) << 1 << "there is no release";
+        QTest::newRow("rollback without a version")
+            << QStringList({"--rollback", "@dest"}) << 2 << "usage: publish.sh";
+        QTest::newRow("nothing") << QStringList() << 2 << "usage: publish.sh";
+        QTest::newRow("unknown option")
+            << QStringList({"-z", "2.0", "@tree"}) << 2 << "usage: publish.sh";
+    }
+
+    void refusalsChangeNothing()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(QString, reason);
+        files::write(*m_scene / "described/index.txt", "");
+        files::link("nowhere", *m_scene / "broken/link");
+        files::write(*m_scene / "untidy/file", "");
+        const QString lint = *m_scene / "bin/lint";
+        writeScript(lint,
+                    "case $* in 'lint --name Editor '*/untidy) echo untidy; exit 1 ;; esac\n");
+        publishVersion("1.0");
+        const QStringList before = files::list(dest());
+        arguments.replaceInStrings("@scene", m_scene->path());
+        arguments.replaceInStrings("@tree", tree("2.0"));
+        arguments.replaceInStrings("@dest", dest());
+
+        const Outcome outcome = publish(arguments, {{"UPDATER_RELEASE", lint}});
+
+        QTEST(outcome.status, "status");
+        QVERIFY2(outcome.text.contains(reason), qPrintable(outcome.text));
+        QCOMPARE(files::list(dest()), before);
+        QCOMPARE(linkOf(dest() + "/current"), QString("releases/1.0"));
+    }
+
+    /// One call replaces the link; nothing takes it away before.
+    void switchIsOneStep()
+    {
+        if (!SystemCalls::canBeTraced())
+            QSKIP("strace is not installed or may not trace");
+        publishVersion("1.0");
+        publishVersion("2.0");
+        const QString record = *m_scene / "calls";
+        QCOMPARE(run({"strace", "-f", "-qq", "-s", "4096", "-e", "trace=/link|rename|open|creat",
+                      "-o", record, PUBLISH_DIR "/publish.sh", "--rollback", "1.0", dest()})
+                     .status,
+                 0);
+
+        QStringList calls;
+        const QStringList lines = QString::fromLocal8Bit(files::read(record)).split('\n');
+        for (const QString& line : lines) {
+            if (line.contains('"' + dest() + "/current\"") && !line.contains("readlink"))
+                calls.append(line.section(' ', 1).section('(', 0, 0).trimmed());
+        }
+        QCOMPARE(calls, QStringList("rename"));
+    }
+
+    /// The lines of the guide for a build server, run as they stand.
+    void linesOfTheGuidePublish()
+    {
+        const auto command = m_trustStore->command();
+        if (!command)
+            QSKIP("no private mount namespace is allowed here");
+        const QString bin = *m_scene / "bin";
+        files::link(PUBLISH_DIR "/publish.sh", bin + "/publish.sh");
+        files::link(UPDATER_EXECUTABLE, bin + "/updater");
+        writeScript(bin + "/updater-release", "echo \"updater-release $*\"\n");
+        const QString staging = *m_scene / "staging";
+        publishVersion("1.0");
+        const auto server = serve(dest());
+        const auto stagingServer = serve(staging);
+        const QString work = *m_scene / "work";
+        release::lay(editor("2.0"), work + "/Editor.app");
+        release::lay(editor("1.0"), work + "/previous/Editor.app");
+        files::write(work + "/previous/Editor.app/gone.txt", "not in 2.0");
+        files::write(work + "/CHANGES.txt", "News\n");
+        writeScript(work + "/lines", linesOfTheGuide("<!-- tests/tst_publish.cpp runs this. -->"));
+
+        const Outcome outcome = run(*command + QStringList{"sh", "./lines"},
+                                    {{"PATH", bin + ":" + qEnvironmentVariable("PATH")},
+                                     {"TMPDIR", tmpDir()},
+                                     {"VERSION", "2.0"},
+                                     {"PREVIOUS", "1.0"},
+                                     {"STAGING_DEST", staging},
+                                     {"STAGING_URL", stagingServer->url("/editor/index.txt")},
+                                     {"DEST", dest()},
+                                     {"URL", server->url("/editor/index.txt")}},
+                                    work);
+        QVERIFY2(outcome.status == 0, qPrintable(outcome.text));
+
+        const QStringList said =
+            outcome.text.split('\n').filter(QRegularExpression("^updater-release|leads to"));
+        const QString verify = "updater-release verify --name Editor %1";
+        QCOMPARE(said, QStringList({"updater-release lint --name Editor Editor.app",
+                                    staging + "/current leads to 2.0",
+                                    verify.arg(stagingServer->url("/editor/index.txt")),
+                                    "updater-release lint --name Editor Editor.app",
+                                    dest() + "/current leads to 2.0",
+                                    verify.arg(server->url("/editor/index.txt"))}));
+        QCOMPARE(release::differences(release::read(work + "/rehearsal.app"), editor("2.0")),
+                 QStringList("unexpected: gone.txt"));
+        QCOMPARE(m_program->starts(), QStringList());
+        QVERIFY(ask(*server, "index.txt").body.contains("<version>2.0</version>"));
+    }
+
+private:
+    using Variables = QMap<QString, QString>;
+
+    /// Four files of the same size that differ between versions, and one that does not.
+    Tree editor(const QByteArray& version) const
+    {
+        return {{exeName, m_program->script("Editor " + version)},
+                {pageName, "<html>\r\n  <!-- " + version + " -->\r\n</html>\r\n"},
+                {"Contents/Resources/a (b) + c, d.txt", "of " + version},
+                {"Contents/.hidden", "hidden in " + version},
+                {"Contents/Resources/same.json", "{ }"}};
+    }
+
+    QString tree(const QString& version) const { return *m_scene / "trees/" + version; }
+    QString dest() const { return *m_scene / "www"; }
+    QString installDir() const { return *m_scene / "installed/Editor.app"; }
+    QString tmpDir() const { return *m_scene / "tmp"; }
+
+    /// What the link @p path is made of.
+    static QString linkOf(const QString& path)
+    {
+        return QString::fromStdString(std::filesystem::read_symlink(path.toStdString()).string());
+    }
+
+    /// Runs publish.sh with the updater built along with the test and, unless @p variables say
+    /// otherwise, without lint.
+    static Outcome publish(const QStringList& arguments, const Variables& variables = {})
+    {
+        Variables all{{"UPDATER", UPDATER_EXECUTABLE}, {"UPDATER_RELEASE", "none-here"}};
+        for (auto variable = variables.begin(); variable != variables.end(); ++variable)
+            all.insert(variable.key(), variable.value());
+        return run(QStringList(PUBLISH_DIR "/publish.sh") + arguments, all);
+    }
+
+    void publishVersion(const QString& version) const
+    {
+        const Outcome outcome = publish({"Editor", version, tree(version), dest()});
+        if (outcome.status != 0)
+            qFatal("publish.sh: %s", qPrintable(outcome.text));
+    }
+
+    void rollBack(const QString& version) const
+    {
+        const Outcome outcome = publish({"--rollback", version, dest()});
+        if (outcome.status != 0)
+            qFatal("publish.sh --rollback: %s", qPrintable(outcome.text));
+    }
+
+    std::unique_ptr<Nginx> serve(const QString& dir) const
+    {
+        return std::make_unique<Nginx>(
+            "https", [this, dir](quint16 port) { return shippedSite(m_certificate, dir, port); });
+    }
+
+    Answer ask(const Nginx& server, const QString& path, const QStringList& options = {}) const
+    {
+        return get(server.url("/editor/") + path, *m_authority, options);
+    }
+
+    /// What a cache that has @p answer asks the server with.
+    static QList<QStringList> questionsOfCache(const Answer& answer)
+    {
+        return {header("If-None-Match", answer.headers.value("etag")),
+                header("If-Modified-Since", answer.headers.value("last-modified"))};
+    }
+
+    /// Runs the updater of a user of @p version.
+    int update(const Nginx& server, const QString& version, const QStringList& command) const
+    {
+        UpdaterProcess updater;
+        updater.setWrapper(command);
+        updater.setEnvironment("TMPDIR", tmpDir());
+        return updater.run({"-u", "-n", "Editor", "-d", installDir(), "-v", version, "-l",
+                            server.url("/editor/index.txt")});
+    }
+
+    std::unique_ptr<Authority> m_authority;
+    std::unique_ptr<TrustStore> m_trustStore;
+    ServerCertificate m_certificate;
+    std::unique_ptr<TestDir> m_scene;
+    std::unique_ptr<RelaunchedProgram> m_program;
+};
+
+UPDATER_TEST_MAIN(TestPublish)
+#include "tst_publish.moc"
