@@ -4,6 +4,7 @@
 #include "bench/BenchmarkMain.h"
 #include "updater/Updater.h"
 
+#include <QCoreApplication>
 #include <QXmlStreamReader>
 #include <QXmlStreamWriter>
 
@@ -156,4 +157,4 @@ BENCHMARK(extract)->Apply(sizes);
 
 } // namespace
 
-UPDATER_BENCHMARK_MAIN()
+UPDATER_BENCHMARK_MAIN(QCoreApplication)
