@@ -2,17 +2,14 @@
 #ifndef BENCH_BENCHMARKMAIN_H
 #define BENCH_BENCHMARKMAIN_H
 
-#include <QCoreApplication>
-
 #include <benchmark/benchmark.h>
 
 /// Runs @p benchmark at 100 to 100,000 entries and fits a line to what it takes.
 inline void sizes(benchmark::internal::Benchmark* benchmark)
 {
-    benchmark->RangeMultiplier(10)
-        ->Range(100, 100000)
-        ->Complexity(benchmark::oN)
-        ->Unit(benchmark::kMicrosecond);
+    for (const int entries : {100, 1000, 10000, 50000, 100000})
+        benchmark->Arg(entries);
+    benchmark->Complexity(benchmark::oN)->Unit(benchmark::kMicrosecond);
 }
 
 /// To be called at the end of every benchmark that runs at sizes().
@@ -22,10 +19,11 @@ inline void finish(benchmark::State& state)
     state.SetComplexityN(state.range(0));
 }
 
-#define UPDATER_BENCHMARK_MAIN()                                                                   \
+/// The main function: runs the benchmarks of the file while an @p Application exists.
+#define UPDATER_BENCHMARK_MAIN(Application)                                                        \
     int main(int argc, char** argv)                                                                \
     {                                                                                              \
-        const QCoreApplication app(argc, argv);                                                    \
+        const Application app(argc, argv);                                                         \
         benchmark::Initialize(&argc, argv);                                                        \
         if (benchmark::ReportUnrecognizedArguments(argc, argv))                                    \
             return 1;                                                                              \

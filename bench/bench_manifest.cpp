@@ -1,7 +1,12 @@
 // What writing and reading a manifest costs, and how the cost grows with the number of files.
+// Beside each stands what Qt's XML classes take for the same text and the same record.
 
 #include "bench/BenchmarkMain.h"
 #include "updater/Updater.h"
+
+#include <QCoreApplication>
+#include <QXmlStreamReader>
+#include <QXmlStreamWriter>
 
 namespace {
 
@@ -54,10 +59,102 @@ void read(benchmark::State& state, const QString& betweenFiles)
     finish(state);
 }
 
+QString textByXmlWriter(const ProgramData& data)
+{
+    QString text;
+    QXmlStreamWriter xml(&text);
+    xml.setAutoFormatting(true);
+    xml.setAutoFormattingIndent(-1); // One tab.
+    xml.writeStartElement(data.name);
+    xml.writeTextElement(QStringLiteral("version"), data.version);
+    xml.writeTextElement(QStringLiteral("required"),
+                         data.required ? QStringLiteral("true") : QStringLiteral("false"));
+    xml.writeTextElement(QStringLiteral("changelog"), data.changelog);
+    for (const ProgramFile& file : data.files) {
+        xml.writeStartElement(QStringLiteral("file"));
+        xml.writeTextElement(QStringLiteral("name"), file.name);
+        xml.writeTextElement(QStringLiteral("sha1"), file.sha1);
+        xml.writeTextElement(QStringLiteral("size"), QString::number(file.size));
+        xml.writeEndElement();
+    }
+    xml.writeEndElement();
+    return text;
+}
+
+void writeByXmlWriter(benchmark::State& state)
+{
+    const ProgramData data = record(static_cast<int>(state.range(0)));
+    for (auto _ : state)
+        benchmark::DoNotOptimize(textByXmlWriter(data));
+    finish(state);
+}
+
+ProgramFile fileByXmlReader(QXmlStreamReader& xml)
+{
+    ProgramFile file;
+    while (xml.readNextStartElement()) {
+        if (xml.name() == QLatin1String("name"))
+            file.name = xml.readElementText().trimmed();
+        else if (xml.name() == QLatin1String("sha1"))
+            file.sha1 = xml.readElementText().trimmed();
+        else if (xml.name() == QLatin1String("size"))
+            file.size = xml.readElementText().trimmed().toULongLong();
+        else
+            xml.skipCurrentElement();
+    }
+    return file;
+}
+
+ProgramData recordByXmlReader(const QString& text)
+{
+    ProgramData data;
+    QXmlStreamReader xml(text);
+    if (xml.readNextStartElement())
+        data.name = xml.name().toString();
+    while (xml.readNextStartElement()) {
+        if (xml.name() == QLatin1String("version"))
+            data.version = xml.readElementText().trimmed();
+        else if (xml.name() == QLatin1String("required"))
+            data.required = xml.readElementText().trimmed() == QLatin1String("true");
+        else if (xml.name() == QLatin1String("changelog"))
+            data.changelog = xml.readElementText().trimmed();
+        else if (xml.name() == QLatin1String("file"))
+            data.files.append(fileByXmlReader(xml));
+        else
+            xml.skipCurrentElement();
+    }
+    return data;
+}
+
+void readByXmlReader(benchmark::State& state)
+{
+    const int files = static_cast<int>(state.range(0));
+    const QString text = textOf(record(files));
+    for (auto _ : state) {
+        if (recordByXmlReader(text).files.size() != files)
+            state.SkipWithError("wrong record");
+    }
+    finish(state);
+}
+
+/// The cost of one extraction with removal at the head of a text of so many files.
+void extract(benchmark::State& state)
+{
+    const QString text = textOf(record(static_cast<int>(state.range(0))));
+    for (auto _ : state) {
+        QString source = text;
+        benchmark::DoNotOptimize(updater().tagValue(QStringLiteral("file"), source, true, nullptr));
+    }
+    finish(state);
+}
+
 BENCHMARK(write)->Apply(sizes);
+BENCHMARK(writeByXmlWriter)->Apply(sizes);
 BENCHMARK_CAPTURE(read, asWritten, QString())->Apply(sizes);
+BENCHMARK(readByXmlReader)->Apply(sizes);
 BENCHMARK_CAPTURE(read, withTextBetweenFiles, QStringLiteral(" text "))->Apply(sizes);
+BENCHMARK(extract)->Apply(sizes);
 
 } // namespace
 
-UPDATER_BENCHMARK_MAIN()
+UPDATER_BENCHMARK_MAIN(QCoreApplication)

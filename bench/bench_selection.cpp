@@ -4,6 +4,7 @@
 #include "bench/BenchmarkMain.h"
 #include "tests/support/UpdaterProbe.h"
 
+#include <QCoreApplication>
 #include <QFile>
 #include <QTemporaryDir>
 
@@ -42,4 +43,4 @@ BENCHMARK(selection)->Apply(sizes);
 
 } // namespace
 
-UPDATER_BENCHMARK_MAIN()
+UPDATER_BENCHMARK_MAIN(QCoreApplication)

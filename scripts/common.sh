@@ -1,4 +1,4 @@
-# Sourced by the scripts beside it: packages, configuring, building.
+# Sourced by the scripts: packages, configuring, building, waiting.
 # shellcheck shell=bash
 set -euo pipefail
 
@@ -69,4 +69,21 @@ build() {
   shift
   [ $# -gt 0 ] && targets=(--target "$@")
   cmake --build "$root/build/$name" --parallel "$jobs" ${targets[@]+"${targets[@]}"}
+}
+
+# wait_for SECONDS COMMAND...: waits until the command succeeds.
+wait_for() {
+  local tries=$(($1 * 10))
+  shift
+  until "$@"; do
+    tries=$((tries - 1))
+    [ $tries -gt 0 ] || return 1
+    sleep 0.1
+  done
+}
+
+# free_port: prints a port of 127.0.0.1 that nobody listens on.
+free_port() {
+  perl -MIO::Socket::INET -e \
+    'print IO::Socket::INET->new(Listen => 1, LocalAddr => "127.0.0.1")->sockport'
 }

@@ -66,7 +66,9 @@ else()
   run(0 ${CMAKE_COMMAND} -E chdir ${work}/unpacked ${CMAKE_COMMAND} -E tar xzf ${package})
 endif()
 file(GLOB_RECURSE unpacked RELATIVE ${top} ${work}/unpacked/*)
-if(NOT unpacked STREQUAL "${BIN}/updater;${MAN}/man1/updater.1")
+set(expected ${BIN}/updater ${BIN}/updater-release
+  ${MAN}/man1/updater-release.1 ${MAN}/man1/updater.1)
+if(NOT unpacked STREQUAL expected)
   message(FATAL_ERROR "Unpacked: ${unpacked}")
 endif()
 

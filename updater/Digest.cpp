@@ -16,7 +16,8 @@ QString sha1(const QByteArray& contents)
 std::optional<QString> sha1OfFile(const QString& path)
 {
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
+    // All of it is read at once: a buffer would only be filled and copied.
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
         return std::nullopt;
     return sha1(file.readAll());
 }

@@ -1,0 +1,51 @@
+// What one update of the progress dialog's label costs. The label sums what is left each time, so
+// the cost grows with the number of files left.
+
+#include "bench/BenchmarkMain.h"
+#include "tests/support/UpdaterProbe.h"
+
+#include <QApplication>
+#include <QProgressDialog>
+
+namespace {
+
+void label(benchmark::State& state)
+{
+    const int count = static_cast<int>(state.range(0));
+    Updater updater{QString(), QString(), QString(), QString(), QString(), QString()};
+    UpdaterProbe run(updater);
+    ProgramFile file;
+    file.size = 8192;
+    run.programData.files.fill(file, count);
+    run.progressDialog = new QProgressDialog; // Goes with the updater.
+    run.progressDialog->setRange(0, count);
+    run.progressDialog->show();
+    for (auto _ : state) {
+        run.currentFile = 1 - run.currentFile; // A new text each time.
+        updater.updateProgressLabel();
+    }
+    run.currentFile = 0;
+    updater.updateProgressLabel();
+    if (!run.progressDialog->labelText().contains(QStringLiteral("1 of %1 ").arg(count)))
+        state.SkipWithError("wrong label");
+    finish(state);
+}
+
+/// What the dialog itself takes of that.
+void labelTextAlone(benchmark::State& state)
+{
+    QProgressDialog dialog;
+    dialog.show();
+    const QString texts[] = {QStringLiteral("Downloading file 1 of 2000 (15.63 MB left)"),
+                             QStringLiteral("Downloading file 2 of 2000 (15.62 MB left)")};
+    size_t number = 0;
+    for (auto _ : state)
+        dialog.setLabelText(texts[++number % 2]);
+}
+
+BENCHMARK(label)->Apply(sizes);
+BENCHMARK(labelTextAlone)->Unit(benchmark::kMicrosecond);
+
+} // namespace
+
+UPDATER_BENCHMARK_MAIN(QApplication)
