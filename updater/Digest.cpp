@@ -16,8 +16,7 @@ QString sha1(const QByteArray& contents)
 std::optional<QString> sha1OfFile(const QString& path)
 {
     QFile file(path);
-    // All of it is read at once: a buffer would only be filled and copied.
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
+    if (!file.open(QIODevice::ReadOnly))
         return std::nullopt;
     return sha1(file.readAll());
 }
