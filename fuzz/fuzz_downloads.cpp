@@ -175,6 +175,12 @@ Client& client()
 
 void compareLabel(const Input& input)
 {
+    // A new list begins with its first file; the sum then goes on from one file to the next.
+    for (const int file : {0, input.saved - 1}) {
+        client().state.currentFile = qMax(file, 0);
+        client().updater.updateProgressLabel();
+    }
+    client().state.currentFile = input.saved;
     client().updater.updateProgressLabel();
     fuzz::compare("the progress label", client().state.progressDialog->labelText(), labelFor(input),
                   QString::number(input.saved));

@@ -1286,6 +1286,53 @@ private Q_SLOTS:
         QCOMPARE(download.state.currentFile, index);
     }
 
+    void labelCountsDownFromFileToFile_data()
+    {
+        QTest::addColumn<QVector<quint64>>("sizes");
+        QTest::addColumn<QVector<int>>("indices");
+        QTest::addColumn<QStringList>("left");
+        using Sizes = QVector<quint64>;
+        using Indices = QVector<int>;
+        const Sizes four = {8 * mebibyte, 4 * mebibyte, 2 * mebibyte, mebibyte};
+
+        QTest::newRow("one after the other")
+            << four << Indices{0, 1, 2, 3, 4}
+            << QStringList{"15.00", "7.00", "3.00", "1.00", "0.00"};
+        QTest::newRow("behind the end")
+            << four << Indices{3, 4, 5, 6} << QStringList{"1.00", "0.00", "0.00", "0.00"};
+        QTest::newRow("one file twice")
+            << four << Indices{0, 1, 1, 2} << QStringList{"15.00", "7.00", "7.00", "3.00"};
+        QTest::newRow("one file left out")
+            << four << Indices{0, 2, 3} << QStringList{"15.00", "3.00", "1.00"};
+        QTest::newRow("back again")
+            << four << Indices{1, 2, 0, 1} << QStringList{"7.00", "3.00", "15.00", "7.00"};
+        QTest::newRow("through 2 GiB, and 4 GiB in one file")
+            << Sizes{3 * gibibyte, 4 * gibibyte, gibibyte, 2 * gibibyte, mebibyte}
+            << Indices{0, 1, 2, 3, 4, 5}
+            << QStringList{"-2047.00", "-1023.00", "-1023.00", "-2047.00", "1.00", "0.00"};
+    }
+
+    void labelCountsDownFromFileToFile()
+    {
+        QFETCH(QVector<quint64>, sizes);
+        QFETCH(QVector<int>, indices);
+        QFETCH(QStringList, left);
+        Download download;
+        download.state.programData.files = filesOfSizes(sizes);
+        const QProgressDialog* dialog = download.openDialog();
+        QStringList labels;
+        QStringList expected;
+        for (const int index : indices) {
+            download.state.currentFile = index;
+            download.updater.updateProgressLabel();
+            labels.append(dialog->labelText());
+            expected.append(QString("Downloading file %1 of %2 (%3 MB left)")
+                                .arg(QString::number(index + 1), QString::number(sizes.size()),
+                                     left.value(expected.size())));
+        }
+        QCOMPARE(labels, expected);
+    }
+
     void labelIsTheSameInEveryLanguage()
     {
         const QLocale before;

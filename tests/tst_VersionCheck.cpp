@@ -1236,6 +1236,21 @@ private Q_SLOTS:
         QVERIFY(!(earlier->windowFlags() & Qt::WindowStaysOnTopHint));
     }
 
+    void labelOfASecondRunCountsAllItsFiles()
+    {
+        constexpr int mebibyte = 1048576;
+        Run run;
+        run.publish(manifest("2.1", entry("a", "x", 5 * mebibyte) + entry("b", "x", mebibyte)));
+        QCOMPARE(run.update(), static_cast<int>(Run::Downloading));
+        QCOMPARE(run.dialog()->labelText(), QString("Downloading file 1 of 2 (6.00 MB left)"));
+        run.publish(manifest("2.2", entry("a", "x", mebibyte) + entry("b", "x", 2 * mebibyte) +
+                                        entry("c", "x", 4 * mebibyte)));
+        QCOMPARE(run.update(), static_cast<int>(Run::Downloading));
+        run.state().currentFile = 1; // The second run adds its files to those of the first.
+        run.updater().updateProgressLabel();
+        QCOMPARE(run.dialog()->labelText(), QString("Downloading file 2 of 5 (8.00 MB left)"));
+    }
+
     void dialogTextsAreTranslated()
     {
         const NotingTranslator translator;

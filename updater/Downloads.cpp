@@ -126,14 +126,27 @@ void Updater::updateProgressLabel()
 {
     if (!progressDialog)
         return;
-    const QVector<ProgramFile>& files = programData.files;
-    // 32 bits on purpose: from 2 GiB on the figure wraps. Summed without a sign, which may wrap.
-    quint32 bytesLeft = 0;
-    for (auto i = currentFile; i < files.size(); ++i)
-        bytesLeft += static_cast<quint32>(files.at(i).size);
-    const double mebibytesLeft = static_cast<qint32>(bytesLeft) * mebibytesPerByte;
+    const double mebibytesLeft = static_cast<qint32>(bytesLeft()) * mebibytesPerByte;
     progressDialog->setLabelText(QStringLiteral("Downloading file %1 of %2 (%3 MB left)")
                                      .arg(currentFile + 1)
-                                     .arg(files.size())
+                                     .arg(programData.files.size())
                                      .arg(mebibytesLeft, 0, 'f', 2));
+}
+
+quint32 Updater::bytesLeft()
+{
+    const QVector<ProgramFile>& files = programData.files;
+    // 32 bits on purpose: from 2 GiB on the figure wraps. Summed without a sign, which may wrap.
+    const auto bytes = [](const ProgramFile& file) {
+        return static_cast<quint32>(file.size);
+    };
+    if (countedFile >= 0 && currentFile == countedFile + 1 && currentFile <= files.size()) {
+        countedBytes -= bytes(files.at(countedFile));
+    } else {
+        countedBytes = 0;
+        for (auto i = currentFile; i < files.size(); ++i)
+            countedBytes += bytes(files.at(i));
+    }
+    countedFile = currentFile;
+    return countedBytes;
 }

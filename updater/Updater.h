@@ -192,6 +192,10 @@ private:
 
     void openProgressDialog();
 
+    /// Returns the sizes of the files not yet saved, added up in 32 bits. From one file to the next
+    /// it goes on from the last sum: adding all up each time would make an update quadratic.
+    quint32 bytesLeft();
+
     /// Tells the user that a transfer failed with the network error @p code; exit status 1.
     void abortAfterTransferError(int code);
 
@@ -218,6 +222,8 @@ private:
     int currentFile = 0;              ///< Index of the file being downloaded.
     int downloadedFiles = 0;          ///< Files saved so far; kept, though nothing reads it.
     QProgressDialog* progressDialog = nullptr; ///< Owned; has no parent.
+    int countedFile = -1;     ///< Index of the file that countedBytes begins with; -1: none yet.
+    quint32 countedBytes = 0; ///< What bytesLeft() returned last.
 };
 
 #endif // UPDATER_UPDATER_H
