@@ -1,0 +1,47 @@
+// Fetches files one after the other and drops what comes: the least that an update has to do with
+// the toolkit's network classes.
+#ifndef BENCH_FETCHONEBYONE_H
+#define BENCH_FETCHONEBYONE_H
+
+#include <QCoreApplication>
+#include <QFile>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+
+#include <functional>
+
+/// Runs the event loop until all files have come that the file @p list names, one path a line.
+/// @param fetched is called after each file with the number of files that have come
+/// @return The exit status: 0 when all came, 1 at the first that did not, 2 without a list.
+inline int fetchOneByOne(const QString& baseUrl, const QString& list,
+                         const std::function<void(int)>& fetched)
+{
+    QFile names(list);
+    if (!names.open(QIODevice::ReadOnly))
+        return 2;
+
+    QNetworkAccessManager manager;
+    int count = 0;
+    const std::function<void()> fetchNext = [&] {
+        const QByteArray name = names.readLine().trimmed();
+        if (name.isEmpty()) {
+            QCoreApplication::exit(0);
+            return;
+        }
+        QNetworkReply* reply =
+            manager.get(QNetworkRequest(QUrl(baseUrl + QString::fromUtf8(name))));
+        QObject::connect(reply, &QNetworkReply::finished, [&, reply] {
+            reply->deleteLater();
+            if (reply->error() != QNetworkReply::NoError || reply->readAll().isEmpty()) {
+                QCoreApplication::exit(1);
+                return;
+            }
+            fetched(++count);
+            fetchNext();
+        });
+    };
+    fetchNext();
+    return QCoreApplication::exec();
+}
+
+#endif // BENCH_FETCHONEBYONE_H
