@@ -1,5 +1,5 @@
-// Fetches files one after the other and drops what comes: the least that an update has to do with
-// the toolkit's network classes.
+// Fetches files one after the other: the least that an update has to do with the toolkit's network
+// classes.
 #ifndef BENCH_FETCHONEBYONE_H
 #define BENCH_FETCHONEBYONE_H
 
@@ -11,17 +11,16 @@
 #include <functional>
 
 /// Runs the event loop until all files have come that the file @p list names, one path a line.
-/// @param fetched is called after each file with the number of files that have come
+/// @param fetched is called with the contents of each
 /// @return The exit status: 0 when all came, 1 at the first that did not, 2 without a list.
 inline int fetchOneByOne(const QString& baseUrl, const QString& list,
-                         const std::function<void(int)>& fetched)
+                         const std::function<void(const QByteArray&)>& fetched)
 {
     QFile names(list);
     if (!names.open(QIODevice::ReadOnly))
         return 2;
 
     QNetworkAccessManager manager;
-    int count = 0;
     const std::function<void()> fetchNext = [&] {
         const QByteArray name = names.readLine().trimmed();
         if (name.isEmpty()) {
@@ -32,11 +31,12 @@ inline int fetchOneByOne(const QString& baseUrl, const QString& list,
             manager.get(QNetworkRequest(QUrl(baseUrl + QString::fromUtf8(name))));
         QObject::connect(reply, &QNetworkReply::finished, [&, reply] {
             reply->deleteLater();
-            if (reply->error() != QNetworkReply::NoError || reply->readAll().isEmpty()) {
+            const QByteArray body = reply->readAll();
+            if (reply->error() != QNetworkReply::NoError || body.isEmpty()) {
                 QCoreApplication::exit(1);
                 return;
             }
-            fetched(++count);
+            fetched(body);
             fetchNext();
         });
     };

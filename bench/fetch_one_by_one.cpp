@@ -1,4 +1,4 @@
-// Fetches files one after the other with the network access manager alone.
+// Fetches files one after the other with the network access manager alone, and drops what comes.
 //
 //   fetch_one_by_one BASE_URL LIST     LIST has one path a line; exit status 0 when all came
 
@@ -10,5 +10,5 @@ int main(int argc, char** argv)
     if (argc != 3)
         return 2;
     return fetchOneByOne(QString::fromLocal8Bit(argv[1]), QString::fromLocal8Bit(argv[2]),
-                         [](int) {});
+                         [](const QByteArray&) {});
 }

@@ -4,7 +4,7 @@
 //   hash_one_by_one DIRECTORY     the files below it
 //   hash_one_by_one LIST          the files that LIST names, one path a line
 //
-// Exit status 0 when all could be read.
+// Exit status 0 when all could be read; an empty file is none.
 
 #include <QApplication>
 #include <QCryptographicHash>
@@ -13,10 +13,10 @@
 
 namespace {
 
-bool hashFile(const QString& path)
+bool hashFile(const QFileInfo& info)
 {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) &&
+    QFile file(info.filePath());
+    return info.size() > 0 && file.open(QIODevice::ReadOnly) &&
            !QCryptographicHash::hash(file.readAll(), QCryptographicHash::Sha1).isEmpty();
 }
 
@@ -25,8 +25,7 @@ bool hashDirectory(const QDir& directory)
     const QFileInfoList entries =
         directory.entryInfoList(QDir::Dirs | QDir::Files | QDir::NoDotAndDotDot);
     for (const QFileInfo& entry : entries) {
-        const QString path = entry.filePath();
-        if (!(entry.isDir() ? hashDirectory(QDir(path)) : hashFile(path)))
+        if (!(entry.isDir() ? hashDirectory(QDir(entry.filePath())) : hashFile(entry)))
             return false;
     }
     return true;
@@ -38,7 +37,7 @@ bool hashListed(const QString& path)
     if (!list.open(QIODevice::ReadOnly))
         return false;
     while (!list.atEnd()) {
-        if (!hashFile(QString::fromLocal8Bit(list.readLine().trimmed())))
+        if (!hashFile(QFileInfo(QString::fromLocal8Bit(list.readLine().trimmed()))))
             return false;
     }
     return true;
