@@ -8,6 +8,8 @@
 #include <QDir>
 #include <QFileInfo>
 
+#include <utility>
+
 namespace {
 
 /// The prefix of every name in one directory: empty at the top, else ending with "/" and without
@@ -50,7 +52,7 @@ bool Updater::collectFiles(QDir dir, ProgramData& data, const QString& prefix)
             file.name = entryName(ownPrefix, entry.fileName());
             file.sha1 = sha1.value_or(QString());
             file.size = static_cast<quint64>(entry.size());
-            data.files.append(file);
+            data.files.append(std::move(file));
         }
     }
     return allRead;
