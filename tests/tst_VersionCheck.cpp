@@ -1251,6 +1251,19 @@ private Q_SLOTS:
         QCOMPARE(run.dialog()->labelText(), QString("Downloading file 2 of 5 (8.00 MB left)"));
     }
 
+    void labelCountsTheFilesOfACheckInBetween()
+    {
+        constexpr int mebibyte = 1048576;
+        Run run;
+        run.publish(manifest("2.1", entry("a", "x", 5 * mebibyte) + entry("b", "x", mebibyte)));
+        QCOMPARE(run.update(), static_cast<int>(Run::Downloading));
+        run.publish(manifest("2.2", entry("c", "x", 2 * mebibyte)));
+        QCOMPARE(run.check(), 0);
+        run.state().currentFile = 1; // The check has added its file.
+        run.updater().updateProgressLabel();
+        QCOMPARE(run.dialog()->labelText(), QString("Downloading file 2 of 3 (3.00 MB left)"));
+    }
+
     void dialogTextsAreTranslated()
     {
         const NotingTranslator translator;

@@ -140,13 +140,16 @@ quint32 Updater::bytesLeft()
     const auto bytes = [](const ProgramFile& file) {
         return static_cast<quint32>(file.size);
     };
-    if (countedFile >= 0 && currentFile == countedFile + 1 && currentFile <= files.size()) {
-        countedBytes -= bytes(files.at(countedFile));
+    const int count = static_cast<int>(files.size());
+    if (left.file >= 0 && currentFile == left.file + 1 && currentFile <= count &&
+        left.files == count) {
+        left.bytes -= bytes(files.at(left.file));
     } else {
-        countedBytes = 0;
-        for (auto i = currentFile; i < files.size(); ++i)
-            countedBytes += bytes(files.at(i));
+        left.bytes = 0;
+        for (int i = currentFile; i < count; ++i)
+            left.bytes += bytes(files.at(i));
     }
-    countedFile = currentFile;
-    return countedBytes;
+    left.file = currentFile;
+    left.files = count;
+    return left.bytes;
 }

@@ -222,8 +222,14 @@ private:
     int currentFile = 0;              ///< Index of the file being downloaded.
     int downloadedFiles = 0;          ///< Files saved so far; kept, though nothing reads it.
     QProgressDialog* progressDialog = nullptr; ///< Owned; has no parent.
-    int countedFile = -1;     ///< Index of the file that countedBytes begins with; -1: none yet.
-    quint32 countedBytes = 0; ///< What bytesLeft() returned last.
+
+    /// The sum that bytesLeft() returned last.
+    struct
+    {
+        int file = -1;     ///< The index it begins with; -1: there is no sum yet.
+        int files = 0;     ///< How many files there were.
+        quint32 bytes = 0; ///< Wraps.
+    } left;
 };
 
 #endif // UPDATER_UPDATER_H

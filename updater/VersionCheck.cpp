@@ -75,7 +75,7 @@ void Updater::prepareDownloads()
     selectFiles();
     currentFile = 0;
     downloadedFiles = 0;
-    countedFile = -1;
+    left.file = -1;
     if (!progressDialog && !programData.files.isEmpty())
         openProgressDialog();
 }
