@@ -464,7 +464,8 @@ private Q_SLOTS:
         const QString bin = *m_scene / "bin";
         files::link(PUBLISH_DIR "/publish.sh", bin + "/publish.sh");
         files::link(UPDATER_EXECUTABLE, bin + "/updater");
-        writeScript(bin + "/updater-release", "echo \"updater-release $*\"\n");
+        writeScript(bin + "/updater-release",
+                    "echo \"updater-release $*\"\nexec " UPDATER_RELEASE_EXECUTABLE " \"$@\"\n");
         const QString staging = *m_scene / "staging";
         publishVersion("1.0");
         const auto server = serve(dest());
@@ -488,15 +489,16 @@ private Q_SLOTS:
                                     work);
         QVERIFY2(outcome.status == 0, qPrintable(outcome.text));
 
-        const QStringList said =
-            outcome.text.split('\n').filter(QRegularExpression("^updater-release|leads to"));
+        const QStringList said = outcome.text.split('\n').filter(
+            QRegularExpression("^updater-release|leads to|checked"));
         const QString verify = "updater-release verify --name Editor %1";
+        const QString verified = "Editor 2.0: 5 files checked, 0 findings";
         QCOMPARE(said, QStringList({"updater-release lint --name Editor Editor.app",
                                     staging + "/current leads to 2.0",
-                                    verify.arg(stagingServer->url("/editor/index.txt")),
+                                    verify.arg(stagingServer->url("/editor/index.txt")), verified,
                                     "updater-release lint --name Editor Editor.app",
                                     dest() + "/current leads to 2.0",
-                                    verify.arg(server->url("/editor/index.txt"))}));
+                                    verify.arg(server->url("/editor/index.txt")), verified}));
         QCOMPARE(release::differences(release::read(work + "/rehearsal.app"), editor("2.0")),
                  QStringList("unexpected: gone.txt"));
         QCOMPARE(m_program->starts(), QStringList());
