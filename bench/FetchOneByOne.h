@@ -11,10 +11,10 @@
 #include <functional>
 
 /// Runs the event loop until all files have come that the file @p list names, one path a line.
-/// @param fetched is called with the contents of each
+/// @param fetched is called with the contents of each, and returns whether to go on
 /// @return The exit status: 0 when all came, 1 at the first that did not, 2 without a list.
 inline int fetchOneByOne(const QString& baseUrl, const QString& list,
-                         const std::function<void(const QByteArray&)>& fetched)
+                         const std::function<bool(const QByteArray&)>& fetched)
 {
     QFile names(list);
     if (!names.open(QIODevice::ReadOnly))
@@ -32,12 +32,10 @@ inline int fetchOneByOne(const QString& baseUrl, const QString& list,
         QObject::connect(reply, &QNetworkReply::finished, [&, reply] {
             reply->deleteLater();
             const QByteArray body = reply->readAll();
-            if (reply->error() != QNetworkReply::NoError || body.isEmpty()) {
+            if (reply->error() == QNetworkReply::NoError && !body.isEmpty() && fetched(body))
+                fetchNext();
+            else
                 QCoreApplication::exit(1);
-                return;
-            }
-            fetched(body);
-            fetchNext();
         });
     };
     fetchNext();

@@ -24,9 +24,11 @@ void label(benchmark::State& state)
         run.currentFile = (run.currentFile + 1) % count;
         updater.updateProgressLabel();
     }
-    run.currentFile = 0;
-    updater.updateProgressLabel();
-    if (!run.progressDialog->labelText().contains(QStringLiteral("1 of %1 ").arg(count)))
+    const QString expected = QStringLiteral("file %1 of %2 (%3 MB")
+                                 .arg(run.currentFile + 1)
+                                 .arg(count)
+                                 .arg((count - run.currentFile) / 128.0, 0, 'f', 2);
+    if (!run.progressDialog->labelText().contains(expected))
         state.SkipWithError("wrong label");
     finish(state);
 }

@@ -8,6 +8,8 @@
 #include <QXmlStreamReader>
 #include <QXmlStreamWriter>
 
+#include <algorithm>
+
 namespace {
 
 ProgramData record(int files)
@@ -39,24 +41,15 @@ QString textOf(const ProgramData& data)
     return text;
 }
 
-void write(benchmark::State& state)
+bool isSame(const ProgramData& one, const ProgramData& other)
 {
-    const ProgramData data = record(static_cast<int>(state.range(0)));
-    for (auto _ : state)
-        benchmark::DoNotOptimize(textOf(data));
-    finish(state);
-}
-
-void read(benchmark::State& state, const QString& betweenFiles)
-{
-    const QString text =
-        textOf(record(static_cast<int>(state.range(0))))
-            .replace(QLatin1String("</file>"), QLatin1String("</file>") + betweenFiles);
-    for (auto _ : state) {
-        ProgramData data;
-        benchmark::DoNotOptimize(updater().xmlToProgramData(QStringLiteral("Editor"), text, data));
-    }
-    finish(state);
+    return one.name == other.name && one.version == other.version &&
+           one.required == other.required && one.changelog == other.changelog &&
+           std::equal(one.files.begin(), one.files.end(), other.files.begin(), other.files.end(),
+                      [](const ProgramFile& file, const ProgramFile& otherFile) {
+                          return file.name == otherFile.name && file.sha1 == otherFile.sha1 &&
+                                 file.size == otherFile.size;
+                      });
 }
 
 QString textByXmlWriter(const ProgramData& data)
@@ -79,14 +72,6 @@ QString textByXmlWriter(const ProgramData& data)
     }
     xml.writeEndElement();
     return text;
-}
-
-void writeByXmlWriter(benchmark::State& state)
-{
-    const ProgramData data = record(static_cast<int>(state.range(0)));
-    for (auto _ : state)
-        benchmark::DoNotOptimize(textByXmlWriter(data));
-    finish(state);
 }
 
 ProgramFile fileByXmlReader(QXmlStreamReader& xml)
@@ -126,14 +111,50 @@ ProgramData recordByXmlReader(const QString& text)
     return data;
 }
 
+void write(benchmark::State& state)
+{
+    const ProgramData data = record(static_cast<int>(state.range(0)));
+    if (!isSame(recordByXmlReader(textOf(data)), data))
+        state.SkipWithError("wrong text");
+    for (auto _ : state)
+        benchmark::DoNotOptimize(textOf(data));
+    finish(state);
+}
+
+void read(benchmark::State& state, const QString& betweenFiles)
+{
+    const ProgramData expected = record(static_cast<int>(state.range(0)));
+    const QString text =
+        textOf(expected).replace(QLatin1String("</file>"), QLatin1String("</file>") + betweenFiles);
+    ProgramData data;
+    for (auto _ : state) {
+        data = ProgramData();
+        updater().xmlToProgramData(QStringLiteral("Editor"), text, data);
+    }
+    if (!isSame(data, expected))
+        state.SkipWithError("wrong record");
+    finish(state);
+}
+
+void writeByXmlWriter(benchmark::State& state)
+{
+    const ProgramData data = record(static_cast<int>(state.range(0)));
+    if (textByXmlWriter(data).trimmed() != textOf(data).trimmed())
+        state.SkipWithError("another text");
+    for (auto _ : state)
+        benchmark::DoNotOptimize(textByXmlWriter(data));
+    finish(state);
+}
+
 void readByXmlReader(benchmark::State& state)
 {
-    const int files = static_cast<int>(state.range(0));
-    const QString text = textOf(record(files));
-    for (auto _ : state) {
-        if (recordByXmlReader(text).files.size() != files)
-            state.SkipWithError("wrong record");
-    }
+    const ProgramData expected = record(static_cast<int>(state.range(0)));
+    const QString text = textOf(expected);
+    ProgramData data;
+    for (auto _ : state)
+        data = recordByXmlReader(text);
+    if (!isSame(data, expected))
+        state.SkipWithError("wrong record");
     finish(state);
 }
 
@@ -141,10 +162,14 @@ void readByXmlReader(benchmark::State& state)
 void extract(benchmark::State& state)
 {
     const QString text = textOf(record(static_cast<int>(state.range(0))));
+    QString source;
+    QString value;
     for (auto _ : state) {
-        QString source = text;
-        benchmark::DoNotOptimize(updater().tagValue(QStringLiteral("file"), source, true, nullptr));
+        source = text;
+        value = updater().tagValue(QStringLiteral("file"), source, true, nullptr);
     }
+    if (!value.contains(QLatin1String("/0.dat<")) || source.contains(QLatin1String("/0.dat<")))
+        state.SkipWithError("wrong element");
     finish(state);
 }
 

@@ -38,17 +38,19 @@ int main(int argc, char** argv)
     const QString baseUrl = QString::fromLocal8Bit(argv[1]);
     const QString list = QString::fromLocal8Bit(argv[2]);
     if (argc == 3)
-        return fetchOneByOne(baseUrl, list, [](const QByteArray&) {});
+        return fetchOneByOne(baseUrl, list, [](const QByteArray&) { return true; });
 
     const int files = QByteArray(argv[3]).toInt();
     const QString directory = QString::fromLocal8Bit(argv[4]) + QLatin1Char('/');
     QProgressDialog dialog(labelFor(0, files), QStringLiteral("Cancel"), 0, files);
     dialog.show();
     int saved = 0;
-    return fetchOneByOne(baseUrl, list, [&](const QByteArray& body) {
+    const int status = fetchOneByOne(baseUrl, list, [&](const QByteArray& body) {
         if (!save(body, directory + QString::number(++saved)))
-            QCoreApplication::exit(1);
+            return false;
         dialog.setValue(saved);
         dialog.setLabelText(labelFor(saved, files));
+        return true;
     });
+    return saved == files ? status : 1;
 }

@@ -10,5 +10,5 @@ int main(int argc, char** argv)
     if (argc != 3)
         return 2;
     return fetchOneByOne(QString::fromLocal8Bit(argv[1]), QString::fromLocal8Bit(argv[2]),
-                         [](const QByteArray&) {});
+                         [](const QByteArray&) { return true; });
 }

@@ -22,8 +22,8 @@ bool hashFile(const QFileInfo& info)
 
 bool hashDirectory(const QDir& directory)
 {
-    const QFileInfoList entries =
-        directory.entryInfoList(QDir::Dirs | QDir::Files | QDir::NoDotAndDotDot);
+    const QFileInfoList entries = directory.entryInfoList(QDir::Dirs | QDir::Files | QDir::Hidden |
+                                                          QDir::System | QDir::NoDotAndDotDot);
     for (const QFileInfo& entry : entries) {
         if (!(entry.isDir() ? hashDirectory(QDir(entry.filePath())) : hashFile(entry)))
             return false;
