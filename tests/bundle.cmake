@@ -19,12 +19,21 @@ function(run expected)
   if(NOT status EQUAL expected)
     message(FATAL_ERROR "\"${ARGN}\" ended with ${status}:\n${output}")
   endif()
+  set(output "${output}" PARENT_SCOPE)
 endfunction()
 
 # A build directory with that option; the program in it is the one that is built already.
 run(0 ${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${work}/build -G ${GENERATOR}
   -DCMAKE_CXX_COMPILER=${CXX_COMPILER} -DQT_MAJOR=${QT_MAJOR} -DBUILD_TESTING=OFF
   "-DINSTALL_INTO_BUNDLE=${app}")
+# What is no bundle is not made into one.
+run(1 ${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${work}/build "-DINSTALL_INTO_BUNDLE=${work}/None.app")
+if(NOT output MATCHES "there is no[ \n]+[^\n]*None.app/Contents/MacOS" OR EXISTS ${work}/None.app)
+  message(FATAL_ERROR "Without a bundle:\n${output}")
+endif()
+# A path from where cmake runs, as it may be given.
+run(0 ${CMAKE_COMMAND} -E chdir ${work}
+  ${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${work}/build "-DINSTALL_INTO_BUNDLE=Some Editor.app")
 file(COPY ${UPDATER} DESTINATION ${work}/build)
 run(0 ${CMAKE_COMMAND} --install ${work}/build --prefix ${work}/prefix)
 
