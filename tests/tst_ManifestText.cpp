@@ -31,7 +31,7 @@ ProgramData editorRecord()
         "2.1",
         false,
         QString::fromLatin1(changelog.toBase64()),
-        {{"Contents/Resources/about.txt", tree, 6}, {"Contents/Resources/empty.dat", none, 0}}};
+        {{"Contents/Resources/readme.txt", tree, 6}, {"Contents/Resources/empty.dat", none, 0}}};
 }
 
 const QString editorText = "<Editor>\n"
@@ -40,7 +40,7 @@ const QString editorText = "<Editor>\n"
                            "\t<changelog>VmVyc2lvbiAyLjEKLSBGYXN0ZXIgc3RhcnQtdXAKLSBGaXhlZCBwcmlu"
                            "dGluZwo=</changelog>\n"
                            "\t<file>\n"
-                           "\t\t<name>Contents/Resources/about.txt</name>\n"
+                           "\t\t<name>Contents/Resources/readme.txt</name>\n"
                            "\t\t<sha1>f572d396fae9206628714fb2ce00f72e94f2258f</sha1>\n"
                            "\t\t<size>6</size>\n"
                            "\t</file>\n"
