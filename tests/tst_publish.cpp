@@ -400,6 +400,9 @@ private Q_SLOTS:
             << "there is no changelog";
         QTest::newRow("finding of lint")
             << QStringList({"Editor", "2.0", "@scene/untidy", "@dest"}) << 1 << "untidy";
+        QTest::newRow("pattern that is not there")
+            << QStringList({"--accept", "", "Editor", "2.0", "@tree", "@dest"}) << 1
+            << "--accept needs a pattern";
         QTest::newRow("rollback to what is not there")
             << QStringList({"--rollback", "0.9", "@dest"}) << 1 << "there is no release";
         QTest::newRow("rollback without a version")
@@ -431,6 +434,58 @@ private Q_SLOTS:
         QVERIFY2(outcome.text.contains(reason), qPrintable(outcome.text));
         QCOMPARE(files::list(dest()), before);
         QCOMPARE(linkOf(dest() + "/current"), QString("releases/1.0"));
+    }
+
+    void findingsMustBeAccepted_data()
+    {
+        QTest::addColumn<QStringList>("accepted");
+        QTest::addColumn<QString>("refused"); // The begin of a line; empty when it is published.
+        const QString executable = ": executable here, but not for users";
+        const QString updaterName = "Contents/MacOS/updater";
+        const QString frameworks = "Contents/Frameworks/*";
+        QTest::newRow("none") << QStringList()
+                              << "Contents/Frameworks/libeditor.dylib" + executable;
+        QTest::newRow("all but the updater")
+            << QStringList{"--accept", frameworks} << updaterName + executable;
+        QTest::newRow("the updater only") << QStringList{"--accept", updaterName}
+                                          << "Contents/Frameworks/Kit.framework/Kit: symbolic link";
+        QTest::newRow("all") << QStringList{"--accept", updaterName, "--accept", frameworks} << "";
+    }
+
+    /// A bundle with the updater, a library and a framework, and the real lint.
+    void findingsMustBeAccepted()
+    {
+        QFETCH(QStringList, accepted);
+        QFETCH(QString, refused);
+        const QString bundle = tree("1.0");
+        const QString frameworks = bundle + "/Contents/Frameworks/";
+        files::setMode(bundle + '/' + exeName, 0755);
+        files::write(bundle + "/Contents/MacOS/updater", "updates");
+        files::setMode(bundle + "/Contents/MacOS/updater", 0755);
+        files::write(frameworks + "libeditor.dylib", "library");
+        files::setMode(frameworks + "libeditor.dylib", 0755);
+        files::write(frameworks + "Kit.framework/Versions/A/Kit", "framework");
+        files::link("A", frameworks + "Kit.framework/Versions/Current");
+        files::link("Versions/Current/Kit", frameworks + "Kit.framework/Kit");
+
+        const Outcome outcome = publish(accepted + QStringList{"Editor", "1.0", bundle, dest()},
+                                        {{"UPDATER_RELEASE", UPDATER_RELEASE_EXECUTABLE}});
+
+        if (!refused.isEmpty()) {
+            QCOMPARE(outcome.status, 1);
+            QVERIFY2(('\n' + outcome.text).contains('\n' + refused), qPrintable(outcome.text));
+            QVERIFY2(outcome.text.endsWith("findings that are not accepted (--accept)\n"),
+                     qPrintable(outcome.text));
+            QVERIFY(!QFileInfo::exists(dest()));
+            return;
+        }
+        QVERIFY2(outcome.status == 0, qPrintable(outcome.text));
+        QCOMPARE(outcome.text.count("accepted: "), 4);
+        const Tree published = release::read(dest() + "/current");
+        QCOMPARE(published.value("Contents/MacOS/updater"), QByteArray("updates"));
+        QCOMPARE(published.value("Contents/Frameworks/Kit.framework/Kit"), QByteArray("framework"));
+        QCOMPARE(published.value("Contents/Frameworks/Kit.framework/Versions/Current/Kit"),
+                 QByteArray("framework"));
     }
 
     /// One call replaces the link; nothing takes it away before.

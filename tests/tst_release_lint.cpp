@@ -49,7 +49,7 @@ public:
     QStringList findings(const QString& program = "Editor") const
     {
         CollectedOutput output;
-        publisher::lint(path(), program, output);
+        publisher::lint(path(), program, {}, output);
         if (output.findings() != output.lines.size())
             return {"lines that are no findings"};
         return output.withoutReasons();
@@ -259,7 +259,7 @@ private Q_SLOTS:
         for (const QString& name : qAsConst(files))
             files::write(dir / name, "contents");
         CollectedOutput output;
-        publisher::lint(dir.path(), program, output);
+        publisher::lint(dir.path(), program, {}, output);
         const QStringList expected =
             finding.isEmpty() ? QStringList() : QStringList{dir.path() + finding};
         QCOMPARE(output.withoutReasons(), expected);
@@ -279,7 +279,7 @@ private Q_SLOTS:
         const Tree tree;
         tree.add("a<b");
         CollectedOutput output;
-        publisher::lint(tree.path(), "Editor", output);
+        publisher::lint(tree.path(), "Editor", {}, output);
         QCOMPARE(output.lines, QStringList{"a<b: \"<\" or \">\"; the version file knows no escapes "
                                            "and can take this for one of its marks"});
     }
@@ -327,8 +327,80 @@ private Q_SLOTS:
         QFETCH(QString, name);
         const Tree tree;
         CollectedOutput output;
-        publisher::lint(tree / name, "Editor", output);
+        publisher::lint(tree / name, "Editor", {"*"}, output); // There is nothing to accept.
         QCOMPARE(output.lines, QStringList{(tree / name) + ": no directory that can be read"});
+    }
+
+    void acceptedFindingsDoNotCount_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QStringList>("accepted");
+        QTest::addColumn<bool>("counts");
+        const QString name = "sub/deep/a<b";
+        QTest::newRow("nothing accepted") << name << QStringList() << true;
+        QTest::newRow("the path itself") << name << QStringList{name} << false;
+        QTest::newRow("one of several") << name << QStringList{"x", name, "y"} << false;
+        QTest::newRow("beyond a separator") << name << QStringList{"s*<b"} << false;
+        QTest::newRow("beyond a line end") << "a\nb" << QStringList{"a*b"} << false;
+        QTest::newRow("no text") << name << QStringList{"*sub/deep/a*<*b*"} << false;
+        QTest::newRow("a part only") << name << QStringList{"sub", "a<b", "sub/deep/a"} << true;
+        QTest::newRow("its end only") << name << QStringList{"deep/*"} << true;
+        QTest::newRow("its begin only") << name << QStringList{"*deep/a"} << true;
+        QTest::newRow("other case") << name << QStringList{"SUB/*"} << true;
+        QTest::newRow("empty") << name << QStringList{""} << true;
+        QTest::newRow("all else is itself")
+            << name << QStringList{"sub/deep/a?b", "sub/deep/...", "sub/deep/[a]<b"} << true;
+        QTest::newRow("a star") << "a<*" << QStringList{"a<*"} << false;
+    }
+
+    void acceptedFindingsDoNotCount()
+    {
+        QFETCH(QString, name);
+        QFETCH(QStringList, accepted);
+        QFETCH(bool, counts);
+        const Tree tree;
+        tree.add(name);
+        CollectedOutput output;
+        publisher::lint(tree.path(), "Editor", accepted, output);
+        QCOMPARE(output.findings(), counts ? 1 : 0);
+        QCOMPARE(output.lines.size(), 1);
+        const QString begin = counts ? QString() : QString("accepted: ");
+        QVERIFY2(output.lines.first().startsWith(begin + publisher::printable(name) + ": "),
+                 qPrintable(output.lines.first()));
+    }
+
+    void findingAboutTheTreeIsAcceptedByItsPath()
+    {
+        const TestDir dir;
+        files::write(dir / "file", "contents");
+        CollectedOutput output;
+        publisher::lint(dir.path(), "Editor", {dir.path()}, output);
+        QCOMPARE(output.findings(), 0);
+        QCOMPARE(output.withoutReasons(),
+                 QStringList{"accepted: " + dir.path() + ": no file Contents/MacOS/Editor"});
+    }
+
+    void acceptedAndOtherFindingsAreToldApart()
+    {
+        const Tree tree;
+        tree.add("Contents/MacOS/updater", 0755);
+        tree.add("Contents/Frameworks/libeditor.so.1", 0755);
+        tree.add("tool", 0755);
+        Tool tool;
+        const QStringList accepted{"--accept", "Contents/MacOS/updater",
+                                   "--accept=Contents/Frameworks/*"};
+        QCOMPARE(tool.run(QStringList{"lint", "-n", "Editor", tree.path()} + accepted), 1);
+        const QByteArray what = ": executable here, but not for users;";
+        const QByteArray output = tool.output();
+        QCOMPARE(output.count('\n'), 3);
+        QVERIFY(output.startsWith("accepted: Contents/Frameworks/libeditor.so.1" + what));
+        QVERIFY(output.contains("\naccepted: Contents/MacOS/updater" + what));
+        QVERIFY(output.contains("\ntool" + what));
+
+        QCOMPARE(tool.run(QStringList{"lint", "-n", "Editor", tree.path(), "--accept", "tool"} +
+                          accepted),
+                 0);
+        QCOMPARE(tool.output().count("accepted: "), 3);
     }
 
     void findingsAreLinesAndAStatus()
@@ -369,6 +441,9 @@ private Q_SLOTS:
         QTest::newRow("lint with two") << QStringList{"lint", ".", "."};
         QTest::newRow("lint with an option of verify")
             << QStringList{"lint", "--timeout", "1", "."};
+        QTest::newRow("verify with an option of lint")
+            << QStringList{"verify", "--accept", "x", "http://127.0.0.1:1/"};
+        QTest::newRow("pattern missing") << QStringList{"lint", ".", "--accept"};
         QTest::newRow("unknown option") << QStringList{"lint", "--colour", "."};
         QTest::newRow("option without value") << QStringList{"lint", ".", "--name"};
         QTest::newRow("diff with one") << QStringList{"diff", "a"};
@@ -401,7 +476,8 @@ private Q_SLOTS:
                                                  "--version", "Exit status"};
         QTest::newRow("short") << QStringList{"-h"} << QStringList{"lint DIR"};
         QTest::newRow("lint") << QStringList{"lint", "--help"}
-                              << QStringList{"updater-release lint [OPTION...] DIR\n", "--name"};
+                              << QStringList{"updater-release lint [OPTION...] DIR\n", "--name",
+                                             "--accept <PATTERN>"};
         QTest::newRow("diff") << QStringList{"diff", "-h"}
                               << QStringList{"updater-release diff [OPTION...] OLD NEW\n",
                                              "--name"};
