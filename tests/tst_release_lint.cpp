@@ -243,8 +243,14 @@ private Q_SLOTS:
         row("deeper", {"Contents/MacOS/sub/Editor"}, "Editor", named);
         row("deeper, unnamed", {"Contents/MacOS/sub/Editor"}, "", unnamed);
         row("longer name", {"Contents/MacOS/TheEditor"}, "Editor", named);
-        row("in a bundle", {"Editor.app/Contents/MacOS/Editor"}, "Editor", "");
         row("in a bundle, unnamed", {"Editor.app/Contents/MacOS/Editor"}, "", "");
+        row("updater only, unnamed", {"Contents/MacOS/updater"}, "", unnamed);
+        row("updater only, in other case", {"Contents/MacOS/UPDATER"}, "", unnamed);
+        row("updater and another, unnamed", {"Contents/MacOS/updater", "Contents/MacOS/Viewer"}, "",
+            "");
+        row("updater in the bundle of another, unnamed",
+            {"Contents/MacOS/Viewer", "Contents/Z/Contents/MacOS/updater"}, "", "");
+        row("named updater", {"Contents/MacOS/updater"}, "updater", "");
         row("in other case", {"contents/macos/editor"}, "Editor", "");
         row("in other case, unnamed", {"contents/macos/editor"}, "", "");
         row("nothing at all", {}, "Editor", named);
@@ -263,6 +269,48 @@ private Q_SLOTS:
         const QStringList expected =
             finding.isEmpty() ? QStringList() : QStringList{dir.path() + finding};
         QCOMPARE(output.withoutReasons(), expected);
+    }
+
+    /// The tree is installed over the bundle: what is in a bundle in it goes into a bundle in that.
+    void programElsewhereHasItsFinding_data()
+    {
+        const QString what = ": the program, but not at Contents/MacOS/Editor of the tree";
+        QTest::addColumn<QStringList>("files");
+        QTest::addColumn<QString>("finding");
+        QTest::newRow("in a bundle") << QStringList{"Editor.app/Contents/MacOS/Editor"}
+                                     << "Editor.app/Contents/MacOS/Editor" + what;
+        QTest::newRow("in a directory that ends alike")
+            << QStringList{"My Contents/MacOS/Editor"} << "My Contents/MacOS/Editor" + what;
+        QTest::newRow("before the one at its place")
+            << QStringList{"Contents/A/Contents/MacOS/Editor", "Contents/MacOS/Editor"}
+            << "Contents/A/Contents/MacOS/Editor" + what;
+        QTest::newRow("after the one at its place")
+            << QStringList{"Contents/MacOS/Editor", "Contents/Z/Contents/MacOS/Editor"} << "";
+    }
+
+    void programElsewhereHasItsFinding()
+    {
+        QFETCH(QStringList, files);
+        QFETCH(QString, finding);
+        const TestDir dir;
+        for (const QString& name : qAsConst(files))
+            files::write(dir / name, "contents");
+        CollectedOutput output;
+        publisher::lint(dir.path(), "Editor", {}, output);
+        QCOMPARE(output.withoutReasons(), finding.isEmpty() ? QStringList() : QStringList{finding});
+    }
+
+    void linkedProgramElsewhereHasItsFinding()
+    {
+        const Tree tree;
+        QVERIFY(QFile::remove(tree / "Contents/MacOS/Editor"));
+        tree.add("Contents/MacOS/Viewer");
+        tree.add("real");
+        files::link("../../../real", tree / "Editor.app/Contents/MacOS/Editor");
+        QCOMPARE(tree.findings(),
+                 QStringList({"Editor.app/Contents/MacOS/Editor: symbolic link",
+                              "Editor.app/Contents/MacOS/Editor: the program, but not at "
+                              "Contents/MacOS/Editor of the tree"}));
     }
 
     void linkedProgramIsAProgram()

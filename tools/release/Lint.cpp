@@ -109,6 +109,7 @@ private:
     void checkDirectory(const QFileInfo& entry, const QString& path);
     void checkFile(const QFileInfo& entry, const QString& path);
     bool isProgram(const QString& path) const;
+    void takeProgram(const QString& path);
 
     const QString m_program;
     Report& m_report;
@@ -196,7 +197,8 @@ void Walk::checkEntry(const QFileInfo& entry, const QString& path)
         m_report.finding(path,
                          QStringLiteral("symbolic link; users get a copy of what it leads to, "
                                         "and nothing when it leads nowhere"));
-        m_hasProgram = m_hasProgram || (entry.isFile() && isProgram(path));
+        if (!m_hasProgram && entry.isFile() && isProgram(path))
+            takeProgram(path);
     } else if (entry.isDir()) {
         checkDirectory(entry, path);
     } else if (entry.isFile()) {
@@ -229,7 +231,8 @@ void Walk::checkFile(const QFileInfo& entry, const QString& path)
 
     // Of several programs the installation takes the first; unnamed, it can be any of them.
     const bool program = isProgram(path) && (m_program.isEmpty() || !m_hasProgram);
-    m_hasProgram = m_hasProgram || program;
+    if (program)
+        takeProgram(path);
     const bool executable =
         (entry.permissions() & (QFile::ExeOwner | QFile::ExeGroup | QFile::ExeOther)) != 0;
     if (executable && !program && !path.endsWith(QLatin1String(".icns"), Qt::CaseInsensitive))
@@ -246,8 +249,23 @@ bool Walk::isProgram(const QString& path) const
     const QString directory = QStringLiteral("Contents/MacOS/");
     if (!m_program.isEmpty())
         return installed.endsWith(directory + m_program, Qt::CaseInsensitive);
-    return installed.left(installed.lastIndexOf(QLatin1Char('/')) + 1)
-        .endsWith(directory, Qt::CaseInsensitive);
+    const auto end = installed.lastIndexOf(QLatin1Char('/')) + 1;
+    return installed.left(end).endsWith(directory, Qt::CaseInsensitive) &&
+           installed.mid(end).compare(QLatin1String("updater"), Qt::CaseInsensitive) != 0;
+}
+
+/// Of a program that is not where the installed one is, users get a second copy, and keep the
+/// first.
+void Walk::takeProgram(const QString& path)
+{
+    m_hasProgram = true;
+    const QString place = QStringLiteral("Contents/MacOS/") + m_program;
+    if (!m_program.isEmpty() && path.compare(place, Qt::CaseInsensitive) != 0)
+        m_report.finding(path,
+                         QStringLiteral("the program, but not at %1 of the tree; the tree goes "
+                                        "over the installed bundle, so give the directory that "
+                                        "Contents lies in")
+                             .arg(place));
 }
 
 } // namespace
