@@ -24,6 +24,13 @@ namespace {
 const char* const exeName = "Contents/MacOS/Editor";
 const char* const pageName = "Contents/Resources/help.html";
 
+// Marks in the guide, each before lines that are run here.
+const char* const runThis = "<!-- tests/tst_publish.cpp runs this. -->";
+const char* const runAsTheUser = "<!-- tests/tst_publish.cpp runs this as the user. -->";
+const char* const runBeforeRepetition =
+    "<!-- tests/tst_publish.cpp runs this before a job is repeated. -->";
+const char* const runToEnd = "<!-- tests/tst_publish.cpp runs this to end a job. -->";
+
 /// What a web server with other duties may have set for all of its sites.
 const char* const settingsOfOtherSites = "  types { text/html html; application/json json; }\n"
                                          "  default_type text/html;\n"
@@ -366,10 +373,14 @@ private Q_SLOTS:
         QCOMPARE(QFileInfo::exists(dest() + "/releases/2.0"), complete);
 
         // The second attempt.
-        if (complete)
+        if (complete) {
+            const Outcome again = publish({"Editor", "2.0", tree("2.0"), dest()});
+            QVERIFY2(again.text.contains("/releases/2.0 is there"), qPrintable(again.text));
+            QCOMPARE(linkOf(dest() + "/current"), QString("releases/1.0"));
             rollBack("2.0");
-        else
+        } else {
             publishVersion("2.0");
+        }
         QVERIFY(ask(*server, "index.txt").body.contains("<version>2.0</version>"));
         QCOMPARE(ask(*server, pageName).body, editor("2.0").value(pageName));
     }
@@ -510,54 +521,93 @@ private Q_SLOTS:
         QCOMPARE(calls, QStringList("rename"));
     }
 
-    /// The lines of the guide for a build server, run as they stand.
+    /// The lines of the guide for a build server, run as they stand, from release to release.
     void linesOfTheGuidePublish()
     {
         const auto command = m_trustStore->command();
         if (!command)
             QSKIP("no private mount namespace is allowed here");
-        const QString bin = *m_scene / "bin";
-        files::link(PUBLISH_DIR "/publish.sh", bin + "/publish.sh");
-        files::link(UPDATER_EXECUTABLE, bin + "/updater");
-        writeScript(bin + "/updater-release",
-                    "echo \"updater-release $*\"\nexec " UPDATER_RELEASE_EXECUTABLE " \"$@\"\n");
-        const QString staging = *m_scene / "staging";
         publishVersion("1.0");
         const auto server = serve(dest());
-        const auto stagingServer = serve(staging);
-        const QString work = *m_scene / "work";
-        release::lay(editor("2.0"), work + "/Editor.app");
-        release::lay(editor("1.0"), work + "/previous/Editor.app");
-        files::write(work + "/previous/Editor.app/gone.txt", "not in 2.0");
-        files::write(work + "/CHANGES.txt", "News\n");
-        writeScript(work + "/lines", linesOfTheGuide("<!-- tests/tst_publish.cpp runs this. -->"));
-
-        const Outcome outcome = run(*command + QStringList{"sh", "./lines"},
-                                    {{"PATH", bin + ":" + qEnvironmentVariable("PATH")},
-                                     {"TMPDIR", tmpDir()},
-                                     {"VERSION", "2.0"},
-                                     {"PREVIOUS", "1.0"},
-                                     {"STAGING_DEST", staging},
-                                     {"STAGING_URL", stagingServer->url("/editor/index.txt")},
-                                     {"DEST", dest()},
-                                     {"URL", server->url("/editor/index.txt")}},
-                                    work);
-        QVERIFY2(outcome.status == 0, qPrintable(outcome.text));
-
-        const QStringList said = outcome.text.split('\n').filter(
-            QRegularExpression("^updater-release|leads to|checked"));
+        const auto stagingServer = serve(staging());
         const QString verify = "updater-release verify --name Editor %1";
-        const QString verified = "Editor 2.0: 5 files checked, 0 findings";
-        QCOMPARE(said, QStringList({"updater-release lint --name Editor Editor.app",
-                                    staging + "/current leads to 2.0",
-                                    verify.arg(stagingServer->url("/editor/index.txt")), verified,
-                                    "updater-release lint --name Editor Editor.app",
-                                    dest() + "/current leads to 2.0",
-                                    verify.arg(server->url("/editor/index.txt")), verified}));
-        QCOMPARE(release::differences(release::read(work + "/rehearsal.app"), editor("2.0")),
+        const QString verified = "Editor %1: 5 files checked, 0 findings";
+
+        QString previous = "1.0";
+        for (const QString version : {"2.0", "3.0"}) {
+            layBuild(version, previous);
+            const Outcome outcome = runLines(runThis, *command, version, *server, *stagingServer);
+            QVERIFY2(outcome.status == 0, qPrintable(outcome.text));
+
+            const QStringList said = outcome.text.split('\n').filter(
+                QRegularExpression("^updater-release|leads to|checked"));
+            QCOMPARE(
+                said,
+                QStringList({"updater-release lint --name Editor Editor.app",
+                             staging() + "/current leads to " + version,
+                             verify.arg(stagingServer->url("/editor/index.txt")),
+                             verified.arg(version), "updater-release lint --name Editor Editor.app",
+                             dest() + "/current leads to " + version,
+                             verify.arg(server->url("/editor/index.txt")), verified.arg(version)}));
+            QCOMPARE(release::differences(release::read(work() + "/rehearsal.app"),
+                                          editor(version.toLatin1())),
+                     QStringList("unexpected: gone.txt"));
+            QVERIFY(ask(*server, "index.txt")
+                        .body.contains("<version>" + version.toLatin1() + "</version>"));
+            previous = version;
+        }
+        QCOMPARE(m_program->starts(), QStringList());
+    }
+
+    /// By hand, with the copy of an earlier rehearsal in the way.
+    void linesOfTheGuideRehearse()
+    {
+        const auto command = m_trustStore->command();
+        if (!command)
+            QSKIP("no private mount namespace is allowed here");
+        publishVersion("1.0");
+        const auto server = serve(dest());
+        layBuild("2.0", "1.0");
+        QCOMPARE(publish({"Editor", "2.0", tree("2.0"), staging()}).status, 0);
+        const auto stagingServer = serve(staging());
+        files::write(work() + "/rehearsal.app/Contents/earlier.txt", "an earlier rehearsal");
+
+        const Outcome outcome = runLines(runAsTheUser, *command, "2.0", *server, *stagingServer);
+
+        QVERIFY2(outcome.status == 0, qPrintable(outcome.text));
+        QCOMPARE(release::differences(release::read(work() + "/rehearsal.app"), editor("2.0")),
                  QStringList("unexpected: gone.txt"));
         QCOMPARE(m_program->starts(), QStringList());
-        QVERIFY(ask(*server, "index.txt").body.contains("<version>2.0</version>"));
+    }
+
+    void linesOfTheGuideRepeatAJob()
+    {
+        const auto command = m_trustStore->command();
+        if (!command)
+            QSKIP("no private mount namespace is allowed here");
+        publishVersion("1.0");
+        const auto server = serve(dest());
+        const auto stagingServer = serve(staging());
+        const auto empty = serve(*m_scene / "nothing");
+        layBuild("2.0", "1.0");
+
+        // Nothing is published yet for the users.
+        QCOMPARE(runLines(runThis, *command, "2.0", *server, *empty).status, 1);
+        const Outcome refused = runLines(runThis, *command, "2.0", *server, *stagingServer);
+        QCOMPARE(refused.status, 1);
+        QVERIFY2(refused.text.contains(staging() + "/releases/2.0 is there"),
+                 qPrintable(refused.text));
+        QCOMPARE(linkOf(dest() + "/current"), QString("releases/1.0"));
+        QCOMPARE(runLines(runBeforeRepetition, *command, "2.0", *server, *stagingServer).status, 0);
+        // Now they are, but the last look fails.
+        QCOMPARE(runLines(runThis, *command, "2.0", *empty, *stagingServer).status, 1);
+        QCOMPARE(linkOf(dest() + "/current"), QString("releases/2.0"));
+        rollBack("1.0"); // As if it had been killed before the switch.
+
+        const Outcome outcome = runLines(runToEnd, *command, "2.0", *server, *stagingServer);
+        QVERIFY2(outcome.status == 0, qPrintable(outcome.text));
+        QVERIFY2(outcome.text.contains("Editor 2.0: 5 files checked, 0 findings"),
+                 qPrintable(outcome.text));
     }
 
 private:
@@ -577,6 +627,43 @@ private:
     QString dest() const { return *m_scene / "www"; }
     QString installDir() const { return *m_scene / "installed/Editor.app"; }
     QString tmpDir() const { return *m_scene / "tmp"; }
+    QString staging() const { return *m_scene / "staging"; }
+    QString work() const { return *m_scene / "work"; }
+
+    /// Lays out what the lines of the guide find: a build, the one before it, the changelog.
+    void layBuild(const QString& version, const QString& previous) const
+    {
+        release::lay(editor(version.toLatin1()), work() + "/Editor.app");
+        release::lay(editor(previous.toLatin1()), work() + "/previous/Editor.app");
+        files::write(work() + "/previous/Editor.app/gone.txt", "not in " + version.toLatin1());
+        files::write(work() + "/previous/version", previous.toLatin1());
+        files::write(work() + "/CHANGES.txt", "News\n");
+    }
+
+    /// Runs the lines of the guide behind @p mark after layBuild(), under @p command.
+    Outcome runLines(const QByteArray& mark, const QStringList& command, const QString& version,
+                     const Nginx& server, const Nginx& stagingServer) const
+    {
+        const QString bin = *m_scene / "bin";
+        if (!QFileInfo::exists(bin)) {
+            files::link(PUBLISH_DIR "/publish.sh", bin + "/publish.sh");
+            files::link(UPDATER_EXECUTABLE, bin + "/updater");
+            writeScript(bin + "/updater-release",
+                        "echo \"updater-release $*\"\nexec " UPDATER_RELEASE_EXECUTABLE
+                        " \"$@\"\n");
+        }
+        writeScript(work() + "/lines", linesOfTheGuide(mark));
+        return run(command + QStringList{"sh", "./lines"},
+                   {{"PATH", bin + ":" + qEnvironmentVariable("PATH")},
+                    {"TMPDIR", tmpDir()},
+                    {"VERSION", version},
+                    {"PREVIOUS", QString::fromLatin1(files::read(work() + "/previous/version"))},
+                    {"STAGING_DEST", staging()},
+                    {"STAGING_URL", stagingServer.url("/editor/index.txt")},
+                    {"DEST", dest()},
+                    {"URL", server.url("/editor/index.txt")}},
+                   work());
+    }
 
     /// What the link @p path is made of.
     static QString linkOf(const QString& path)
