@@ -15,6 +15,7 @@
 #include <QProcessEnvironment>
 #include <QRegularExpression>
 #include <QStandardPaths>
+#include <QTcpServer>
 
 #include <filesystem>
 #include <memory>
@@ -44,12 +45,19 @@ const char* const settingsOfOtherSites = "  types { text/html html; application/
                                          "  open_file_cache max=100 inactive=1h;\n"
                                          "  open_file_cache_valid 1h;\n";
 
+bool hasIpv6()
+{
+    QTcpServer server;
+    return server.listen(QHostAddress::LocalHostIPv6);
+}
+
 /// The shipped configuration, with @p certificate and the directory @p dest filled in.
 QByteArray shippedSite(const ServerCertificate& certificate, const QString& dest, quint16 port)
 {
     const QList<QPair<QByteArray, QByteArray>> ours{
         {"listen 443 ssl;", "listen 127.0.0.1:" + QByteArray::number(port) + " ssl;"},
-        {"listen [::]:443 ssl;", ""},
+        {"listen [::]:443 ssl;",
+         hasIpv6() ? "listen [::1]:" + QByteArray::number(port) + " ssl;" : QByteArray()},
         {"/etc/ssl/updates.example/fullchain.pem", QFile::encodeName(certificate.certificate)},
         {"/etc/ssl/updates.example/private.pem", QFile::encodeName(certificate.key)},
         {"alias /srv/updates/editor/", "alias " + QFile::encodeName(dest) + "/"}};
@@ -169,7 +177,8 @@ private Q_SLOTS:
         }
         m_authority = std::make_unique<Authority>("Authority");
         m_trustStore = std::make_unique<TrustStore>(*m_authority);
-        m_certificate = m_authority->issue("IP:127.0.0.1", "20200101000000Z", "20480101000000Z");
+        m_certificate =
+            m_authority->issue("IP:127.0.0.1,IP:::1", "20200101000000Z", "20480101000000Z");
     }
 
     void init()
@@ -263,6 +272,20 @@ private Q_SLOTS:
         QTEST(QString::fromLatin1(summary.join('|')), "expected");
         if (answer.status == 200)
             QCOMPARE(answer.body, files::read(dest() + "/current/" + path));
+    }
+
+    void ipv6IsAnswered()
+    {
+        if (!hasIpv6())
+            QSKIP("there is no IPv6 here");
+        publishVersion("1.0");
+        const auto server = serve(dest());
+        QString url = server->url("/editor/index.txt");
+        url.replace("127.0.0.1", "[::1]");
+
+        const Answer answer = get(url, *m_authority);
+        QCOMPARE(answer.status, 200);
+        QCOMPARE(answer.body, files::read(dest() + "/current/index.txt"));
     }
 
     void cachesLearnOfEveryRelease_data()
