@@ -16,6 +16,7 @@
 #include <QRegularExpression>
 #include <QStandardPaths>
 #include <QTcpServer>
+#include <QUrl>
 
 #include <filesystem>
 #include <memory>
@@ -52,7 +53,7 @@ bool hasIpv6()
 }
 
 /// The shipped configuration, with @p certificate and the directory @p dest filled in.
-QByteArray shippedSite(const ServerCertificate& certificate, const QString& dest, quint16 port)
+QByteArray shippedServer(const ServerCertificate& certificate, const QString& dest, quint16 port)
 {
     const QList<QPair<QByteArray, QByteArray>> ours{
         {"listen 443 ssl;", "listen 127.0.0.1:" + QByteArray::number(port) + " ssl;"},
@@ -67,7 +68,13 @@ QByteArray shippedSite(const ServerCertificate& certificate, const QString& dest
             qFatal("test fixture: nginx.conf lacks %s", placeholder.constData());
         site.replace(placeholder, value);
     }
-    return settingsOfOtherSites + site;
+    return site;
+}
+
+/// The same behind what other sites have set.
+QByteArray shippedSite(const ServerCertificate& certificate, const QString& dest, quint16 port)
+{
+    return settingsOfOtherSites + shippedServer(certificate, dest, port);
 }
 
 /// How a command ended, and all that it said.
@@ -178,7 +185,8 @@ private Q_SLOTS:
         m_authority = std::make_unique<Authority>("Authority");
         m_trustStore = std::make_unique<TrustStore>(*m_authority);
         m_certificate =
-            m_authority->issue("IP:127.0.0.1,IP:::1", "20200101000000Z", "20480101000000Z");
+            m_authority->issue("IP:127.0.0.1,IP:::1,DNS:updates.example,DNS:staging.example",
+                               "20200101000000Z", "20480101000000Z");
     }
 
     void init()
@@ -286,6 +294,29 @@ private Q_SLOTS:
         const Answer answer = get(url, *m_authority);
         QCOMPARE(answer.status, 200);
         QCOMPARE(answer.body, files::read(dest() + "/current/index.txt"));
+    }
+
+    void stagingServerIsACopyOfTheBlock()
+    {
+        publishVersion("1.0");
+        QCOMPARE(publish({"Editor", "2.0", tree("2.0"), staging()}).status, 0);
+        const Nginx server("https", [this](quint16 port) {
+            const QByteArray copy = shippedServer(m_certificate, staging(), port)
+                                        .replace("server_name updates.", "server_name staging.");
+            return shippedSite(m_certificate, dest(), port) + copy;
+        });
+
+        for (const auto& [host, dir] :
+             {std::pair<QString, QString>("updates.example", dest()),
+              std::pair<QString, QString>("staging.example", staging())}) {
+            QString url = server.url("/editor/index.txt");
+            const QString port = QString::number(QUrl(url).port());
+            url.replace("127.0.0.1", host);
+            const Answer answer =
+                get(url, *m_authority, {"--resolve", host + ':' + port + ":127.0.0.1"});
+            QCOMPARE(answer.status, 200);
+            QCOMPARE(answer.body, files::read(dir + "/current/index.txt"));
+        }
     }
 
     void cachesLearnOfEveryRelease_data()
