@@ -501,6 +501,28 @@ private Q_SLOTS:
         QCOMPARE(linkOf(dest() + "/current"), QString("releases/1.0"));
     }
 
+    /// What the script says, but for the values of its variables, stands on the page for troubles.
+    void refusalsAreExplained()
+    {
+        QString script = QString::fromUtf8(files::read(PUBLISH_DIR "/publish.sh"));
+        script.remove(QRegularExpression("perl -e .*")); // It has a "die" of its own.
+        const QString page = QString::fromUtf8(files::read(TROUBLESHOOTING_PAGE));
+        auto message = QRegularExpression("\\bdie \"([^\"]*)\"").globalMatch(script);
+        int messages = 0;
+        while (message.hasNext()) {
+            QStringList words =
+                message.next().captured(1).split(QRegularExpression("'?\\$(\\w+|\\{[^}]*\\})/?'?"));
+            for (QString& part : words)
+                part = part.remove(QRegularExpression(" \\(.*")).trimmed();
+            words.removeAll(QString());
+            QCOMPARE(words.size(), 1);
+            QVERIFY2(page.contains("\n| " + words.first() + " |"), qPrintable(words.first()));
+            ++messages;
+        }
+        QCOMPARE(messages, static_cast<int>(script.count("die \"")));
+        QVERIFY(page.contains("\"executable here, but not for users\""));
+    }
+
     void findingsMustBeAccepted_data()
     {
         QTest::addColumn<QStringList>("accepted");

@@ -10,6 +10,7 @@
 #include "tests/support/UpdaterProcess.h"
 
 #include <QFile>
+#include <QRegularExpression>
 
 namespace {
 
@@ -65,6 +66,18 @@ class Tool : public UpdaterProcess
 public:
     Tool() { setProgram(UPDATER_RELEASE_EXECUTABLE); }
 };
+
+/// The long options in @p text, sorted.
+QStringList longOptions(const QString& text)
+{
+    QStringList options;
+    auto match = QRegularExpression("(?<!\\S)[`]?(--[a-z]+)").globalMatch(text);
+    while (match.hasNext())
+        options.append(match.next().captured(1));
+    options.removeDuplicates();
+    options.sort();
+    return options;
+}
 
 void row(const char* tag, const QString& name, const QString& finding)
 {
@@ -520,8 +533,8 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("words");
         QTest::addColumn<QStringList>("told");
         QTest::newRow("overview") << QStringList{"--help"}
-                                  << QStringList{"lint DIR", "diff OLD NEW", "verify URL",
-                                                 "--version", "Exit status"};
+                                  << QStringList{"lint DIR",  "diff OLD NEW", "verify URL",
+                                                 "--version", "Exit status",  "written"};
         QTest::newRow("short") << QStringList{"-h"} << QStringList{"lint DIR"};
         QTest::newRow("lint") << QStringList{"lint", "--help"}
                               << QStringList{"updater-release lint [OPTION...] DIR\n", "--name",
@@ -544,6 +557,39 @@ private Q_SLOTS:
         QVERIFY2(output.startsWith("Usage: updater-release "), qPrintable(output));
         for (const QString& text : qAsConst(told))
             QVERIFY2(output.contains(text), qPrintable(text + "\n" + output));
+    }
+
+    void optionsAreDocumented_data()
+    {
+        QTest::addColumn<QString>("command");
+        QTest::newRow("lint") << "lint";
+        QTest::newRow("diff") << "diff";
+        QTest::newRow("verify") << "verify";
+    }
+
+    /// The help, the man page and the page on the command line have the same ones.
+    void optionsAreDocumented()
+    {
+        QFETCH(QString, command);
+        Tool tool;
+        QCOMPARE(tool.run({command, "--help"}), 0);
+        QStringList options = longOptions(QString::fromLocal8Bit(tool.output()));
+        QVERIFY(options.removeOne("--help"));
+
+        const QString synopsis =
+            QString::fromUtf8(files::read(DOCS_DIR "/updater-release.1")).remove('\\');
+        QCOMPARE(longOptions(synopsis.section(".B updater-release " + command + '\n', 1, 1)
+                                 .section(".PP\n", 0, 0)),
+                 options);
+        const QString page = QString::fromUtf8(files::read(DOCS_DIR "/command-line.md"));
+        QCOMPARE(longOptions(page.section("\n| `" + command + ' ', 1, 1).section('\n', 0, 0)),
+                 options);
+        for (const QString& option : qAsConst(options)) {
+            QVERIFY2(page.contains(QRegularExpression("\n- (`-.`, )?`" + option + " [A-Z]+`: ")),
+                     qPrintable(option));
+            QVERIFY2(synopsis.contains(QRegularExpression("\n\\.BR (-. \", \" )?" + option + ' ')),
+                     qPrintable(option));
+        }
     }
 
     void versionIsGiven()

@@ -94,8 +94,9 @@ QString overview()
     return text + QStringLiteral("\nOptions:\n"
                                  "  -h, --help      This text; behind a command, that command's.\n"
                                  "  -v, --version   The version.\n\n"
-                                 "Exit status: 0 when all is right, 1 when there are findings, "
-                                 "2 when the command line is wrong.\n");
+                                 "Exit status: 0 when all is right, 1 when there are findings or "
+                                 "the output could not be\nwritten, 2 when the command line is "
+                                 "wrong.\n");
 }
 
 const QString& helpName()
