@@ -1,7 +1,7 @@
 # Makes a package of the build in BUILD_DIR with cpack, unpacks it into a directory of its own, looks
 # at what is there and runs it.
 # Run by ctest: cmake -DGENERATOR=TGZ|DEB -DBUILD_DIR=... -DBIN=<directory> -DMAN=<directory>
-#                     -DVERSION=... -DQT=Qt5|Qt6 -P package.cmake
+#                     -DDATA=<directory> -DVERSION=... -DQT=Qt5|Qt6 -P package.cmake
 
 cmake_minimum_required(VERSION 3.16)
 unset(ENV{DESTDIR})
@@ -67,7 +67,9 @@ else()
 endif()
 file(GLOB_RECURSE unpacked RELATIVE ${top} ${work}/unpacked/*)
 set(expected ${BIN}/updater ${BIN}/updater-release
-  ${MAN}/man1/updater-release.1 ${MAN}/man1/updater.1)
+  ${MAN}/man1/updater-release.1 ${MAN}/man1/updater.1
+  ${DATA}/updater/publish/nginx.conf ${DATA}/updater/publish/publish.sh)
+list(SORT expected)
 if(NOT unpacked STREQUAL expected)
   message(FATAL_ERROR "Unpacked: ${unpacked}")
 endif()

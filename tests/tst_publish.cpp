@@ -15,6 +15,8 @@
 #include <QProcessEnvironment>
 #include <QRegularExpression>
 #include <QStandardPaths>
+#include <QTcpServer>
+#include <QUrl>
 
 #include <filesystem>
 #include <memory>
@@ -23,6 +25,13 @@ namespace {
 
 const char* const exeName = "Contents/MacOS/Editor";
 const char* const pageName = "Contents/Resources/help.html";
+
+// Marks in the guide, each before lines that are run here.
+const char* const runThis = "<!-- tests/tst_publish.cpp runs this. -->";
+const char* const runAsTheUser = "<!-- tests/tst_publish.cpp runs this as the user. -->";
+const char* const runBeforeRepetition =
+    "<!-- tests/tst_publish.cpp runs this before a job is repeated. -->";
+const char* const runToEnd = "<!-- tests/tst_publish.cpp runs this to end a job. -->";
 
 /// What a web server with other duties may have set for all of its sites.
 const char* const settingsOfOtherSites = "  types { text/html html; application/json json; }\n"
@@ -37,12 +46,19 @@ const char* const settingsOfOtherSites = "  types { text/html html; application/
                                          "  open_file_cache max=100 inactive=1h;\n"
                                          "  open_file_cache_valid 1h;\n";
 
+bool hasIpv6()
+{
+    QTcpServer server;
+    return server.listen(QHostAddress::LocalHostIPv6);
+}
+
 /// The shipped configuration, with @p certificate and the directory @p dest filled in.
-QByteArray shippedSite(const ServerCertificate& certificate, const QString& dest, quint16 port)
+QByteArray shippedServer(const ServerCertificate& certificate, const QString& dest, quint16 port)
 {
     const QList<QPair<QByteArray, QByteArray>> ours{
         {"listen 443 ssl;", "listen 127.0.0.1:" + QByteArray::number(port) + " ssl;"},
-        {"listen [::]:443 ssl;", ""},
+        {"listen [::]:443 ssl;",
+         hasIpv6() ? "listen [::1]:" + QByteArray::number(port) + " ssl;" : QByteArray()},
         {"/etc/ssl/updates.example/fullchain.pem", QFile::encodeName(certificate.certificate)},
         {"/etc/ssl/updates.example/private.pem", QFile::encodeName(certificate.key)},
         {"alias /srv/updates/editor/", "alias " + QFile::encodeName(dest) + "/"}};
@@ -52,7 +68,13 @@ QByteArray shippedSite(const ServerCertificate& certificate, const QString& dest
             qFatal("test fixture: nginx.conf lacks %s", placeholder.constData());
         site.replace(placeholder, value);
     }
-    return settingsOfOtherSites + site;
+    return site;
+}
+
+/// The same behind what other sites have set.
+QByteArray shippedSite(const ServerCertificate& certificate, const QString& dest, quint16 port)
+{
+    return settingsOfOtherSites + shippedServer(certificate, dest, port);
 }
 
 /// How a command ended, and all that it said.
@@ -162,7 +184,9 @@ private Q_SLOTS:
         }
         m_authority = std::make_unique<Authority>("Authority");
         m_trustStore = std::make_unique<TrustStore>(*m_authority);
-        m_certificate = m_authority->issue("IP:127.0.0.1", "20200101000000Z", "20480101000000Z");
+        m_certificate =
+            m_authority->issue("IP:127.0.0.1,IP:::1,DNS:updates.example,DNS:staging.example",
+                               "20200101000000Z", "20480101000000Z");
     }
 
     void init()
@@ -256,6 +280,43 @@ private Q_SLOTS:
         QTEST(QString::fromLatin1(summary.join('|')), "expected");
         if (answer.status == 200)
             QCOMPARE(answer.body, files::read(dest() + "/current/" + path));
+    }
+
+    void ipv6IsAnswered()
+    {
+        if (!hasIpv6())
+            QSKIP("there is no IPv6 here");
+        publishVersion("1.0");
+        const auto server = serve(dest());
+        QString url = server->url("/editor/index.txt");
+        url.replace("127.0.0.1", "[::1]");
+
+        const Answer answer = get(url, *m_authority);
+        QCOMPARE(answer.status, 200);
+        QCOMPARE(answer.body, files::read(dest() + "/current/index.txt"));
+    }
+
+    void stagingServerIsACopyOfTheBlock()
+    {
+        publishVersion("1.0");
+        QCOMPARE(publish({"Editor", "2.0", tree("2.0"), staging()}).status, 0);
+        const Nginx server("https", [this](quint16 port) {
+            const QByteArray copy = shippedServer(m_certificate, staging(), port)
+                                        .replace("server_name updates.", "server_name staging.");
+            return shippedSite(m_certificate, dest(), port) + copy;
+        });
+
+        for (const auto& [host, dir] :
+             {std::pair<QString, QString>("updates.example", dest()),
+              std::pair<QString, QString>("staging.example", staging())}) {
+            QString url = server.url("/editor/index.txt");
+            const QString port = QString::number(QUrl(url).port());
+            url.replace("127.0.0.1", host);
+            const Answer answer =
+                get(url, *m_authority, {"--resolve", host + ':' + port + ":127.0.0.1"});
+            QCOMPARE(answer.status, 200);
+            QCOMPARE(answer.body, files::read(dir + "/current/index.txt"));
+        }
     }
 
     void cachesLearnOfEveryRelease_data()
@@ -366,10 +427,14 @@ private Q_SLOTS:
         QCOMPARE(QFileInfo::exists(dest() + "/releases/2.0"), complete);
 
         // The second attempt.
-        if (complete)
+        if (complete) {
+            const Outcome again = publish({"Editor", "2.0", tree("2.0"), dest()});
+            QVERIFY2(again.text.contains("/releases/2.0 is there"), qPrintable(again.text));
+            QCOMPARE(linkOf(dest() + "/current"), QString("releases/1.0"));
             rollBack("2.0");
-        else
+        } else {
             publishVersion("2.0");
+        }
         QVERIFY(ask(*server, "index.txt").body.contains("<version>2.0</version>"));
         QCOMPARE(ask(*server, pageName).body, editor("2.0").value(pageName));
     }
@@ -400,6 +465,9 @@ private Q_SLOTS:
             << "there is no changelog";
         QTest::newRow("finding of lint")
             << QStringList({"Editor", "2.0", "@scene/untidy", "@dest"}) << 1 << "untidy";
+        QTest::newRow("pattern that is not there")
+            << QStringList({"--accept", "", "Editor", "2.0", "@tree", "@dest"}) << 1
+            << "--accept needs a pattern";
         QTest::newRow("rollback to what is not there")
             << QStringList({"--rollback", "0.9", "@dest"}) << 1 << "there is no release";
         QTest::newRow("rollback without a version")
@@ -433,6 +501,80 @@ private Q_SLOTS:
         QCOMPARE(linkOf(dest() + "/current"), QString("releases/1.0"));
     }
 
+    /// What the script says, but for the values of its variables, stands on the page for troubles.
+    void refusalsAreExplained()
+    {
+        QString script = QString::fromUtf8(files::read(PUBLISH_DIR "/publish.sh"));
+        script.remove(QRegularExpression("perl -e .*")); // It has a "die" of its own.
+        const QString page = QString::fromUtf8(files::read(TROUBLESHOOTING_PAGE));
+        auto message = QRegularExpression("\\bdie \"([^\"]*)\"").globalMatch(script);
+        int messages = 0;
+        while (message.hasNext()) {
+            QStringList words =
+                message.next().captured(1).split(QRegularExpression("'?\\$(\\w+|\\{[^}]*\\})/?'?"));
+            for (QString& part : words)
+                part = part.remove(QRegularExpression(" \\(.*")).trimmed();
+            words.removeAll(QString());
+            QCOMPARE(words.size(), 1);
+            QVERIFY2(page.contains("\n| " + words.first() + " |"), qPrintable(words.first()));
+            ++messages;
+        }
+        QCOMPARE(messages, static_cast<int>(script.count("die \"")));
+        QVERIFY(page.contains("\"executable here, but not for users\""));
+    }
+
+    void findingsMustBeAccepted_data()
+    {
+        QTest::addColumn<QStringList>("accepted");
+        QTest::addColumn<QString>("refused"); // The begin of a line; empty when it is published.
+        const QString executable = ": executable here, but not for users";
+        const QString updaterName = "Contents/MacOS/updater";
+        const QString frameworks = "Contents/Frameworks/*";
+        QTest::newRow("none") << QStringList()
+                              << "Contents/Frameworks/libeditor.dylib" + executable;
+        QTest::newRow("all but the updater")
+            << QStringList{"--accept", frameworks} << updaterName + executable;
+        QTest::newRow("the updater only") << QStringList{"--accept", updaterName}
+                                          << "Contents/Frameworks/Kit.framework/Kit: symbolic link";
+        QTest::newRow("all") << QStringList{"--accept", updaterName, "--accept", frameworks} << "";
+    }
+
+    /// A bundle with the updater, a library and a framework, and the real lint.
+    void findingsMustBeAccepted()
+    {
+        QFETCH(QStringList, accepted);
+        QFETCH(QString, refused);
+        const QString bundle = tree("1.0");
+        const QString frameworks = bundle + "/Contents/Frameworks/";
+        files::setMode(bundle + '/' + exeName, 0755);
+        files::write(bundle + "/Contents/MacOS/updater", "updates");
+        files::setMode(bundle + "/Contents/MacOS/updater", 0755);
+        files::write(frameworks + "libeditor.dylib", "library");
+        files::setMode(frameworks + "libeditor.dylib", 0755);
+        files::write(frameworks + "Kit.framework/Versions/A/Kit", "framework");
+        files::link("A", frameworks + "Kit.framework/Versions/Current");
+        files::link("Versions/Current/Kit", frameworks + "Kit.framework/Kit");
+
+        const Outcome outcome = publish(accepted + QStringList{"Editor", "1.0", bundle, dest()},
+                                        {{"UPDATER_RELEASE", UPDATER_RELEASE_EXECUTABLE}});
+
+        if (!refused.isEmpty()) {
+            QCOMPARE(outcome.status, 1);
+            QVERIFY2(('\n' + outcome.text).contains('\n' + refused), qPrintable(outcome.text));
+            QVERIFY2(outcome.text.endsWith("findings that are not accepted (--accept)\n"),
+                     qPrintable(outcome.text));
+            QVERIFY(!QFileInfo::exists(dest()));
+            return;
+        }
+        QVERIFY2(outcome.status == 0, qPrintable(outcome.text));
+        QCOMPARE(outcome.text.count("accepted: "), 4);
+        const Tree published = release::read(dest() + "/current");
+        QCOMPARE(published.value("Contents/MacOS/updater"), QByteArray("updates"));
+        QCOMPARE(published.value("Contents/Frameworks/Kit.framework/Kit"), QByteArray("framework"));
+        QCOMPARE(published.value("Contents/Frameworks/Kit.framework/Versions/Current/Kit"),
+                 QByteArray("framework"));
+    }
+
     /// One call replaces the link; nothing takes it away before.
     void switchIsOneStep()
     {
@@ -455,54 +597,93 @@ private Q_SLOTS:
         QCOMPARE(calls, QStringList("rename"));
     }
 
-    /// The lines of the guide for a build server, run as they stand.
+    /// The lines of the guide for a build server, run as they stand, from release to release.
     void linesOfTheGuidePublish()
     {
         const auto command = m_trustStore->command();
         if (!command)
             QSKIP("no private mount namespace is allowed here");
-        const QString bin = *m_scene / "bin";
-        files::link(PUBLISH_DIR "/publish.sh", bin + "/publish.sh");
-        files::link(UPDATER_EXECUTABLE, bin + "/updater");
-        writeScript(bin + "/updater-release",
-                    "echo \"updater-release $*\"\nexec " UPDATER_RELEASE_EXECUTABLE " \"$@\"\n");
-        const QString staging = *m_scene / "staging";
         publishVersion("1.0");
         const auto server = serve(dest());
-        const auto stagingServer = serve(staging);
-        const QString work = *m_scene / "work";
-        release::lay(editor("2.0"), work + "/Editor.app");
-        release::lay(editor("1.0"), work + "/previous/Editor.app");
-        files::write(work + "/previous/Editor.app/gone.txt", "not in 2.0");
-        files::write(work + "/CHANGES.txt", "News\n");
-        writeScript(work + "/lines", linesOfTheGuide("<!-- tests/tst_publish.cpp runs this. -->"));
-
-        const Outcome outcome = run(*command + QStringList{"sh", "./lines"},
-                                    {{"PATH", bin + ":" + qEnvironmentVariable("PATH")},
-                                     {"TMPDIR", tmpDir()},
-                                     {"VERSION", "2.0"},
-                                     {"PREVIOUS", "1.0"},
-                                     {"STAGING_DEST", staging},
-                                     {"STAGING_URL", stagingServer->url("/editor/index.txt")},
-                                     {"DEST", dest()},
-                                     {"URL", server->url("/editor/index.txt")}},
-                                    work);
-        QVERIFY2(outcome.status == 0, qPrintable(outcome.text));
-
-        const QStringList said = outcome.text.split('\n').filter(
-            QRegularExpression("^updater-release|leads to|checked"));
+        const auto stagingServer = serve(staging());
         const QString verify = "updater-release verify --name Editor %1";
-        const QString verified = "Editor 2.0: 5 files checked, 0 findings";
-        QCOMPARE(said, QStringList({"updater-release lint --name Editor Editor.app",
-                                    staging + "/current leads to 2.0",
-                                    verify.arg(stagingServer->url("/editor/index.txt")), verified,
-                                    "updater-release lint --name Editor Editor.app",
-                                    dest() + "/current leads to 2.0",
-                                    verify.arg(server->url("/editor/index.txt")), verified}));
-        QCOMPARE(release::differences(release::read(work + "/rehearsal.app"), editor("2.0")),
+        const QString verified = "Editor %1: 5 files checked, 0 findings";
+
+        QString previous = "1.0";
+        for (const QString version : {"2.0", "3.0"}) {
+            layBuild(version, previous);
+            const Outcome outcome = runLines(runThis, *command, version, *server, *stagingServer);
+            QVERIFY2(outcome.status == 0, qPrintable(outcome.text));
+
+            const QStringList said = outcome.text.split('\n').filter(
+                QRegularExpression("^updater-release|leads to|checked"));
+            QCOMPARE(
+                said,
+                QStringList({"updater-release lint --name Editor Editor.app",
+                             staging() + "/current leads to " + version,
+                             verify.arg(stagingServer->url("/editor/index.txt")),
+                             verified.arg(version), "updater-release lint --name Editor Editor.app",
+                             dest() + "/current leads to " + version,
+                             verify.arg(server->url("/editor/index.txt")), verified.arg(version)}));
+            QCOMPARE(release::differences(release::read(work() + "/rehearsal.app"),
+                                          editor(version.toLatin1())),
+                     QStringList("unexpected: gone.txt"));
+            QVERIFY(ask(*server, "index.txt")
+                        .body.contains("<version>" + version.toLatin1() + "</version>"));
+            previous = version;
+        }
+        QCOMPARE(m_program->starts(), QStringList());
+    }
+
+    /// By hand, with the copy of an earlier rehearsal in the way.
+    void linesOfTheGuideRehearse()
+    {
+        const auto command = m_trustStore->command();
+        if (!command)
+            QSKIP("no private mount namespace is allowed here");
+        publishVersion("1.0");
+        const auto server = serve(dest());
+        layBuild("2.0", "1.0");
+        QCOMPARE(publish({"Editor", "2.0", tree("2.0"), staging()}).status, 0);
+        const auto stagingServer = serve(staging());
+        files::write(work() + "/rehearsal.app/Contents/earlier.txt", "an earlier rehearsal");
+
+        const Outcome outcome = runLines(runAsTheUser, *command, "2.0", *server, *stagingServer);
+
+        QVERIFY2(outcome.status == 0, qPrintable(outcome.text));
+        QCOMPARE(release::differences(release::read(work() + "/rehearsal.app"), editor("2.0")),
                  QStringList("unexpected: gone.txt"));
         QCOMPARE(m_program->starts(), QStringList());
-        QVERIFY(ask(*server, "index.txt").body.contains("<version>2.0</version>"));
+    }
+
+    void linesOfTheGuideRepeatAJob()
+    {
+        const auto command = m_trustStore->command();
+        if (!command)
+            QSKIP("no private mount namespace is allowed here");
+        publishVersion("1.0");
+        const auto server = serve(dest());
+        const auto stagingServer = serve(staging());
+        const auto empty = serve(*m_scene / "nothing");
+        layBuild("2.0", "1.0");
+
+        // Nothing is published yet for the users.
+        QCOMPARE(runLines(runThis, *command, "2.0", *server, *empty).status, 1);
+        const Outcome refused = runLines(runThis, *command, "2.0", *server, *stagingServer);
+        QCOMPARE(refused.status, 1);
+        QVERIFY2(refused.text.contains(staging() + "/releases/2.0 is there"),
+                 qPrintable(refused.text));
+        QCOMPARE(linkOf(dest() + "/current"), QString("releases/1.0"));
+        QCOMPARE(runLines(runBeforeRepetition, *command, "2.0", *server, *stagingServer).status, 0);
+        // Now they are, but the last look fails.
+        QCOMPARE(runLines(runThis, *command, "2.0", *empty, *stagingServer).status, 1);
+        QCOMPARE(linkOf(dest() + "/current"), QString("releases/2.0"));
+        rollBack("1.0"); // As if it had been killed before the switch.
+
+        const Outcome outcome = runLines(runToEnd, *command, "2.0", *server, *stagingServer);
+        QVERIFY2(outcome.status == 0, qPrintable(outcome.text));
+        QVERIFY2(outcome.text.contains("Editor 2.0: 5 files checked, 0 findings"),
+                 qPrintable(outcome.text));
     }
 
 private:
@@ -522,6 +703,43 @@ private:
     QString dest() const { return *m_scene / "www"; }
     QString installDir() const { return *m_scene / "installed/Editor.app"; }
     QString tmpDir() const { return *m_scene / "tmp"; }
+    QString staging() const { return *m_scene / "staging"; }
+    QString work() const { return *m_scene / "work"; }
+
+    /// Lays out what the lines of the guide find: a build, the one before it, the changelog.
+    void layBuild(const QString& version, const QString& previous) const
+    {
+        release::lay(editor(version.toLatin1()), work() + "/Editor.app");
+        release::lay(editor(previous.toLatin1()), work() + "/previous/Editor.app");
+        files::write(work() + "/previous/Editor.app/gone.txt", "not in " + version.toLatin1());
+        files::write(work() + "/previous/version", previous.toLatin1());
+        files::write(work() + "/CHANGES.txt", "News\n");
+    }
+
+    /// Runs the lines of the guide behind @p mark after layBuild(), under @p command.
+    Outcome runLines(const QByteArray& mark, const QStringList& command, const QString& version,
+                     const Nginx& server, const Nginx& stagingServer) const
+    {
+        const QString bin = *m_scene / "bin";
+        if (!QFileInfo::exists(bin)) {
+            files::link(PUBLISH_DIR "/publish.sh", bin + "/publish.sh");
+            files::link(UPDATER_EXECUTABLE, bin + "/updater");
+            writeScript(bin + "/updater-release",
+                        "echo \"updater-release $*\"\nexec " UPDATER_RELEASE_EXECUTABLE
+                        " \"$@\"\n");
+        }
+        writeScript(work() + "/lines", linesOfTheGuide(mark));
+        return run(command + QStringList{"sh", "./lines"},
+                   {{"PATH", bin + ":" + qEnvironmentVariable("PATH")},
+                    {"TMPDIR", tmpDir()},
+                    {"VERSION", version},
+                    {"PREVIOUS", QString::fromLatin1(files::read(work() + "/previous/version"))},
+                    {"STAGING_DEST", staging()},
+                    {"STAGING_URL", stagingServer.url("/editor/index.txt")},
+                    {"DEST", dest()},
+                    {"URL", server.url("/editor/index.txt")}},
+                   work());
+    }
 
     /// What the link @p path is made of.
     static QString linkOf(const QString& path)

@@ -10,6 +10,7 @@
 #include "tests/support/UpdaterProcess.h"
 
 #include <QFile>
+#include <QRegularExpression>
 
 namespace {
 
@@ -49,7 +50,7 @@ public:
     QStringList findings(const QString& program = "Editor") const
     {
         CollectedOutput output;
-        publisher::lint(path(), program, output);
+        publisher::lint(path(), program, {}, output);
         if (output.findings() != output.lines.size())
             return {"lines that are no findings"};
         return output.withoutReasons();
@@ -65,6 +66,18 @@ class Tool : public UpdaterProcess
 public:
     Tool() { setProgram(UPDATER_RELEASE_EXECUTABLE); }
 };
+
+/// The long options in @p text, sorted.
+QStringList longOptions(const QString& text)
+{
+    QStringList options;
+    auto match = QRegularExpression("(?<!\\S)[`]?(--[a-z]+)").globalMatch(text);
+    while (match.hasNext())
+        options.append(match.next().captured(1));
+    options.removeDuplicates();
+    options.sort();
+    return options;
+}
 
 void row(const char* tag, const QString& name, const QString& finding)
 {
@@ -243,8 +256,14 @@ private Q_SLOTS:
         row("deeper", {"Contents/MacOS/sub/Editor"}, "Editor", named);
         row("deeper, unnamed", {"Contents/MacOS/sub/Editor"}, "", unnamed);
         row("longer name", {"Contents/MacOS/TheEditor"}, "Editor", named);
-        row("in a bundle", {"Editor.app/Contents/MacOS/Editor"}, "Editor", "");
         row("in a bundle, unnamed", {"Editor.app/Contents/MacOS/Editor"}, "", "");
+        row("updater only, unnamed", {"Contents/MacOS/updater"}, "", unnamed);
+        row("updater only, in other case", {"Contents/MacOS/UPDATER"}, "", unnamed);
+        row("updater and another, unnamed", {"Contents/MacOS/updater", "Contents/MacOS/Viewer"}, "",
+            "");
+        row("updater in the bundle of another, unnamed",
+            {"Contents/MacOS/Viewer", "Contents/Z/Contents/MacOS/updater"}, "", "");
+        row("named updater", {"Contents/MacOS/updater"}, "updater", "");
         row("in other case", {"contents/macos/editor"}, "Editor", "");
         row("in other case, unnamed", {"contents/macos/editor"}, "", "");
         row("nothing at all", {}, "Editor", named);
@@ -259,10 +278,52 @@ private Q_SLOTS:
         for (const QString& name : qAsConst(files))
             files::write(dir / name, "contents");
         CollectedOutput output;
-        publisher::lint(dir.path(), program, output);
+        publisher::lint(dir.path(), program, {}, output);
         const QStringList expected =
             finding.isEmpty() ? QStringList() : QStringList{dir.path() + finding};
         QCOMPARE(output.withoutReasons(), expected);
+    }
+
+    /// The tree is installed over the bundle: what is in a bundle in it goes into a bundle in that.
+    void programElsewhereHasItsFinding_data()
+    {
+        const QString what = ": the program, but not at Contents/MacOS/Editor of the tree";
+        QTest::addColumn<QStringList>("files");
+        QTest::addColumn<QString>("finding");
+        QTest::newRow("in a bundle") << QStringList{"Editor.app/Contents/MacOS/Editor"}
+                                     << "Editor.app/Contents/MacOS/Editor" + what;
+        QTest::newRow("in a directory that ends alike")
+            << QStringList{"My Contents/MacOS/Editor"} << "My Contents/MacOS/Editor" + what;
+        QTest::newRow("before the one at its place")
+            << QStringList{"Contents/A/Contents/MacOS/Editor", "Contents/MacOS/Editor"}
+            << "Contents/A/Contents/MacOS/Editor" + what;
+        QTest::newRow("after the one at its place")
+            << QStringList{"Contents/MacOS/Editor", "Contents/Z/Contents/MacOS/Editor"} << "";
+    }
+
+    void programElsewhereHasItsFinding()
+    {
+        QFETCH(QStringList, files);
+        QFETCH(QString, finding);
+        const TestDir dir;
+        for (const QString& name : qAsConst(files))
+            files::write(dir / name, "contents");
+        CollectedOutput output;
+        publisher::lint(dir.path(), "Editor", {}, output);
+        QCOMPARE(output.withoutReasons(), finding.isEmpty() ? QStringList() : QStringList{finding});
+    }
+
+    void linkedProgramElsewhereHasItsFinding()
+    {
+        const Tree tree;
+        QVERIFY(QFile::remove(tree / "Contents/MacOS/Editor"));
+        tree.add("Contents/MacOS/Viewer");
+        tree.add("real");
+        files::link("../../../real", tree / "Editor.app/Contents/MacOS/Editor");
+        QCOMPARE(tree.findings(),
+                 QStringList({"Editor.app/Contents/MacOS/Editor: symbolic link",
+                              "Editor.app/Contents/MacOS/Editor: the program, but not at "
+                              "Contents/MacOS/Editor of the tree"}));
     }
 
     void linkedProgramIsAProgram()
@@ -279,7 +340,7 @@ private Q_SLOTS:
         const Tree tree;
         tree.add("a<b");
         CollectedOutput output;
-        publisher::lint(tree.path(), "Editor", output);
+        publisher::lint(tree.path(), "Editor", {}, output);
         QCOMPARE(output.lines, QStringList{"a<b: \"<\" or \">\"; the version file knows no escapes "
                                            "and can take this for one of its marks"});
     }
@@ -327,8 +388,80 @@ private Q_SLOTS:
         QFETCH(QString, name);
         const Tree tree;
         CollectedOutput output;
-        publisher::lint(tree / name, "Editor", output);
+        publisher::lint(tree / name, "Editor", {"*"}, output); // There is nothing to accept.
         QCOMPARE(output.lines, QStringList{(tree / name) + ": no directory that can be read"});
+    }
+
+    void acceptedFindingsDoNotCount_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QStringList>("accepted");
+        QTest::addColumn<bool>("counts");
+        const QString name = "sub/deep/a<b";
+        QTest::newRow("nothing accepted") << name << QStringList() << true;
+        QTest::newRow("the path itself") << name << QStringList{name} << false;
+        QTest::newRow("one of several") << name << QStringList{"x", name, "y"} << false;
+        QTest::newRow("beyond a separator") << name << QStringList{"s*<b"} << false;
+        QTest::newRow("beyond a line end") << "a\nb" << QStringList{"a*b"} << false;
+        QTest::newRow("no text") << name << QStringList{"*sub/deep/a*<*b*"} << false;
+        QTest::newRow("a part only") << name << QStringList{"sub", "a<b", "sub/deep/a"} << true;
+        QTest::newRow("its end only") << name << QStringList{"deep/*"} << true;
+        QTest::newRow("its begin only") << name << QStringList{"*deep/a"} << true;
+        QTest::newRow("other case") << name << QStringList{"SUB/*"} << true;
+        QTest::newRow("empty") << name << QStringList{""} << true;
+        QTest::newRow("all else is itself")
+            << name << QStringList{"sub/deep/a?b", "sub/deep/...", "sub/deep/[a]<b"} << true;
+        QTest::newRow("a star") << "a<*" << QStringList{"a<*"} << false;
+    }
+
+    void acceptedFindingsDoNotCount()
+    {
+        QFETCH(QString, name);
+        QFETCH(QStringList, accepted);
+        QFETCH(bool, counts);
+        const Tree tree;
+        tree.add(name);
+        CollectedOutput output;
+        publisher::lint(tree.path(), "Editor", accepted, output);
+        QCOMPARE(output.findings(), counts ? 1 : 0);
+        QCOMPARE(output.lines.size(), 1);
+        const QString begin = counts ? QString() : QString("accepted: ");
+        QVERIFY2(output.lines.first().startsWith(begin + publisher::printable(name) + ": "),
+                 qPrintable(output.lines.first()));
+    }
+
+    void findingAboutTheTreeIsAcceptedByItsPath()
+    {
+        const TestDir dir;
+        files::write(dir / "file", "contents");
+        CollectedOutput output;
+        publisher::lint(dir.path(), "Editor", {dir.path()}, output);
+        QCOMPARE(output.findings(), 0);
+        QCOMPARE(output.withoutReasons(),
+                 QStringList{"accepted: " + dir.path() + ": no file Contents/MacOS/Editor"});
+    }
+
+    void acceptedAndOtherFindingsAreToldApart()
+    {
+        const Tree tree;
+        tree.add("Contents/MacOS/updater", 0755);
+        tree.add("Contents/Frameworks/libeditor.so.1", 0755);
+        tree.add("tool", 0755);
+        Tool tool;
+        const QStringList accepted{"--accept", "Contents/MacOS/updater",
+                                   "--accept=Contents/Frameworks/*"};
+        QCOMPARE(tool.run(QStringList{"lint", "-n", "Editor", tree.path()} + accepted), 1);
+        const QByteArray what = ": executable here, but not for users;";
+        const QByteArray output = tool.output();
+        QCOMPARE(output.count('\n'), 3);
+        QVERIFY(output.startsWith("accepted: Contents/Frameworks/libeditor.so.1" + what));
+        QVERIFY(output.contains("\naccepted: Contents/MacOS/updater" + what));
+        QVERIFY(output.contains("\ntool" + what));
+
+        QCOMPARE(tool.run(QStringList{"lint", "-n", "Editor", tree.path(), "--accept", "tool"} +
+                          accepted),
+                 0);
+        QCOMPARE(tool.output().count("accepted: "), 3);
     }
 
     void findingsAreLinesAndAStatus()
@@ -369,6 +502,9 @@ private Q_SLOTS:
         QTest::newRow("lint with two") << QStringList{"lint", ".", "."};
         QTest::newRow("lint with an option of verify")
             << QStringList{"lint", "--timeout", "1", "."};
+        QTest::newRow("verify with an option of lint")
+            << QStringList{"verify", "--accept", "x", "http://127.0.0.1:1/"};
+        QTest::newRow("pattern missing") << QStringList{"lint", ".", "--accept"};
         QTest::newRow("unknown option") << QStringList{"lint", "--colour", "."};
         QTest::newRow("option without value") << QStringList{"lint", ".", "--name"};
         QTest::newRow("diff with one") << QStringList{"diff", "a"};
@@ -397,11 +533,12 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("words");
         QTest::addColumn<QStringList>("told");
         QTest::newRow("overview") << QStringList{"--help"}
-                                  << QStringList{"lint DIR", "diff OLD NEW", "verify URL",
-                                                 "--version", "Exit status"};
+                                  << QStringList{"lint DIR",  "diff OLD NEW", "verify URL",
+                                                 "--version", "Exit status",  "written"};
         QTest::newRow("short") << QStringList{"-h"} << QStringList{"lint DIR"};
         QTest::newRow("lint") << QStringList{"lint", "--help"}
-                              << QStringList{"updater-release lint [OPTION...] DIR\n", "--name"};
+                              << QStringList{"updater-release lint [OPTION...] DIR\n", "--name",
+                                             "--accept <PATTERN>"};
         QTest::newRow("diff") << QStringList{"diff", "-h"}
                               << QStringList{"updater-release diff [OPTION...] OLD NEW\n",
                                              "--name"};
@@ -420,6 +557,39 @@ private Q_SLOTS:
         QVERIFY2(output.startsWith("Usage: updater-release "), qPrintable(output));
         for (const QString& text : qAsConst(told))
             QVERIFY2(output.contains(text), qPrintable(text + "\n" + output));
+    }
+
+    void optionsAreDocumented_data()
+    {
+        QTest::addColumn<QString>("command");
+        QTest::newRow("lint") << "lint";
+        QTest::newRow("diff") << "diff";
+        QTest::newRow("verify") << "verify";
+    }
+
+    /// The help, the man page and the page on the command line have the same ones.
+    void optionsAreDocumented()
+    {
+        QFETCH(QString, command);
+        Tool tool;
+        QCOMPARE(tool.run({command, "--help"}), 0);
+        QStringList options = longOptions(QString::fromLocal8Bit(tool.output()));
+        QVERIFY(options.removeOne("--help"));
+
+        const QString synopsis =
+            QString::fromUtf8(files::read(DOCS_DIR "/updater-release.1")).remove('\\');
+        QCOMPARE(longOptions(synopsis.section(".B updater-release " + command + '\n', 1, 1)
+                                 .section(".PP\n", 0, 0)),
+                 options);
+        const QString page = QString::fromUtf8(files::read(DOCS_DIR "/command-line.md"));
+        QCOMPARE(longOptions(page.section("\n| `" + command + ' ', 1, 1).section('\n', 0, 0)),
+                 options);
+        for (const QString& option : qAsConst(options)) {
+            QVERIFY2(page.contains(QRegularExpression("\n- (`-.`, )?`" + option + " [A-Z]+`: ")),
+                     qPrintable(option));
+            QVERIFY2(synopsis.contains(QRegularExpression("\n\\.BR (-. \", \" )?" + option + ' ')),
+                     qPrintable(option));
+        }
     }
 
     void versionIsGiven()

@@ -177,7 +177,7 @@ private Q_SLOTS:
             files::write(dir / "all" + "/" + name + ".d/f", name.toUtf8());
         }
         CollectedOutput lint;
-        publisher::lint(dir / "all", QString(), lint);
+        publisher::lint(dir / "all", QString(), {}, lint);
         QStringList found;
         for (const QString& line : qAsConst(lint.lines))
             found.append(line.left(line.indexOf(": ", 1)));

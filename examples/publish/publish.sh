@@ -5,13 +5,14 @@ umask 022
 
 usage() {
   cat <<'TEXT'
-usage: publish.sh [-r] [--changelog FILE] NAME VERSION TREE DEST
+usage: publish.sh [-r] [--changelog FILE] [--accept PATTERN]... NAME VERSION TREE DEST
        publish.sh --rollback VERSION DEST
 
 Copies TREE to DEST/releases/VERSION, describes it there as VERSION of the program NAME, and then
 makes the link DEST/current, which the web server serves, lead to it. TREE stays as it is.
   -r                  users must not stay behind: a required update
   --changelog FILE    what is new, for the users
+  --accept PATTERN    what lint finds about such paths does not matter ("*" is any text)
   --rollback VERSION  make DEST/current lead to VERSION, which was published before
 Environment:
   UPDATER             describes the release (default: updater)
@@ -28,13 +29,18 @@ switch_to() {
   echo "$dest/current leads to $1"
 }
 
-options=() rollback=''
+options=() accepted=() rollback=''
 while [ $# -gt 0 ]; do
   case $1 in
     -r) options+=(-r) ;;
     --changelog)
       [ -f "${2-}" ] || die "there is no changelog '${2-}'"
       options+=("$1" "$2")
+      shift
+      ;;
+    --accept)
+      [ -n "${2-}" ] || die "--accept needs a pattern"
+      accepted+=("$1" "$2")
       shift
       ;;
     --rollback) rollback=yes ;;
@@ -60,7 +66,10 @@ fi
 [ ! -e "$tree/index.txt" ] || die "$tree/index.txt would be listed as a file of the release"
 [ ! -e "$release" ] || die "$release is there, and a published release does not change"
 lint=${UPDATER_RELEASE:-updater-release}
-if command -v "$lint" >/dev/null; then "$lint" lint --name "$name" "$tree"; fi
+if command -v "$lint" >/dev/null; then
+  "$lint" lint --name "$name" ${accepted[@]+"${accepted[@]}"} "$tree" \
+    || die "$tree has findings that are not accepted (--accept)"
+fi
 
 # Put together under a name that nobody asks for. Copies are as old as the publication: caches tell
 # releases apart by the times of their files, and builds may give every file the same time.

@@ -3,7 +3,7 @@
 #ifndef TOOLS_RELEASE_LINT_H
 #define TOOLS_RELEASE_LINT_H
 
-#include <QString>
+#include <QStringList>
 
 namespace publisher {
 
@@ -12,7 +12,9 @@ class Output;
 /// Checks the release tree @p dir. Nothing is written, and links are not followed.
 ///
 /// @param program the program's name; empty to take whatever lies in Contents/MacOS for the program
-void lint(const QString& dir, const QString& program, Output& output);
+/// @param accepted findings about what matches one of these do not count: paths from the top, or
+/// @p dir for those about the tree as a whole, with "*" for any text
+void lint(const QString& dir, const QString& program, const QStringList& accepted, Output& output);
 
 } // namespace publisher
 

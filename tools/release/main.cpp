@@ -23,6 +23,7 @@ struct Command
     QString summary;
     QString description;
     QStringList arguments;
+    bool hasAccept;
     bool hasTimeout;
 };
 
@@ -32,6 +33,7 @@ struct Request
     QString command;
     QStringList arguments;
     QString program;
+    QStringList accepted;
     int timeout;
 };
 
@@ -44,6 +46,7 @@ QVector<Command> commands()
              "Looks in the release tree DIR for what the version file, the web server or "
              "an installation\nwould not carry. To be run before \"updater -b\"."),
          {QStringLiteral("DIR")},
+         true,
          false},
         {QStringLiteral("diff"),
          QStringLiteral("compare the version files of two releases"),
@@ -51,6 +54,7 @@ QVector<Command> commands()
              "Says which files are added, changed and removed between two releases, given "
              "by their version\nfiles, and what a user of the old one downloads."),
          {QStringLiteral("OLD"), QStringLiteral("NEW")},
+         false,
          false},
         {QStringLiteral("verify"),
          QStringLiteral("check a published release"),
@@ -58,6 +62,7 @@ QVector<Command> commands()
              "Fetches the version file at URL and every file that it lists, one after the "
              "other, and checks\nthem as the updater does. Nothing is saved."),
          {QStringLiteral("URL")},
+         false,
          true},
     };
 }
@@ -89,8 +94,9 @@ QString overview()
     return text + QStringLiteral("\nOptions:\n"
                                  "  -h, --help      This text; behind a command, that command's.\n"
                                  "  -v, --version   The version.\n\n"
-                                 "Exit status: 0 when all is right, 1 when there are findings, "
-                                 "2 when the command line is wrong.\n");
+                                 "Exit status: 0 when all is right, 1 when there are findings or "
+                                 "the output could not be\nwritten, 2 when the command line is "
+                                 "wrong.\n");
 }
 
 const QString& helpName()
@@ -102,6 +108,12 @@ const QString& helpName()
 const QString& programName()
 {
     static const QString name = QStringLiteral("name");
+    return name;
+}
+
+const QString& acceptName()
+{
+    static const QString name = QStringLiteral("accept");
     return name;
 }
 
@@ -118,6 +130,11 @@ void describe(const Command& command, QCommandLineParser& parser)
     parser.addOption({{QStringLiteral("n"), programName()},
                       QStringLiteral("The program's name, as the updater is given it."),
                       QStringLiteral("NAME")});
+    if (command.hasAccept)
+        parser.addOption({acceptName(),
+                          QStringLiteral("Do not count findings about paths that match PATTERN, in "
+                                         "which \"*\" is any text, \"/\" too. May be repeated."),
+                          QStringLiteral("PATTERN")});
     if (command.hasTimeout)
         parser.addOption({{QStringLiteral("t"), timeoutName()},
                           QStringLiteral("Give up a transfer after SECONDS without progress (30)."),
@@ -138,7 +155,7 @@ int run(const Request& request)
 {
     publisher::ConsoleOutput output;
     if (request.command == QLatin1String("lint"))
-        publisher::lint(request.arguments.at(0), request.program, output);
+        publisher::lint(request.arguments.at(0), request.program, request.accepted, output);
     else if (request.command == QLatin1String("diff"))
         publisher::diff(request.arguments.at(0), request.arguments.at(1), request.program, output);
     else
@@ -165,7 +182,9 @@ int runCommand(const Command& command, const QStringList& words)
                           .arg(command.name, command.arguments.join(QLatin1String(" and "))));
 
     constexpr int longestTimeout = 86400;
-    Request request{command.name, parser.positionalArguments(), parser.value(programName()), 0};
+    Request request{command.name, parser.positionalArguments(), parser.value(programName()), {}, 0};
+    if (command.hasAccept)
+        request.accepted = parser.values(acceptName());
     if (command.hasTimeout) {
         request.timeout = parser.value(timeoutName()).toInt();
         if (request.timeout < 1 || request.timeout > longestTimeout)
