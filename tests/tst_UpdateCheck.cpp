@@ -13,6 +13,8 @@
 #include <QFileInfo>
 #include <QThread>
 
+#include <sys/stat.h>
+
 #include <memory>
 
 namespace {
@@ -333,7 +335,7 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("path");
         QTest::newRow("missing") << "/nowhere/updater";
-        QTest::newRow("not executable") << "/dev/null";
+        QTest::newRow("directory") << "/";
         QTest::newRow("no path") << "";
     }
 
@@ -347,6 +349,36 @@ private Q_SLOTS:
         QVERIFY(!check.isRunning());
         QCOMPARE(outcome(check), QStringList{"failed: The updater does not start."});
         QVERIFY(!check.startUpdate());
+    }
+
+    void updaterGetsThePermissionToRun_data()
+    {
+        QTest::addColumn<uint>("before");
+        QTest::addColumn<uint>("after");
+        QTest::newRow("as an update leaves it") << 0644U << 0755U;
+        QTest::newRow("private") << 0600U << 0711U;
+        QTest::newRow("has it") << 0700U << 0700U;
+    }
+
+    void updaterGetsThePermissionToRun()
+    {
+        QFETCH(uint, before);
+        QFETCH(uint, after);
+        const FakeUpdater updater(reporting(report("2.0")));
+        files::setMode(updater.path(), before);
+        QCOMPARE(outcome(updater.host()), QStringList{"found 2.0 optional "});
+        QCOMPARE(files::mode(updater.path()), after);
+    }
+
+    void whatIsNoFileKeepsItsPermissions()
+    {
+        const TestDir dir;
+        HostInfo info = FakeUpdater("").host();
+        info.updater = dir / "pipe";
+        QCOMPARE(mkfifo(QFile::encodeName(info.updater).constData(), 0644), 0);
+        files::setMode(info.updater, 0644);
+        QCOMPARE(outcome(info), QStringList{"failed: The updater does not start."});
+        QCOMPARE(files::mode(info.updater), 0644U);
     }
 
     void segmentThatCannotBeMadeIsTold()

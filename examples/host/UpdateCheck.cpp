@@ -4,6 +4,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QUuid>
 
 #include <cstring>
@@ -28,6 +29,15 @@ QString takeChangelog(const QString& version)
     QString changelog = QString::fromUtf8(QByteArray::fromBase64(file.readAll()));
     file.remove();
     return changelog;
+}
+
+/// An update that brings an updater installs it without the permission to run.
+void makeExecutable(const QString& updater)
+{
+    const QFileInfo file(updater);
+    if (file.isFile() && !file.isExecutable())
+        QFile::setPermissions(updater, file.permissions() | QFile::ExeOwner | QFile::ExeGroup |
+                                           QFile::ExeOther);
 }
 
 } // namespace
@@ -76,6 +86,7 @@ bool UpdateCheck::start()
         QTimer::singleShot(0, this, [this] { fail(m_segment->errorString()); });
         return true;
     }
+    makeExecutable(m_info.updater);
     m_watchdog.start();
     m_updater.start(m_info.updater, {QStringLiteral("-c"), QStringLiteral("-n"), m_info.name,
                                      QStringLiteral("-v"), m_info.version, QStringLiteral("-l"),
