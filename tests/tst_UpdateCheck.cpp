@@ -76,6 +76,21 @@ const QByteArray waiting = "while [ ! -e \"$dir/go\" ] && [ -d \"$dir\" ]; do sl
 
 const QByteArray hanging = "exec sleep 600\n";
 
+/// Commands that put the arguments in the file "arguments", in one step.
+const QByteArray recordingArguments =
+    "IFS='|'; echo \"$*\" >\"$dir/part\"; mv \"$dir/part\" \"$dir/arguments\"\n";
+
+/// Waits for the record of recordingArguments, and takes it.
+QStringList argumentsOf(const FakeUpdater& updater)
+{
+    const QString record = updater / "arguments";
+    if (!QTest::qWaitFor([&] { return QFile::exists(record); }, patience))
+        return {};
+    const QString arguments = QString::fromUtf8(files::read(record)).trimmed();
+    QFile::remove(record);
+    return arguments.split('|');
+}
+
 QString changelogFile(const QString& version)
 {
     return QDir(QDir::tempPath()).filePath("velmora_cl_" + version + ".dat");
@@ -619,6 +634,97 @@ private Q_SLOTS:
         QCOMPARE(QString::fromUtf8(files::read(updater / "arguments")).trimmed().split('|'),
                  QStringList({"-u", "-n", info.name, "-d", info.baseDir, "-v", info.version, "-l",
                               info.url, "-x", info.exe}));
+    }
+
+    void pathsArePassedInAscii_data()
+    {
+        QTest::addColumn<QString>("baseDir");
+        QTest::addColumn<QString>("exe");
+        QTest::addColumn<QString>("exePassed");
+        const QString app = QString::fromUtf8("/nowhere/j\xC3\xBCrgen/Editor.app");
+        QTest::newRow("program in the directory") << app << app + "/Contents/MacOS/Editor"
+                                                  << "@link/Contents/MacOS/Editor";
+        QTest::newRow("slash at the end") << app + '/' << app + "/Contents/MacOS/Editor"
+                                          << "@link/Contents/MacOS/Editor";
+        QTest::newRow("program elsewhere") << app << "/nowhere/Editor"
+                                           << "/nowhere/Editor";
+        QTest::newRow("program in a directory of a longer name")
+            << QString::fromUtf8("/nowhere/\xE6\x97\xA5")
+            << QString::fromUtf8("/nowhere/\xE6\x97\xA5-2/Editor")
+            << QString::fromUtf8("/nowhere/\xE6\x97\xA5-2/Editor");
+    }
+
+    void pathsArePassedInAscii()
+    {
+        QFETCH(QString, baseDir);
+        QFETCH(QString, exe);
+        QFETCH(QString, exePassed);
+        const FakeUpdater updater(recordingArguments);
+        HostInfo info = updater.host();
+        info.baseDir = baseDir;
+        info.exe = exe;
+        QVERIFY(UpdateCheck(info).startUpdate());
+        const QStringList arguments = argumentsOf(updater);
+        const QString link = arguments.value(4);
+        const QString target = QFile::symLinkTarget(link);
+        QFile::remove(link);
+        QCOMPARE(target, QDir::cleanPath(baseDir));
+        QVERIFY2(link.toUtf8().size() == link.size(), qPrintable(link));
+        QCOMPARE(arguments, QStringList({"-u", "-n", info.name, "-d", link, "-v", info.version,
+                                         "-l", info.url, "-x", exePassed.replace("@link", link)}));
+    }
+
+    /// Two installations have links of their own; the second update of one has the same as the
+    /// first.
+    void linkBelongsToTheDirectory()
+    {
+        const FakeUpdater updater(recordingArguments);
+        HostInfo info = updater.host();
+        const auto linkOf = [&](const QString& baseDir) {
+            info.baseDir = baseDir;
+            return UpdateCheck(info).startUpdate() ? argumentsOf(updater).value(4) : QString();
+        };
+        const QString one = QString::fromUtf8("/nowhere/\xC3\xA4/Editor.app");
+        const QString two = QString::fromUtf8("/nowhere/\xC3\xB6/Editor.app");
+        const QString linkOne = linkOf(one);
+        const QString linkTwo = linkOf(two);
+        const QStringList targets{QFile::symLinkTarget(linkOne), QFile::symLinkTarget(linkTwo)};
+        QFile::remove(linkOne);
+        files::link("/nowhere/else", linkOne);
+        const QString linkAgain = linkOf(one);
+        const QString targetAgain = QFile::symLinkTarget(linkAgain);
+        QFile::remove(linkOne);
+        QFile::remove(linkTwo);
+        QCOMPARE(targets, QStringList({one, two}));
+        QCOMPARE(linkAgain, linkOne);
+        QCOMPARE(targetAgain, one);
+    }
+
+    void updateWithoutItsLinkIsNotStarted_data()
+    {
+        QTest::addColumn<QString>("tmp"); // Name of the temporary directory.
+        QTest::addColumn<bool>("obstacle");
+        QTest::newRow("something is in the way") << "tmp" << true;
+        QTest::newRow("temporary directory is not ASCII") << QString::fromUtf8("\xC3\xA4") << false;
+    }
+
+    void updateWithoutItsLinkIsNotStarted()
+    {
+        QFETCH(QString, tmp);
+        QFETCH(bool, obstacle);
+        const FakeUpdater updater(recordingArguments);
+        HostInfo info = updater.host();
+        info.baseDir = QString::fromUtf8("/nowhere/\xC3\xA4/Editor.app");
+        const TestDir dir;
+        files::makeDirectory(dir / tmp);
+        const ScopedTmpDir scoped(dir / tmp);
+        if (obstacle) {
+            QVERIFY(UpdateCheck(info).startUpdate());
+            const QString link = argumentsOf(updater).value(4);
+            QVERIFY(QFile::remove(link));
+            files::makeDirectory(link);
+        }
+        QVERIFY(!UpdateCheck(info).startUpdate());
     }
 };
 

@@ -2,11 +2,13 @@
 
 #include "examples/host/UpdateCheck.h"
 
+#include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QUuid>
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -29,6 +31,26 @@ QString takeChangelog(const QString& version)
     QString changelog = QString::fromUtf8(QByteArray::fromBase64(file.readAll()));
     file.remove();
     return changelog;
+}
+
+bool isAscii(const QString& text)
+{
+    return std::all_of(text.begin(), text.end(), [](QChar c) { return c.unicode() < 0x80; });
+}
+
+/// Makes a link with an ASCII name to @p directory, in place of one that an earlier update left.
+/// @return Its path, empty when there is none.
+QString linkTo(const QString& directory)
+{
+    // A name for each user and directory. A link of someone else is in the way, and not used.
+    const QByteArray id = (QDir::homePath() + QLatin1Char('\n') + directory).toUtf8();
+    const QString link =
+        QDir(QDir::tempPath())
+            .filePath(QLatin1String("updater-base-") +
+                      QString::fromLatin1(
+                          QCryptographicHash::hash(id, QCryptographicHash::Sha1).toHex()));
+    QFile::remove(link);
+    return isAscii(link) && QFile::link(directory, link) ? link : QString();
 }
 
 /// An update that brings an updater installs it without the permission to run.
@@ -96,10 +118,21 @@ bool UpdateCheck::start()
 
 bool UpdateCheck::startUpdate() const
 {
+    QString baseDir = m_info.baseDir;
+    QString exe = m_info.exe;
+    // The updater reads its command line one character per byte.
+    if (!isAscii(baseDir)) {
+        const QString directory = QDir::cleanPath(baseDir);
+        baseDir = linkTo(directory);
+        if (baseDir.isEmpty())
+            return false;
+        if (exe.startsWith(directory + QLatin1Char('/')))
+            exe.replace(0, directory.size(), baseDir);
+    }
     return QProcess::startDetached(
         m_info.updater, {QStringLiteral("-u"), QStringLiteral("-n"), m_info.name,
-                         QStringLiteral("-d"), m_info.baseDir, QStringLiteral("-v"), m_info.version,
-                         QStringLiteral("-l"), m_info.url, QStringLiteral("-x"), m_info.exe});
+                         QStringLiteral("-d"), baseDir, QStringLiteral("-v"), m_info.version,
+                         QStringLiteral("-l"), m_info.url, QStringLiteral("-x"), exe});
 }
 
 /// Makes a segment full of zeros, under a new key.
