@@ -198,6 +198,9 @@ private Q_SLOTS:
             << "1.0" << report("2.0\xE4") << QString::fromUtf8("found 2.0\xC3\xA4 optional ");
         QTest::newRow("not ASCII, same version in another case")
             << QString::fromUtf8("2.0\xC3\x84") << report("2.0\xE4") << "up to date";
+        QTest::newRow("same version, published as UTF-8")
+            << QString::fromUtf8("2.0\xC3\xA4") << report("2.0\xC3\xA4")
+            << QString::fromUtf8("found 2.0\xC3\x83\xC2\xA4 optional ");
         QTest::newRow("nothing written") << "1.0" << QByteArray() << unreadable;
         QTest::newRow("empty version") << "1.0" << report("") << unreadable;
         QTest::newRow("empty version, required") << "1.0" << report("", '1') << unreadable;
