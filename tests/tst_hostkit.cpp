@@ -7,12 +7,14 @@
 #include "tests/support/TestMain.h"
 
 #include <QProcess>
+#include <QRegularExpression>
 
 namespace {
 
 constexpr int buildPatience = 120000;
 constexpr int patience = 30000;
 const QString sourceDir = QStringLiteral(SOURCE_DIR);
+const QString kitSource = QStringLiteral("/examples/host/UpdateCheck.cpp");
 const QString exeName = QStringLiteral("Contents/MacOS/Viewer");
 const QString updaterName = QStringLiteral("Contents/MacOS/updater");
 
@@ -106,6 +108,22 @@ private Q_SLOTS:
         const QString project = sourceDir + "/tests/host_kit_consumer";
         QVERIFY(document.contains(block("cmake", project + "/CMakeLists.txt")));
         QVERIFY(document.contains(block("cpp", project + "/main.cpp")));
+    }
+
+    void documentsNameEveryReason()
+    {
+        const QString source = QString::fromUtf8(files::read(sourceDir + kitSource));
+        static const QRegularExpression sentence("QStringLiteral\\(\"([A-Z][^\"]*\\.)\"\\)");
+        QStringList reasons;
+        for (auto match = sentence.globalMatch(source); match.hasNext();)
+            reasons.append(match.next().captured(1).replace("%1", "..."));
+        QVERIFY2(reasons.size() >= 5, qPrintable(reasons.join('\n')));
+        const QStringList pages{"/docs/host-kit.md", "/docs/troubleshooting.md"};
+        for (const QString& page : pages) {
+            const QString text = QString::fromUtf8(files::read(sourceDir + page));
+            for (const QString& reason : qAsConst(reasons))
+                QVERIFY2(text.contains(reason), qPrintable(page + ": " + reason));
+        }
     }
 
     void viewerTellsWhatItFinds_data()
