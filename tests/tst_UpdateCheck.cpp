@@ -13,6 +13,8 @@
 #include <QFileInfo>
 #include <QThread>
 
+#include <sys/stat.h>
+
 #include <memory>
 
 namespace {
@@ -73,6 +75,21 @@ const QByteArray tellingKey = "echo \"$key\" >\"$dir/part\"; mv \"$dir/part\" \"
 const QByteArray waiting = "while [ ! -e \"$dir/go\" ] && [ -d \"$dir\" ]; do sleep 0.02; done\n";
 
 const QByteArray hanging = "exec sleep 600\n";
+
+/// Commands that put the arguments in the file "arguments", in one step.
+const QByteArray recordingArguments =
+    "IFS='|'; echo \"$*\" >\"$dir/part\"; mv \"$dir/part\" \"$dir/arguments\"\n";
+
+/// Waits for the record of recordingArguments, and takes it.
+QStringList argumentsOf(const FakeUpdater& updater)
+{
+    const QString record = updater / "arguments";
+    if (!QTest::qWaitFor([&] { return QFile::exists(record); }, patience))
+        return {};
+    const QString arguments = QString::fromUtf8(files::read(record)).trimmed();
+    QFile::remove(record);
+    return arguments.split('|');
+}
 
 QString changelogFile(const QString& version)
 {
@@ -181,6 +198,9 @@ private Q_SLOTS:
             << "1.0" << report("2.0\xE4") << QString::fromUtf8("found 2.0\xC3\xA4 optional ");
         QTest::newRow("not ASCII, same version in another case")
             << QString::fromUtf8("2.0\xC3\x84") << report("2.0\xE4") << "up to date";
+        QTest::newRow("same version, published as UTF-8")
+            << QString::fromUtf8("2.0\xC3\xA4") << report("2.0\xC3\xA4")
+            << QString::fromUtf8("found 2.0\xC3\x83\xC2\xA4 optional ");
         QTest::newRow("nothing written") << "1.0" << QByteArray() << unreadable;
         QTest::newRow("empty version") << "1.0" << report("") << unreadable;
         QTest::newRow("empty version, required") << "1.0" << report("", '1') << unreadable;
@@ -333,7 +353,7 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("path");
         QTest::newRow("missing") << "/nowhere/updater";
-        QTest::newRow("not executable") << "/dev/null";
+        QTest::newRow("directory") << "/";
         QTest::newRow("no path") << "";
     }
 
@@ -347,6 +367,36 @@ private Q_SLOTS:
         QVERIFY(!check.isRunning());
         QCOMPARE(outcome(check), QStringList{"failed: The updater does not start."});
         QVERIFY(!check.startUpdate());
+    }
+
+    void updaterGetsThePermissionToRun_data()
+    {
+        QTest::addColumn<uint>("before");
+        QTest::addColumn<uint>("after");
+        QTest::newRow("as an update leaves it") << 0644U << 0755U;
+        QTest::newRow("private") << 0600U << 0711U;
+        QTest::newRow("has it") << 0700U << 0700U;
+    }
+
+    void updaterGetsThePermissionToRun()
+    {
+        QFETCH(uint, before);
+        QFETCH(uint, after);
+        const FakeUpdater updater(reporting(report("2.0")));
+        files::setMode(updater.path(), before);
+        QCOMPARE(outcome(updater.host()), QStringList{"found 2.0 optional "});
+        QCOMPARE(files::mode(updater.path()), after);
+    }
+
+    void whatIsNoFileKeepsItsPermissions()
+    {
+        const TestDir dir;
+        HostInfo info = FakeUpdater("").host();
+        info.updater = dir / "pipe";
+        QCOMPARE(mkfifo(QFile::encodeName(info.updater).constData(), 0644), 0);
+        files::setMode(info.updater, 0644);
+        QCOMPARE(outcome(info), QStringList{"failed: The updater does not start."});
+        QCOMPARE(files::mode(info.updater), 0644U);
     }
 
     void segmentThatCannotBeMadeIsTold()
@@ -587,6 +637,97 @@ private Q_SLOTS:
         QCOMPARE(QString::fromUtf8(files::read(updater / "arguments")).trimmed().split('|'),
                  QStringList({"-u", "-n", info.name, "-d", info.baseDir, "-v", info.version, "-l",
                               info.url, "-x", info.exe}));
+    }
+
+    void pathsArePassedInAscii_data()
+    {
+        QTest::addColumn<QString>("baseDir");
+        QTest::addColumn<QString>("exe");
+        QTest::addColumn<QString>("exePassed");
+        const QString app = QString::fromUtf8("/nowhere/j\xC3\xBCrgen/Editor.app");
+        QTest::newRow("program in the directory") << app << app + "/Contents/MacOS/Editor"
+                                                  << "@link/Contents/MacOS/Editor";
+        QTest::newRow("slash at the end") << app + '/' << app + "/Contents/MacOS/Editor"
+                                          << "@link/Contents/MacOS/Editor";
+        QTest::newRow("program elsewhere") << app << "/nowhere/Editor"
+                                           << "/nowhere/Editor";
+        QTest::newRow("program in a directory of a longer name")
+            << QString::fromUtf8("/nowhere/\xE6\x97\xA5")
+            << QString::fromUtf8("/nowhere/\xE6\x97\xA5-2/Editor")
+            << QString::fromUtf8("/nowhere/\xE6\x97\xA5-2/Editor");
+    }
+
+    void pathsArePassedInAscii()
+    {
+        QFETCH(QString, baseDir);
+        QFETCH(QString, exe);
+        QFETCH(QString, exePassed);
+        const FakeUpdater updater(recordingArguments);
+        HostInfo info = updater.host();
+        info.baseDir = baseDir;
+        info.exe = exe;
+        QVERIFY(UpdateCheck(info).startUpdate());
+        const QStringList arguments = argumentsOf(updater);
+        const QString link = arguments.value(4);
+        const QString target = QFile::symLinkTarget(link);
+        QFile::remove(link);
+        QCOMPARE(target, QDir::cleanPath(baseDir));
+        QVERIFY2(link.toUtf8().size() == link.size(), qPrintable(link));
+        QCOMPARE(arguments, QStringList({"-u", "-n", info.name, "-d", link, "-v", info.version,
+                                         "-l", info.url, "-x", exePassed.replace("@link", link)}));
+    }
+
+    /// Two installations have links of their own; the second update of one has the same as the
+    /// first.
+    void linkBelongsToTheDirectory()
+    {
+        const FakeUpdater updater(recordingArguments);
+        HostInfo info = updater.host();
+        const auto linkOf = [&](const QString& baseDir) {
+            info.baseDir = baseDir;
+            return UpdateCheck(info).startUpdate() ? argumentsOf(updater).value(4) : QString();
+        };
+        const QString one = QString::fromUtf8("/nowhere/\xC3\xA4/Editor.app");
+        const QString two = QString::fromUtf8("/nowhere/\xC3\xB6/Editor.app");
+        const QString linkOne = linkOf(one);
+        const QString linkTwo = linkOf(two);
+        const QStringList targets{QFile::symLinkTarget(linkOne), QFile::symLinkTarget(linkTwo)};
+        QFile::remove(linkOne);
+        files::link("/nowhere/else", linkOne);
+        const QString linkAgain = linkOf(one);
+        const QString targetAgain = QFile::symLinkTarget(linkAgain);
+        QFile::remove(linkOne);
+        QFile::remove(linkTwo);
+        QCOMPARE(targets, QStringList({one, two}));
+        QCOMPARE(linkAgain, linkOne);
+        QCOMPARE(targetAgain, one);
+    }
+
+    void updateWithoutItsLinkIsNotStarted_data()
+    {
+        QTest::addColumn<QString>("tmp"); // Name of the temporary directory.
+        QTest::addColumn<bool>("obstacle");
+        QTest::newRow("something is in the way") << "tmp" << true;
+        QTest::newRow("temporary directory is not ASCII") << QString::fromUtf8("\xC3\xA4") << false;
+    }
+
+    void updateWithoutItsLinkIsNotStarted()
+    {
+        QFETCH(QString, tmp);
+        QFETCH(bool, obstacle);
+        const FakeUpdater updater(recordingArguments);
+        HostInfo info = updater.host();
+        info.baseDir = QString::fromUtf8("/nowhere/\xC3\xA4/Editor.app");
+        const TestDir dir;
+        files::makeDirectory(dir / tmp);
+        const ScopedTmpDir scoped(dir / tmp);
+        if (obstacle) {
+            QVERIFY(UpdateCheck(info).startUpdate());
+            const QString link = argumentsOf(updater).value(4);
+            QVERIFY(QFile::remove(link));
+            files::makeDirectory(link);
+        }
+        QVERIFY(!UpdateCheck(info).startUpdate());
     }
 };
 

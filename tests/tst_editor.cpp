@@ -31,14 +31,15 @@ HostInfo editor(const QString& version, const QString& url)
             "/nowhere/Editor.app", url,      "/nowhere/Editor.app/Contents/MacOS/Editor"};
 }
 
-/// Puts an Editor of @p version together in @p dir, as it is installed.
+/// Puts an Editor of @p version together in @p dir, as it is installed. Its updater is another file
+/// than that of any other version.
 void makeBundle(const QString& dir, const QByteArray& version, const QString& url)
 {
     const QString macOs = dir + "/Contents/MacOS";
     files::write(macOs + "/Editor", files::read(EDITOR_EXECUTABLE) + version);
     files::setMode(macOs + "/Editor", 0755);
-    files::makeDirectory(macOs);
-    QFile::copy(UPDATER_EXECUTABLE, macOs + "/updater");
+    files::write(macOs + "/updater", files::read(UPDATER_EXECUTABLE) + version);
+    files::setMode(macOs + "/updater", 0755);
     files::write(dir + "/Contents/Resources/about.ini",
                  "name=Editor\nversion=" + version + "\nurl=" + url.toUtf8() + "\n");
 }
@@ -246,18 +247,8 @@ private Q_SLOTS:
         release::describe(dir / "www/editor", "Editor", "2.0",
                           buildOptions + QStringList{"--changelog", dir / "CHANGES.txt"});
 
-        QProcess process;
-        process.setProcessChannelMode(QProcess::MergedChannels);
-        process.setStandardOutputFile(dir / "log");
-        process.start(dir / "Editor.app/Contents/MacOS/Editor", {"--auto"});
-        QVERIFY(process.waitForFinished());
-        QCOMPARE(process.exitCode(), 0);
-        const auto told = [&dir] {
-            return QString::fromUtf8(files::read(dir / "log"))
-                .split('\n', Qt::SkipEmptyParts)
-                .filter(QRegularExpression("^(Editor|Faster)"));
-        };
-        QTRY_COMPARE_WITH_TIMEOUT(told(),
+        runEditor(dir);
+        QTRY_COMPARE_WITH_TIMEOUT(told(dir),
                                   QStringList({"Editor 1.0: started", "Editor 1.0: " + announcement,
                                                "Editor 1.0: its changelog:", "Faster start-up",
                                                "Editor 1.0: starts the update and quits",
@@ -266,6 +257,31 @@ private Q_SLOTS:
         Tree expected = release::read(dir / "www/editor");
         expected.remove("index.txt");
         QCOMPARE(release::differences(release::read(dir / "Editor.app"), expected), QStringList());
+    }
+
+    /// The second update is the work of an updater that the first has installed.
+    void editorUpdatesItselfTwice()
+    {
+        if (!Nginx::isInstalled())
+            QSKIP("nginx is not installed");
+        const TestDir dir;
+        files::makeDirectory(dir / "www");
+        const Nginx nginx(dir / "www");
+        const QString url = nginx.url("/editor/index.txt");
+        makeBundle(dir / "Editor.app", "1.0", url);
+        for (const QByteArray version : {"2.0", "3.0"}) {
+            const QString name = "Editor " + version;
+            QDir(dir / "www/editor").removeRecursively();
+            makeBundle(dir / "www/editor", version, url);
+            release::describe(dir / "www/editor", "Editor", version);
+            runEditor(dir);
+            QTRY_COMPARE_WITH_TIMEOUT(
+                told(dir).mid(3), QStringList({name + ": started", name + ": up to date"}), 30000);
+            Tree expected = release::read(dir / "www/editor");
+            expected.remove("index.txt");
+            QCOMPARE(release::differences(release::read(dir / "Editor.app"), expected),
+                     QStringList());
+        }
     }
 
 private:
@@ -284,6 +300,25 @@ private:
                                QFile::encodeName(dir / "update") + "'\n");
         files::setMode(path, 0755);
         return path;
+    }
+
+    /// Runs the installed Editor until it quits; it and those that follow it write to a new log.
+    static void runEditor(const TestDir& dir)
+    {
+        QProcess process;
+        process.setProcessChannelMode(QProcess::MergedChannels);
+        process.setStandardOutputFile(dir / "log");
+        process.start(dir / "Editor.app/Contents/MacOS/Editor", {"--auto"});
+        QVERIFY(process.waitForFinished());
+        QCOMPARE(process.exitCode(), 0);
+    }
+
+    /// The lines of the log, without those of the toolkit.
+    static QStringList told(const TestDir& dir)
+    {
+        return QString::fromUtf8(files::read(dir / "log"))
+            .split('\n', Qt::SkipEmptyParts)
+            .filter(QRegularExpression("^(Editor|Faster)"));
     }
 
     static void listen(UpdateCheck& check, QStringList& told)

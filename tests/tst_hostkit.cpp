@@ -7,12 +7,14 @@
 #include "tests/support/TestMain.h"
 
 #include <QProcess>
+#include <QRegularExpression>
 
 namespace {
 
 constexpr int buildPatience = 120000;
 constexpr int patience = 30000;
 const QString sourceDir = QStringLiteral(SOURCE_DIR);
+const QString kitSource = QStringLiteral("/examples/host/UpdateCheck.cpp");
 const QString exeName = QStringLiteral("Contents/MacOS/Viewer");
 const QString updaterName = QStringLiteral("Contents/MacOS/updater");
 
@@ -108,6 +110,22 @@ private Q_SLOTS:
         QVERIFY(document.contains(block("cpp", project + "/main.cpp")));
     }
 
+    void documentsNameEveryReason()
+    {
+        const QString source = QString::fromUtf8(files::read(sourceDir + kitSource));
+        static const QRegularExpression sentence("QStringLiteral\\(\"([A-Z][^\"]*\\.)\"\\)");
+        QStringList reasons;
+        for (auto match = sentence.globalMatch(source); match.hasNext();)
+            reasons.append(match.next().captured(1).replace("%1", "..."));
+        QVERIFY2(reasons.size() >= 5, qPrintable(reasons.join('\n')));
+        const QStringList pages{"/docs/host-kit.md", "/docs/troubleshooting.md"};
+        for (const QString& page : pages) {
+            const QString text = QString::fromUtf8(files::read(sourceDir + page));
+            for (const QString& reason : qAsConst(reasons))
+                QVERIFY2(text.contains(reason), qPrintable(page + ": " + reason));
+        }
+    }
+
     void viewerTellsWhatItFinds_data()
     {
         QTest::addColumn<QString>("installed");
@@ -133,7 +151,7 @@ private Q_SLOTS:
         QFETCH(QByteArray, output);
         const TestDir dir;
         publish(dir);
-        layViewer(dir);
+        layViewer(dir / "Viewer.app");
         const Tree before = release::read(dir / "Viewer.app");
         QProcess viewer;
         viewer.start(dir / ("Viewer.app/" + exeName), {installed, m_server->url(path)});
@@ -143,23 +161,34 @@ private Q_SLOTS:
         QCOMPARE(release::differences(release::read(dir / "Viewer.app"), before), QStringList());
     }
 
+    void viewerUpdatesItself_data()
+    {
+        QTest::addColumn<QString>("home"); // Where the bundle is.
+        QTest::newRow("ASCII") << "apps";
+        QTest::newRow("beyond ASCII") << QString::fromUtf8("j\xC3\xBCrgen");
+        QTest::newRow("beyond Latin-1") << QString::fromUtf8("\xE6\x97\xA5\xE6\x9C\xAC");
+    }
+
     void viewerUpdatesItself()
     {
+        QFETCH(QString, home);
         const TestDir dir;
+        const QString app = dir / (home + "/Viewer.app");
         publish(dir);
-        layViewer(dir);
+        layViewer(app);
+        const QStringList before = QDir(dir.path()).entryList(QDir::AllEntries);
         QProcess viewer;
-        viewer.start(dir / ("Viewer.app/" + exeName), {"1.0", m_server->url("/viewer/index.txt")});
+        viewer.start(app + '/' + exeName, {"1.0", m_server->url("/viewer/index.txt")});
         QTRY_COMPARE_WITH_TIMEOUT(viewer.state(), QProcess::NotRunning, patience);
         QCOMPARE(viewer.readAllStandardOutput(), QByteArray("found 2.0, required\nNews\n"));
         QCOMPARE(viewer.exitCode(), 0);
 
-        const QString record =
-            QStringLiteral("Viewer 2.0|%1|").arg(dir / "Viewer.app/Contents/MacOS");
+        const QString record = QStringLiteral("Viewer 2.0|%1|").arg(app + "/Contents/MacOS");
         QTRY_COMPARE_WITH_TIMEOUT(m_program->starts(), QStringList{record}, patience);
         Tree expected = release::read(dir / "release");
         expected.remove("index.txt");
-        QCOMPARE(release::differences(release::read(dir / "Viewer.app"), expected), QStringList());
+        QCOMPARE(release::differences(release::read(app), expected), QStringList());
+        QCOMPARE(QDir(dir.path()).entryList(QDir::AllEntries), before);
         QTRY_COMPARE_WITH_TIMEOUT(m_program->ends(), QStringList{"Viewer 2.0"}, patience);
     }
 
@@ -179,16 +208,15 @@ private:
             m_server->serve("/viewer/" + file.key(), HttpReply::ok(file.value()));
     }
 
-    /// Installs the Viewer that was built with the kit, as version 1.0.
-    void layViewer(const TestDir& dir) const
+    /// Installs the Viewer that was built with the kit in @p app, as version 1.0.
+    void layViewer(const QString& app) const
     {
-        const QString app = dir / "Viewer.app/";
         release::lay({{exeName, files::read(m_dir / "build/viewer")},
                       {updaterName, files::read(UPDATER_EXECUTABLE)},
                       {"Contents/Resources/about.txt", "Viewer 1.0\n"}},
                      app);
-        files::setMode(app + exeName, 0755);
-        files::setMode(app + updaterName, 0755);
+        files::setMode(app + '/' + exeName, 0755);
+        files::setMode(app + '/' + updaterName, 0755);
     }
 
     const TestDir m_dir;

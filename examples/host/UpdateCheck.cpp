@@ -2,10 +2,13 @@
 
 #include "examples/host/UpdateCheck.h"
 
+#include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QUuid>
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -28,6 +31,35 @@ QString takeChangelog(const QString& version)
     QString changelog = QString::fromUtf8(QByteArray::fromBase64(file.readAll()));
     file.remove();
     return changelog;
+}
+
+bool isAscii(const QString& text)
+{
+    return std::all_of(text.begin(), text.end(), [](QChar c) { return c.unicode() < 0x80; });
+}
+
+/// Makes a link with an ASCII name to @p directory, in place of one that an earlier update left.
+/// @return Its path, empty when there is none.
+QString linkTo(const QString& directory)
+{
+    // A name for each user and directory. A link of someone else is in the way, and not used.
+    const QByteArray id = (QDir::homePath() + QLatin1Char('\n') + directory).toUtf8();
+    const QString link =
+        QDir(QDir::tempPath())
+            .filePath(QLatin1String("updater-base-") +
+                      QString::fromLatin1(
+                          QCryptographicHash::hash(id, QCryptographicHash::Sha1).toHex()));
+    QFile::remove(link);
+    return isAscii(link) && QFile::link(directory, link) ? link : QString();
+}
+
+/// An update that brings an updater installs it without the permission to run.
+void makeExecutable(const QString& updater)
+{
+    const QFileInfo file(updater);
+    if (file.isFile() && !file.isExecutable())
+        QFile::setPermissions(updater, file.permissions() | QFile::ExeOwner | QFile::ExeGroup |
+                                           QFile::ExeOther);
 }
 
 } // namespace
@@ -76,6 +108,7 @@ bool UpdateCheck::start()
         QTimer::singleShot(0, this, [this] { fail(m_segment->errorString()); });
         return true;
     }
+    makeExecutable(m_info.updater);
     m_watchdog.start();
     m_updater.start(m_info.updater, {QStringLiteral("-c"), QStringLiteral("-n"), m_info.name,
                                      QStringLiteral("-v"), m_info.version, QStringLiteral("-l"),
@@ -85,10 +118,21 @@ bool UpdateCheck::start()
 
 bool UpdateCheck::startUpdate() const
 {
+    QString baseDir = m_info.baseDir;
+    QString exe = m_info.exe;
+    // The updater reads its command line one character per byte.
+    if (!isAscii(baseDir)) {
+        const QString directory = QDir::cleanPath(baseDir);
+        baseDir = linkTo(directory);
+        if (baseDir.isEmpty())
+            return false;
+        if (exe.startsWith(directory + QLatin1Char('/')))
+            exe.replace(0, directory.size(), baseDir);
+    }
     return QProcess::startDetached(
         m_info.updater, {QStringLiteral("-u"), QStringLiteral("-n"), m_info.name,
-                         QStringLiteral("-d"), m_info.baseDir, QStringLiteral("-v"), m_info.version,
-                         QStringLiteral("-l"), m_info.url, QStringLiteral("-x"), m_info.exe});
+                         QStringLiteral("-d"), baseDir, QStringLiteral("-v"), m_info.version,
+                         QStringLiteral("-l"), m_info.url, QStringLiteral("-x"), exe});
 }
 
 /// Makes a segment full of zeros, under a new key.

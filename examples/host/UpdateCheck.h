@@ -53,7 +53,8 @@ public:
     /// does can so refuse a lower one.
     void setAccepts(std::function<bool(const QString& version)> accepts);
 
-    /// Starts a check.
+    /// Starts a check. An updater that may not be executed gets the permission first: an update
+    /// that brought it has left it without.
     /// @return False when one runs already, which goes on.
     bool start();
 
@@ -61,8 +62,9 @@ public:
     bool isRunning() const { return m_running; }
 
     /// Starts the update as a process of its own. The host should quit at once, so that its files
-    /// can be replaced.
-    /// @return False when the updater could not be started.
+    /// can be replaced. An installation directory whose path is not ASCII is updated through a link
+    /// in the temporary directory, as the updater reads its command line one character per byte.
+    /// @return False when the updater could not be started, or the link not be made.
     bool startUpdate() const;
 
 Q_SIGNALS:
