@@ -737,6 +737,8 @@ private Q_SLOTS:
         QTest::newRow("directory") << "@top/app";
         QTest::newRow("broken link") << "@top/app/link";
         QTest::newRow("name that only the PATH knows") << "in-path";
+        // It is looked up from its own directory, and so not found.
+        QTest::newRow("relative path") << "app/relative";
     }
 
     void failedStartLeavesTheNextOneFree()
@@ -751,7 +753,9 @@ private Q_SLOTS:
         files::setMode(top / "app/plain", 0644);
         files::setMode(top / "app/text", 0755);
         programs.install(top / "bin/in-path", "in-path");
+        programs.install(top / "app/relative", "relative");
         qputenv("PATH", QFile::encodeName(top / "bin") + ':' + qgetenv("PATH"));
+        QDir::setCurrent(top.path());
 
         QVERIFY(!installation.updater.startProgram(path.replace("@top", top.path())));
         QVERIFY(canStillStart(installation.updater, programs, top));
