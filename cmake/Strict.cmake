@@ -3,6 +3,9 @@
 # For all of them: warnings and, if asked for, sanitizers.
 function(updater_warnings target)
   target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND CMAKE_CXX_COMPILER_VERSION VERSION_GREATER_EQUAL 13)
+    target_compile_options(${target} PRIVATE -Wreserved-identifier)
+  endif()
   if(SANITIZE)
     target_compile_options(${target} PRIVATE
       -fsanitize=${SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)

@@ -42,13 +42,12 @@ need_packages() {
 # shellcheck disable=SC2034 # Used by the scripts that source this.
 build_packages=(g++ cmake ninja-build)
 
-# The build for the sanitizers is also the one that Clang has a look at, without shared headers: it
-# shows what a source forgot to include.
+# The build for the sanitizers is also the one that Clang has a look at.
 # shellcheck disable=SC2034
 asan_packages=(clang libclang-rt-dev llvm)
 # shellcheck disable=SC2034
 asan_options=(-DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=Debug -DBUILD_TESTING=ON
-  "-DSANITIZE=address,undefined" -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON)
+  "-DSANITIZE=address,undefined")
 
 # The Qt major of a build, and the package with its headers.
 qt_of() {

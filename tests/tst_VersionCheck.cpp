@@ -226,8 +226,9 @@ private:
     int run(bool checkOnly)
     {
         QTimer watch;
-        QObject::connect(&watch, &QTimer::timeout, &watch, [this] {
-            if (!fileRequests().isEmpty())
+        const auto earlier = fileRequests().size();
+        QObject::connect(&watch, &QTimer::timeout, &watch, [this, earlier] {
+            if (fileRequests().size() > earlier)
                 QCoreApplication::exit(Downloading);
         });
         watch.start(1);
