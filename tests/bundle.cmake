@@ -26,9 +26,12 @@ endfunction()
 run(0 ${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${work}/build -G ${GENERATOR}
   -DCMAKE_CXX_COMPILER=${CXX_COMPILER} -DQT_MAJOR=${QT_MAJOR} -DBUILD_TESTING=OFF
   "-DINSTALL_INTO_BUNDLE=${app}")
-# What is no bundle is not made into one.
-run(1 ${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${work}/build "-DINSTALL_INTO_BUNDLE=${work}/None.app")
-if(NOT output MATCHES "there is no[ \n]+[^\n]*None.app/Contents/MacOS" OR EXISTS ${work}/None.app)
+# Into what is no bundle nothing is installed.
+file(WRITE ${work}/None.app/file "")
+run(1 ${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${work}/none -G ${GENERATOR}
+  -DCMAKE_CXX_COMPILER=${CXX_COMPILER} -DQT_MAJOR=${QT_MAJOR} -DBUILD_TESTING=OFF
+  "-DINSTALL_INTO_BUNDLE=${work}/None.app")
+if(NOT output MATCHES "there is no[ \n]+[^\n]*None.app/Contents/MacOS" OR EXISTS ${work}/none/cmake_install.cmake)
   message(FATAL_ERROR "Without a bundle:\n${output}")
 endif()
 # A path from where cmake runs, as it may be given.

@@ -649,6 +649,9 @@ private Q_SLOTS:
                                                   << "@link/Contents/MacOS/Editor";
         QTest::newRow("slash at the end") << app + '/' << app + "/Contents/MacOS/Editor"
                                           << "@link/Contents/MacOS/Editor";
+        QTest::newRow("program written with two slashes")
+            << app << app + "//Contents/MacOS/../MacOS/Editor"
+            << "@link/Contents/MacOS/Editor";
         QTest::newRow("program elsewhere") << app << "/nowhere/Editor"
                                            << "/nowhere/Editor";
         QTest::newRow("program in a directory of a longer name")

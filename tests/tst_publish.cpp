@@ -523,6 +523,37 @@ private Q_SLOTS:
         QVERIFY(page.contains("\"executable here, but not for users\""));
     }
 
+    void nothingIsPublishedWhenLintCannotBeAsked_data()
+    {
+        QTest::addColumn<QString>("tool");
+        QTest::addColumn<QStringList>("options");
+        QTest::addColumn<QString>("reason"); // Empty when it is published all the same.
+        const QStringList accept{"--accept", "x"};
+        QTest::newRow("another tool is named")
+            << "@scene/none" << QStringList() << "there is no linting tool";
+        QTest::newRow("findings are accepted") << "" << accept << "there is no linting tool";
+        QTest::newRow("nobody asks for it") << "" << QStringList() << "";
+        QTest::newRow("it does not know an option")
+            << "@scene/two" << accept << "lint ended with 2";
+    }
+
+    void nothingIsPublishedWhenLintCannotBeAsked()
+    {
+        QFETCH(QString, tool);
+        QFETCH(QStringList, options);
+        QFETCH(QString, reason);
+        if (tool.isEmpty() && !QStandardPaths::findExecutable("updater-release").isEmpty())
+            QSKIP("updater-release is installed here");
+        writeScript(*m_scene / "two", "exit 2\n");
+        const Outcome outcome =
+            publish(options + QStringList{"Editor", "1.0", tree("1.0"), dest()},
+                    {{"UPDATER_RELEASE", tool.replace("@scene", m_scene->path())}});
+        QCOMPARE(outcome.status, reason.isEmpty() ? 0 : 1);
+        QVERIFY2(outcome.text.contains(reason.isEmpty() ? "publish.sh: not linted" : reason),
+                 qPrintable(outcome.text));
+        QCOMPARE(QFileInfo::exists(dest()), reason.isEmpty());
+    }
+
     void findingsMustBeAccepted_data()
     {
         QTest::addColumn<QStringList>("accepted");
@@ -751,7 +782,7 @@ private:
     /// otherwise, without lint.
     static Outcome publish(const QStringList& arguments, const Variables& variables = {})
     {
-        Variables all{{"UPDATER", UPDATER_EXECUTABLE}, {"UPDATER_RELEASE", "none-here"}};
+        Variables all{{"UPDATER", UPDATER_EXECUTABLE}, {"UPDATER_RELEASE", "true"}};
         for (auto variable = variables.begin(); variable != variables.end(); ++variable)
             all.insert(variable.key(), variable.value());
         return run(QStringList(PUBLISH_DIR "/publish.sh") + arguments, all);

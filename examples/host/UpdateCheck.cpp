@@ -126,6 +126,7 @@ bool UpdateCheck::startUpdate() const
         baseDir = linkTo(directory);
         if (baseDir.isEmpty())
             return false;
+        exe = QDir::cleanPath(exe);
         if (exe.startsWith(directory + QLatin1Char('/')))
             exe.replace(0, directory.size(), baseDir);
     }

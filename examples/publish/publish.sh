@@ -67,8 +67,14 @@ fi
 [ ! -e "$release" ] || die "$release is there, and a published release does not change"
 lint=${UPDATER_RELEASE:-updater-release}
 if command -v "$lint" >/dev/null; then
-  "$lint" lint --name "$name" ${accepted[@]+"${accepted[@]}"} "$tree" \
-    || die "$tree has findings that are not accepted (--accept)"
+  status=0
+  "$lint" lint --name "$name" ${accepted[@]+"${accepted[@]}"} "$tree" || status=$?
+  [ $status -ne 1 ] || die "$tree has findings that are not accepted (--accept)"
+  [ $status -eq 0 ] || die "lint ended with $status"
+elif [ -n "${UPDATER_RELEASE-}" ] || [ ${#accepted[@]} -gt 0 ]; then
+  die "there is no linting tool $lint"
+else
+  echo "publish.sh: not linted, as there is no $lint" >&2
 fi
 
 # Put together under a name that nobody asks for. Copies are as old as the publication: caches tell
