@@ -32,6 +32,19 @@ private Q_SLOTS:
         QCOMPARE(messages.all().first().second, text);
     }
 
+    void debugTextReachesTheHandlerWhateverTheRules()
+    {
+        const Messages messages;
+        QLoggingCategory::setFilterRules("*.debug=false");
+        toolkit::debug("text");
+        qDebug() << "another text";
+        QLoggingCategory::setFilterRules(QString());
+        qDebug() << "after the rules";
+        QCOMPARE(messages.all().size(), 2);
+        QCOMPARE(messages.all().first().second, QString("text"));
+        QCOMPARE(messages.all().last().second, QString("after the rules"));
+    }
+
     void utf8StreamReadsAndWritesUtf8()
     {
         const QString text = QString::fromUtf8("\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80");

@@ -134,6 +134,33 @@ private Q_SLOTS:
         QVERIFY(files::read(dir / "index.txt").contains("\t<changelog></changelog>\n"));
     }
 
+    void missingChangelogIsAnnouncedWhateverTheLoggingRules_data()
+    {
+        QTest::addColumn<QString>("variable");
+        QTest::addColumn<QString>("value");
+        QTest::newRow("rules in the environment") << "QT_LOGGING_RULES"
+                                                  << "*.debug=false";
+        QTest::newRow("rule for the default category") << "QT_LOGGING_RULES"
+                                                       << "default.debug=false";
+        QTest::newRow("rules in a file") << "QT_LOGGING_CONF"
+                                         << "@dir/QtProject/qtlogging.ini";
+        QTest::newRow("rules in the user's configuration") << "XDG_CONFIG_HOME"
+                                                           << "@dir";
+    }
+
+    void missingChangelogIsAnnouncedWhateverTheLoggingRules()
+    {
+        QFETCH(QString, variable);
+        QFETCH(QString, value);
+        const TestDir config;
+        files::write(config / "QtProject/qtlogging.ini", "[Rules]\n*.debug=false\n");
+        UpdaterProcess updater;
+        updater.setEnvironment(variable, value.replace("@dir", config.path()));
+        QCOMPARE(updater.run({"-b", "--changelog", "notes.txt"}), 1);
+        QCOMPARE(updater.output(),
+                 QByteArray("The changelog file \" \"notes.txt\" \" doesn't exist! \n"));
+    }
+
     void failedBuildEndsWithOne()
     {
         UpdaterProcess updater;

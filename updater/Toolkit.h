@@ -1,12 +1,13 @@
-// Every line that is here because of the toolkit's version, and nothing else.
+// Every line that depends on the version of Qt, and nothing else.
 //
-// The program was first built on Qt 4; hosts and release scripts rely on what it did there. Each
-// function pins one outcome that Qt 5.15 or 6 would change, and says what the change is.
+// Each function keeps one outcome that hosts and release scripts rely on, and says what Qt would do
+// without it.
 #ifndef UPDATER_TOOLKIT_H
 #define UPDATER_TOOLKIT_H
 
 #include <QByteArray>
 #include <QDebug>
+#include <QLoggingCategory>
 #include <QNetworkRequest>
 #include <QString>
 #include <QTextStream>
@@ -14,13 +15,18 @@
 
 namespace toolkit {
 
-/// Sends @p text to the message handler as one debug message, to the letter.
+/// Sends @p text to the message handler as one debug message, exactly as it is.
 ///
-/// Left to itself the debug stream of Qt 5 and 6 drops a blank at the end and escapes quotes and
-/// backslashes inside a string; Qt 4 did neither.
+/// Without the stream's options Qt drops a space at the end and escapes quotes and backslashes. And
+/// logging rules (QT_LOGGING_RULES, qtlogging.ini) may have switched debug messages off: they are
+/// on for this one.
 inline void debug(const QString& text)
 {
+    QLoggingCategory* category = QLoggingCategory::defaultCategory();
+    const bool wasEnabled = category->isDebugEnabled();
+    category->setEnabled(QtDebugMsg, true);
     qDebug().nospace().noquote() << text;
+    category->setEnabled(QtDebugMsg, wasEnabled);
 }
 
 /// Makes @p stream read and write UTF-8. A byte-order mark at the start of a file that is read
@@ -34,8 +40,7 @@ inline void useUtf8(QTextStream& stream)
 #endif
 }
 
-/// Makes @p stream use the system's encoding: what Qt 4 and 5 do when nothing is set, where Qt 6
-/// takes UTF-8.
+/// Makes @p stream use the system's encoding. Without this Qt 6 takes UTF-8.
 inline void useSystemEncoding(QTextStream& stream)
 {
 #if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
@@ -45,16 +50,16 @@ inline void useSystemEncoding(QTextStream& stream)
 #endif
 }
 
-/// Returns @p bytes as text, one character per byte (Latin-1), up to the first zero byte. Qt 4's
-/// conversion stopped there; that of Qt 6 does not.
+/// Returns @p bytes as text, one character per byte (Latin-1), up to the first zero byte. Given the
+/// QByteArray itself, Qt 6 would not stop there.
 inline QString textFromBytes(const QByteArray& bytes)
 {
     return QString::fromLatin1(bytes.constData());
 }
 
-/// Returns the request for @p url, with the transfer rules of Qt 4: redirects are not followed
-/// (Qt 6 follows them), and a compressed body may inflate to any size (Qt 6.2 and later refuse one
-/// that grows past 10 MiB at a high ratio).
+/// Returns the request for @p url: redirects are not followed (Qt 6 would follow them), and a
+/// compressed body may inflate to any size (Qt 6.2 and later would refuse one that grows past 10
+/// MiB at a high ratio).
 inline QNetworkRequest networkRequest(const QUrl& url)
 {
     QNetworkRequest request(url);

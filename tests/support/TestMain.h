@@ -8,9 +8,10 @@
 #include <QDir>
 #include <QTest>
 
-/// Gives the process a temporary directory and a runtime directory of its own, removed at the end,
-/// and the offscreen platform unless another is asked for. Tests can so run side by side, and
-/// nothing of a test is left behind. To be made before the application object.
+/// Gives the process a temporary, a runtime and a configuration directory of its own, removed at
+/// the end, and the offscreen platform unless another is asked for. Tests can so run side by side,
+/// do not depend on how the user has configured Qt, and leave nothing behind. To be made before the
+/// application object.
 class PrivateEnvironment
 {
 public:
@@ -18,10 +19,15 @@ public:
     {
         files::makeDirectory(m_dir.filePath("tmp"));
         files::makeDirectory(m_dir.filePath("run"));
+        files::makeDirectory(m_dir.filePath("config"));
         QFile::setPermissions(m_dir.filePath("run"),
                               QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         qputenv("TMPDIR", QFile::encodeName(m_dir.filePath("tmp")));
         qputenv("XDG_RUNTIME_DIR", QFile::encodeName(m_dir.filePath("run")));
+        qputenv("XDG_CONFIG_HOME", QFile::encodeName(m_dir.filePath("config")));
+        qputenv("XDG_CONFIG_DIRS", QFile::encodeName(m_dir.filePath("config")));
+        for (const char* name : {"QT_LOGGING_RULES", "QT_LOGGING_CONF", "QT_MESSAGE_PATTERN"})
+            qunsetenv(name);
         if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
             qputenv("QT_QPA_PLATFORM", "offscreen");
     }
