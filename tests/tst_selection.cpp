@@ -1,6 +1,6 @@
-// The selection of the files to download in a very large release. What it costs is measured by
-// bench_selection; were the entries erased one by one, this would take minutes, and ctest would end
-// it long before.
+// What an update does with every file of a very large release. What it costs is measured by the
+// benchmarks; in quadratic time each of these would take minutes, and ctest would end it long
+// before.
 
 #include "tests/support/TestMain.h"
 #include "tests/support/UpdaterProbe.h"
@@ -28,6 +28,20 @@ private Q_SLOTS:
         QCOMPARE(static_cast<int>(run.programData.files.size()), pairs);
         for (int i = 0; i < pairs; ++i)
             QCOMPARE(run.programData.files.at(i).name, QStringLiteral("away%1").arg(i));
+    }
+
+    void bytesLeftAreCountedDownFromFileToFile()
+    {
+        constexpr int count = 1000000;
+        Updater updater("Editor", "", "1.0", "", "", "");
+        UpdaterProbe run(updater);
+        run.programData.files.fill({QString(), QString(), 3}, count);
+        int wrong = 0;
+        for (run.currentFile = 0; run.currentFile < count; ++run.currentFile) {
+            if (run.bytesLeft() != 3U * static_cast<quint32>(count - run.currentFile))
+                ++wrong;
+        }
+        QCOMPARE(wrong, 0);
     }
 };
 

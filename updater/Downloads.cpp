@@ -140,16 +140,16 @@ quint32 Updater::bytesLeft()
     const auto bytes = [](const ProgramFile& file) {
         return static_cast<quint32>(file.size);
     };
-    const int count = static_cast<int>(files.size());
-    if (left.file >= 0 && currentFile == left.file + 1 && currentFile <= count &&
-        left.files == count) {
-        left.bytes -= bytes(files.at(left.file));
-    } else {
+    const bool sameList =
+        left.files.constData() == files.constData() && left.files.size() == files.size();
+    if (!sameList || currentFile < left.file) {
+        left.files = files;
+        left.file = 0;
         left.bytes = 0;
-        for (int i = currentFile; i < count; ++i)
-            left.bytes += bytes(files.at(i));
+        for (const ProgramFile& file : files)
+            left.bytes += bytes(file);
     }
-    left.file = currentFile;
-    left.files = count;
+    for (; left.file < currentFile && left.file < files.size(); ++left.file)
+        left.bytes -= bytes(files.at(left.file));
     return left.bytes;
 }

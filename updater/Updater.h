@@ -192,8 +192,8 @@ private:
 
     void openProgressDialog();
 
-    /// Returns the sizes of the files not yet saved, added up in 32 bits. From one file to the next
-    /// it goes on from the last sum: adding all up each time would make an update quadratic.
+    /// Returns the sizes of the files not yet saved, added up in 32 bits. While the list stays the
+    /// same it continues from the last sum: adding up all sizes for each file would be quadratic.
     quint32 bytesLeft();
 
     /// Tells the user that a transfer failed with the network error @p code; exit status 1.
@@ -226,9 +226,9 @@ private:
     /// The sum that bytesLeft() returned last.
     struct
     {
-        int file = -1;     ///< The index it begins with; -1: there is no sum yet.
-        int files = 0;     ///< How many files there were.
-        quint32 bytes = 0; ///< Wraps.
+        QVector<ProgramFile> files; ///< Shares its data with the list as long as that is the same.
+        int file = 0;               ///< The index at which the sum begins.
+        quint32 bytes = 0;          ///< Wraps.
     } left;
 };
 

@@ -45,7 +45,7 @@ void Updater::getVersion()
 
 void Updater::getVersionFinished()
 {
-    // How the transfer went is not asked: after a failed one there is no readable manifest.
+    // The transfer's error is ignored on purpose: the body decides, even that of an error page.
     auto* reply = qobject_cast<QNetworkReply*>(sender());
     const QByteArray body = reply->readAll();
     reply->deleteLater();
@@ -75,7 +75,6 @@ void Updater::prepareDownloads()
     selectFiles();
     currentFile = 0;
     downloadedFiles = 0;
-    left.file = -1;
     if (!progressDialog && !programData.files.isEmpty())
         openProgressDialog();
 }

@@ -29,6 +29,9 @@ public:
     /// Drops the files from the manifest that are in place.
     void selectFiles() { m_updater.selectFiles(); }
 
+    /// The sizes that the progress label adds up.
+    quint32 bytesLeft() { return m_updater.bytesLeft(); }
+
 private:
     Updater& m_updater;
 
