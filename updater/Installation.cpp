@@ -61,7 +61,8 @@ QString Updater::installFiles()
     const QString exeEnding = QStringLiteral("Contents/MacOS/%1").arg(programName);
 
     QString bundleExe;
-    for (const ProgramFile& file : qAsConst(programData.files)) {
+    const QVector<ProgramFile> files = programData.files;
+    for (const ProgramFile& file : files) {
         const QString downloaded = downloadDir + file.name;
         const QString installed = baseDir + file.name;
         moveIntoPlace(downloaded, installed);
