@@ -23,6 +23,7 @@
 
 #include <functional>
 #include <memory>
+#include <utility>
 
 namespace {
 
@@ -198,7 +199,7 @@ public:
     QStringList selected()
     {
         QStringList names;
-        for (const ProgramFile& file : qAsConst(state().programData.files))
+        for (const ProgramFile& file : std::as_const(state().programData.files))
             names.append(file.name);
         return names;
     }

@@ -9,6 +9,8 @@
 #include <QProcess>
 #include <QRegularExpression>
 
+#include <utility>
+
 namespace {
 
 constexpr int buildPatience = 120000;
@@ -121,7 +123,7 @@ private Q_SLOTS:
         const QStringList pages{"/docs/host-kit.md", "/docs/troubleshooting.md"};
         for (const QString& page : pages) {
             const QString text = QString::fromUtf8(files::read(sourceDir + page));
-            for (const QString& reason : qAsConst(reasons))
+            for (const QString& reason : std::as_const(reasons))
                 QVERIFY2(text.contains(reason), qPrintable(page + ": " + reason));
         }
     }

@@ -12,6 +12,8 @@
 #include <QFile>
 #include <QRegularExpression>
 
+#include <utility>
+
 namespace {
 
 /// A release tree that starts out fine.
@@ -275,7 +277,7 @@ private Q_SLOTS:
         QFETCH(QString, program);
         QFETCH(QString, finding);
         const TestDir dir;
-        for (const QString& name : qAsConst(files))
+        for (const QString& name : std::as_const(files))
             files::write(dir / name, "contents");
         CollectedOutput output;
         publisher::lint(dir.path(), program, {}, output);
@@ -306,7 +308,7 @@ private Q_SLOTS:
         QFETCH(QStringList, files);
         QFETCH(QString, finding);
         const TestDir dir;
-        for (const QString& name : qAsConst(files))
+        for (const QString& name : std::as_const(files))
             files::write(dir / name, "contents");
         CollectedOutput output;
         publisher::lint(dir.path(), "Editor", {}, output);
@@ -555,7 +557,7 @@ private Q_SLOTS:
         QCOMPARE(tool.run(words), 0);
         const QString output = QString::fromLocal8Bit(tool.output());
         QVERIFY2(output.startsWith("Usage: updater-release "), qPrintable(output));
-        for (const QString& text : qAsConst(told))
+        for (const QString& text : std::as_const(told))
             QVERIFY2(output.contains(text), qPrintable(text + "\n" + output));
     }
 
@@ -584,7 +586,7 @@ private Q_SLOTS:
         const QString page = QString::fromUtf8(files::read(DOCS_DIR "/command-line.md"));
         QCOMPARE(longOptions(page.section("\n| `" + command + ' ', 1, 1).section('\n', 0, 0)),
                  options);
-        for (const QString& option : qAsConst(options)) {
+        for (const QString& option : std::as_const(options)) {
             QVERIFY2(page.contains(QRegularExpression("\n- (`-.`, )?`" + option + " [A-Z]+`: ")),
                      qPrintable(option));
             QVERIFY2(synopsis.contains(QRegularExpression("\n\\.BR (-. \", \" )?" + option + ' ')),

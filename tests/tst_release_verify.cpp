@@ -15,6 +15,8 @@
 #include <QFile>
 #include <QProcess>
 
+#include <utility>
+
 namespace {
 
 /// Seconds that no transfer of these tests needs.
@@ -171,7 +173,7 @@ private Q_SLOTS:
         }
         const TestDir dir;
         QStringList names;
-        for (const QString& name : qAsConst(shortNames)) {
+        for (const QString& name : std::as_const(shortNames)) {
             names << name << name + ".d/f";
             files::write(dir / "all" + "/" + name, name.toUtf8());
             files::write(dir / "all" + "/" + name + ".d/f", name.toUtf8());
@@ -179,11 +181,11 @@ private Q_SLOTS:
         CollectedOutput lint;
         publisher::lint(dir / "all", QString(), {}, lint);
         QStringList found;
-        for (const QString& line : qAsConst(lint.lines))
+        for (const QString& line : std::as_const(lint.lines))
             found.append(line.left(line.indexOf(": ", 1)));
 
         int fine = 0;
-        for (const QString& name : qAsConst(names)) {
+        for (const QString& name : std::as_const(names)) {
             const QString top = name.section('/', 0, 0);
             if (found.contains(publisher::printable(top)))
                 continue;

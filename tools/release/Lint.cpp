@@ -14,6 +14,7 @@
 #include <QVector>
 
 #include <algorithm>
+#include <utility>
 
 namespace publisher {
 
@@ -179,7 +180,7 @@ void Walk::checkSiblings(const QFileInfoList& entries, const QString& prefix)
     names.sort(); // The listing ignores case, and leaves the order of such names open.
 
     QHash<QString, QString> seen;
-    for (const QString& name : qAsConst(names)) {
+    for (const QString& name : std::as_const(names)) {
         const QString folded = name.toCaseFolded();
         if (seen.contains(folded))
             m_report.finding(prefix + name,
