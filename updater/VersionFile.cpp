@@ -37,6 +37,7 @@ bool Updater::buildVersionFile(QString* versionFilePath, bool required,
         return false;
 
     QString text;
+    // Cannot fail: the writer refuses only an empty name or version. The guard stays all the same.
     if (!programDataToXml(data, text)) {
         file.remove();
         return false;
