@@ -2,7 +2,7 @@
 
 #include "app/Options.h"
 
-#include "updater/Toolkit.h"
+#include "manifest/QtVersions.h"
 
 #include <QFile>
 #include <QStringList>
@@ -83,7 +83,7 @@ void setChangelogFile(const QString& fileName)
     if (QFile::exists(fChangelogFile))
         return;
     // The doubled quotes and the blank at the end are intended: release scripts match this text.
-    toolkit::debug(
+    qtversions::debug(
         QStringLiteral("The changelog file \" \"%1\" \" doesn't exist! ").arg(fChangelogFile));
     fChangelogFile = QString();
 }

@@ -1,7 +1,7 @@
 // What SHA-1 costs: of bytes that are in memory, which is the toolkit's own work, and of a file.
 
 #include "bench/BenchmarkMain.h"
-#include "updater/Digest.h"
+#include "manifest/Digest.h"
 
 #include <QCoreApplication>
 #include <QFile>

@@ -12,10 +12,10 @@ function(updater_warnings target)
     target_compile_definitions(${target} PRIVATE
       QT_DISABLE_DEPRECATED_UP_TO=0x060A00 QT_DISABLE_DEPRECATED_BEFORE=0x060A00)
   endif()
-  if(SANITIZE)
+  if(UPDATER_SANITIZE)
     target_compile_options(${target} PRIVATE
-      -fsanitize=${SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
-    target_link_options(${target} PRIVATE -fsanitize=${SANITIZE})
+      -fsanitize=${UPDATER_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(${target} PRIVATE -fsanitize=${UPDATER_SANITIZE})
   endif()
 endfunction()
 

@@ -5,7 +5,7 @@
 // directories, how many files are saved, and one line each with the sizes of the files. A request
 // for an address without a host or a scheme of the network is answered within the process.
 
-#include "updater/Paths.h"
+#include "manifest/Paths.h"
 #include "updater/Updater.h"
 
 #include "fuzz/Disagreement.h"

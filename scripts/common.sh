@@ -47,7 +47,7 @@ build_packages=(g++ cmake ninja-build)
 asan_packages=(clang libclang-rt-dev llvm)
 # shellcheck disable=SC2034
 asan_options=(-DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=Debug -DBUILD_TESTING=ON
-  "-DSANITIZE=address,undefined")
+  "-DUPDATER_SANITIZE=address,undefined")
 
 # The Qt major of a build, and the package with its headers.
 qt_of() {
@@ -67,7 +67,7 @@ qt_package() {
 configure() {
   local name=$1 qt=$2
   shift 2
-  cmake -S "$root" -B "$root/build/$name" -G Ninja -DQT_MAJOR="$qt" -DBUILD_EXAMPLES=ON "$@"
+  cmake -S "$root" -B "$root/build/$name" -G Ninja -DQT_MAJOR="$qt" -DUPDATER_BUILD_EXAMPLES=ON "$@"
 }
 
 # build NAME [TARGET...]

@@ -1,4 +1,4 @@
-# Installs the updater into an application bundle, with INSTALL_INTO_BUNDLE.
+# Installs the updater into an application bundle, with UPDATER_INSTALL_INTO_BUNDLE.
 # Run by ctest: cmake -DUPDATER=<executable> -DSOURCE_DIR=... -DBUILD_DIR=... -DGENERATOR=...
 #                     -DCXX_COMPILER=... -DQT_MAJOR=5|6 -P bundle.cmake
 
@@ -25,18 +25,18 @@ endfunction()
 # A build directory with that option; the program in it is the one that is built already.
 run(0 ${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${work}/build -G ${GENERATOR}
   -DCMAKE_CXX_COMPILER=${CXX_COMPILER} -DQT_MAJOR=${QT_MAJOR} -DBUILD_TESTING=OFF
-  "-DINSTALL_INTO_BUNDLE=${app}")
+  "-DUPDATER_INSTALL_INTO_BUNDLE=${app}")
 # Into what is no bundle nothing is installed.
 file(WRITE ${work}/None.app/file "")
 run(1 ${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${work}/none -G ${GENERATOR}
   -DCMAKE_CXX_COMPILER=${CXX_COMPILER} -DQT_MAJOR=${QT_MAJOR} -DBUILD_TESTING=OFF
-  "-DINSTALL_INTO_BUNDLE=${work}/None.app")
+  "-DUPDATER_INSTALL_INTO_BUNDLE=${work}/None.app")
 if(NOT output MATCHES "there is no[ \n]+[^\n]*None.app/Contents/MacOS" OR EXISTS ${work}/none/cmake_install.cmake)
   message(FATAL_ERROR "Without a bundle:\n${output}")
 endif()
 # A path from where cmake runs, as it may be given.
 run(0 ${CMAKE_COMMAND} -E chdir ${work}
-  ${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${work}/build "-DINSTALL_INTO_BUNDLE=Some Editor.app")
+  ${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${work}/build "-DUPDATER_INSTALL_INTO_BUNDLE=Some Editor.app")
 file(COPY ${UPDATER} DESTINATION ${work}/build)
 run(0 ${CMAKE_COMMAND} --install ${work}/build --prefix ${work}/prefix)
 

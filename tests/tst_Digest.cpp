@@ -1,6 +1,6 @@
 // SHA-1 of bytes and of files, against values from FIPS 180 and from sha1sum.
 
-#include "updater/Digest.h"
+#include "manifest/Digest.h"
 
 #include "tests/support/TestMain.h"
 

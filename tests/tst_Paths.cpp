@@ -1,6 +1,6 @@
 // The path rules that several subsystems share.
 
-#include "updater/Paths.h"
+#include "manifest/Paths.h"
 
 #include "tests/support/TestMain.h"
 

@@ -1,7 +1,7 @@
 // The host kit: every way a check can end, with updaters that behave as the test wants, and with
 // the real one where that matters.
 
-#include "examples/host/UpdateCheck.h"
+#include <UpdaterHost/UpdateCheck.h>
 
 #include "tests/support/HostProcess.h"
 #include "tests/support/HttpServer.h"

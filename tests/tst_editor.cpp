@@ -1,7 +1,7 @@
 // The example application: what it makes of a check, what it asks the user, and the whole road from
 // Editor 1.0 to Editor 2.0.
 
-#include "examples/host/EditorWindow.h"
+#include "examples/editor/EditorWindow.h"
 
 #include "tests/support/HttpServer.h"
 #include "tests/support/Nginx.h"

@@ -16,7 +16,7 @@ namespace {
 constexpr int buildPatience = 120000;
 constexpr int patience = 30000;
 const QString sourceDir = QStringLiteral(SOURCE_DIR);
-const QString kitSource = QStringLiteral("/examples/host/UpdateCheck.cpp");
+const QString kitSource = QStringLiteral("/host/UpdateCheck.cpp");
 const QString exeName = QStringLiteral("Contents/MacOS/Viewer");
 const QString updaterName = QStringLiteral("Contents/MacOS/updater");
 

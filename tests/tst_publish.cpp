@@ -1,5 +1,5 @@
-// The publisher's road: releases that examples/publish/publish.sh lays out, served by nginx with
-// examples/publish/nginx.conf as it is shipped, and the lines of docs/releasing.md.
+// The publisher's road: releases that publisher/publish.sh lays out, served by nginx with
+// publisher/nginx.conf as it is shipped, and the lines of docs/releasing.md.
 
 #include "tests/support/Authority.h"
 #include "tests/support/Nginx.h"

@@ -1,6 +1,6 @@
 // "updater-release diff": what lies between two releases, told from their version files.
 
-#include "tools/release/Diff.h"
+#include "publisher/Diff.h"
 
 #include "tests/support/CollectedOutput.h"
 #include "tests/support/Release.h"

@@ -1,7 +1,7 @@
 // "updater-release lint": every rule on a tree that breaks just this one, and on trees that are
 // fine.
 
-#include "tools/release/Lint.h"
+#include "publisher/Lint.h"
 
 #include "tests/support/CollectedOutput.h"
 #include "tests/support/ReleaseTree.h"

@@ -1,8 +1,8 @@
 // "updater-release verify": healthy and damaged releases on a real web server, and what only a
 // server of our own does when asked.
 
-#include "tools/release/Lint.h"
-#include "tools/release/Verify.h"
+#include "publisher/Lint.h"
+#include "publisher/Verify.h"
 
 #include "tests/support/CollectedOutput.h"
 #include "tests/support/HttpServer.h"

@@ -3,8 +3,8 @@
 
 #include "updater/Updater.h"
 
-#include "updater/Paths.h"
-#include "updater/Toolkit.h"
+#include "manifest/Paths.h"
+#include "manifest/QtVersions.h"
 
 #include <QDir>
 #include <QFile>
@@ -30,7 +30,7 @@ QString Updater::changelogData(const QString& fileName) const
         return QString();
 
     QTextStream stream(&file);
-    toolkit::useUtf8(stream);
+    qtversions::useUtf8(stream);
     const QString text = stream.readAll();
     file.close();
     if (text.isEmpty())
@@ -50,7 +50,7 @@ bool Updater::writeChangelogFile(const ProgramData& data) const
     if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Text))
         return false;
     QTextStream stream(&file);
-    toolkit::useUtf8(stream);
+    qtversions::useUtf8(stream);
     stream << data.changelog;
     file.close(); // Flushes the stream.
     return true;

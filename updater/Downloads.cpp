@@ -1,11 +1,11 @@
-// The downloads: one file after the other, each verified before it is saved, with the progress
-// dialog kept up to date. Three failures in a row end the update.
+// The downloads: one file after the other, each verified before it is saved. Three failures in a row
+// end the update.
 
 #include "updater/Updater.h"
 
-#include "updater/Digest.h"
-#include "updater/Paths.h"
-#include "updater/Toolkit.h"
+#include "manifest/Digest.h"
+#include "manifest/Paths.h"
+#include "updater/Requests.h"
 
 #include <QCoreApplication>
 #include <QFile>
@@ -18,12 +18,10 @@ namespace {
 /// How often in a row downloads may fail, the first attempt included.
 constexpr int maxFailures = 3;
 
-constexpr double mebibytesPerByte = 9.5367431640625e-07;
-
 bool isIntact(const QByteArray& body, const ProgramFile& file)
 {
     return static_cast<quint64>(body.size()) == file.size &&
-           digest::sha1(body).compare(file.sha1, Qt::CaseInsensitive) == 0;
+           digest::isSame(digest::sha1(body), file.sha1);
 }
 
 bool save(const QByteArray& body, const QString& path)
@@ -49,9 +47,8 @@ void Updater::downloadNewProgramData()
         allFilesDownloaded();
         return;
     }
-    const QString baseUrl = updateUrl.left(updateUrl.lastIndexOf(QLatin1String("/")) + 1);
-    const QUrl url(baseUrl + programData.files.at(currentFile).name);
-    QNetworkReply* reply = netManager.get(toolkit::networkRequest(url));
+    const QUrl url(paths::besideVersionFile(updateUrl, programData.files.at(currentFile).name));
+    QNetworkReply* reply = netManager.get(requests::requestFor(url));
     connect(reply, SIGNAL(finished()), this, SLOT(fileDownloadFinished()));
 }
 
@@ -120,36 +117,4 @@ void Updater::abortAfterDamage(const QString& name)
             .arg(shownName(name)),
         QMessageBox::Ok, QMessageBox::NoButton);
     QCoreApplication::exit(1);
-}
-
-void Updater::updateProgressLabel()
-{
-    if (!progressDialog)
-        return;
-    const double mebibytesLeft = static_cast<qint32>(bytesLeft()) * mebibytesPerByte;
-    progressDialog->setLabelText(QStringLiteral("Downloading file %1 of %2 (%3 MB left)")
-                                     .arg(currentFile + 1)
-                                     .arg(programData.files.size())
-                                     .arg(mebibytesLeft, 0, 'f', 2));
-}
-
-quint32 Updater::bytesLeft()
-{
-    const QVector<ProgramFile>& files = programData.files;
-    // 32 bits on purpose: from 2 GiB on the figure wraps. Summed without a sign, which may wrap.
-    const auto bytes = [](const ProgramFile& file) {
-        return static_cast<quint32>(file.size);
-    };
-    const bool sameList =
-        left.files.constData() == files.constData() && left.files.size() == files.size();
-    if (!sameList || currentFile < left.file) {
-        left.files = files;
-        left.file = 0;
-        left.bytes = 0;
-        for (const ProgramFile& file : files)
-            left.bytes += bytes(file);
-    }
-    for (; left.file < currentFile && left.file < files.size(); ++left.file)
-        left.bytes -= bytes(files.at(left.file));
-    return left.bytes;
 }

@@ -3,7 +3,7 @@
 
 #include "updater/Updater.h"
 
-#include "updater/Paths.h"
+#include "manifest/Paths.h"
 
 #include <QCoreApplication>
 #include <QFile>

@@ -2,8 +2,8 @@
 
 #include "updater/Updater.h"
 
-#include "updater/Digest.h"
-#include "updater/Paths.h"
+#include "manifest/Digest.h"
+#include "manifest/Paths.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -21,8 +21,8 @@ QString namePrefix(const QString& prefix)
     return paths::withSeparator(prefix).replace(QLatin1Char('\\'), QLatin1Char('/'));
 }
 
-/// Two steps on purpose: a place marker in a directory's name takes part in the second one, and
-/// published version files name such files that way.
+/// Two arg() calls on purpose: a %1 in a directory name is replaced by the second call. Published
+/// version files depend on it.
 QString entryName(const QString& prefix, const QString& fileName)
 {
     return QStringLiteral("%1%2").arg(prefix).arg(fileName);
@@ -32,10 +32,7 @@ QString entryName(const QString& prefix, const QString& fileName)
 
 bool Updater::collectFiles(QDir dir, ProgramData& data, const QString& prefix)
 {
-    // Hidden files belong to a release; links are followed.
-    const QFileInfoList entries = dir.entryInfoList(QDir::Dirs | QDir::Files | QDir::Hidden |
-                                                        QDir::System | QDir::NoDotAndDotDot,
-                                                    QDir::NoSort);
+    const QFileInfoList entries = paths::releaseEntries(dir);
     const QString ownPrefix = namePrefix(prefix);
 
     bool allRead = true;
@@ -44,7 +41,7 @@ bool Updater::collectFiles(QDir dir, ProgramData& data, const QString& prefix)
             if (!collectFiles(QDir(entry.filePath()), data, ownPrefix + entry.fileName()))
                 allRead = false;
         } else if (entry.isFile()) {
-            // A file that cannot be read is listed too, without a digest; the result tells.
+            // A file that cannot be read is listed without a digest, and the scan goes on.
             const std::optional<QString> sha1 = digest::sha1OfFile(entry.filePath());
             if (!sha1)
                 allRead = false;

@@ -1,8 +1,10 @@
-// The object itself: its making and its end, the start of a run, cancelling, path functions.
+// The object itself: construction and destruction, the start of a run, cancelling, and the members
+// that touch no state.
 
 #include "updater/Updater.h"
 
-#include "updater/Paths.h"
+#include "manifest/ManifestText.h"
+#include "manifest/Paths.h"
 
 #include <QCoreApplication>
 #include <QProgressDialog>
@@ -54,4 +56,19 @@ void Updater::endWithSeparator(QString& path) const
 void Updater::endWithoutSeparator(QString& path) const
 {
     path = paths::withoutSeparator(path);
+}
+
+bool Updater::programDataToXml(const ProgramData& data, QString& text)
+{
+    return manifest::write(data, text);
+}
+
+bool Updater::xmlToProgramData(const QString& rootTag, const QString& xml, ProgramData& data)
+{
+    return manifest::read(rootTag, xml, data);
+}
+
+QString Updater::tagValue(const QString& tag, QString& source, bool remove, bool* found)
+{
+    return manifest::tagValue(tag, source, remove, found);
 }

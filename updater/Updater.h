@@ -60,35 +60,15 @@ public:
     /// Removes every "/" and "\" from the end of @p path; nothing may be left of it.
     void endWithoutSeparator(QString& path) const;
 
-    // Manifest text (ManifestText.cpp). None of the three touches the object's state.
+    // Manifest text: the functions of manifest/ManifestText.h.
 
-    /// Appends the record @p data to @p text, with one line feed before it when @p text holds
-    /// something already.
-    ///
-    /// No value is escaped. Name, version and changelog are trimmed; file names and digests are
-    /// written as they are.
-    ///
-    /// @return False, with @p text untouched, when the name or the version is blank.
+    /// As manifest::write().
     bool programDataToXml(const ProgramData& data, QString& text);
 
-    /// Reads the first record in @p xml whose root element is @p rootTag, ignoring case, and fills
-    /// @p data, which should be fresh: files are appended to its list, and without a changelog in
-    /// the record it keeps its own.
-    ///
-    /// The list of files ends silently at the first incomplete entry; an entry whose size is not a
-    /// number is left out. The time it takes grows linearly with the text.
-    ///
-    /// @return False when there is no such record, it is blank (both leave @p data untouched), or
-    ///         it has no version or a blank one (then only the name is set).
+    /// As manifest::read().
     bool xmlToProgramData(const QString& rootTag, const QString& xml, ProgramData& data);
 
-    /// Returns the text between the first opening mark of the element @p tag in @p source and the
-    /// first closing mark behind that, both found ignoring case. The text is not trimmed.
-    ///
-    /// @param remove true to cut the element out of @p source; what stood before it and what stood
-    ///               behind it are trimmed and glued together, with nothing in between
-    /// @param found  receives whether the element was found; may be null
-    /// @return A null string, with @p source unchanged, when there is no such element.
+    /// As manifest::tagValue().
     QString tagValue(const QString& tag, QString& source, bool remove, bool* found);
 
     // Changelog payload (Changelog.cpp).

@@ -2,8 +2,8 @@
 
 #include "updater/Updater.h"
 
-#include "updater/Paths.h"
-#include "updater/Toolkit.h"
+#include "manifest/Paths.h"
+#include "manifest/QtVersions.h"
 
 #include <QDir>
 #include <QFile>
@@ -43,7 +43,7 @@ bool Updater::buildVersionFile(QString* versionFilePath, bool required,
         return false;
     }
     QTextStream stream(&file);
-    toolkit::useSystemEncoding(stream);
+    qtversions::useSystemEncoding(stream);
     stream << text;
     file.close(); // Flushes the stream.
 

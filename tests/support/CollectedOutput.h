@@ -2,7 +2,7 @@
 #ifndef TESTS_SUPPORT_COLLECTEDOUTPUT_H
 #define TESTS_SUPPORT_COLLECTEDOUTPUT_H
 
-#include "tools/release/Output.h"
+#include "publisher/Output.h"
 
 #include <QStringList>
 

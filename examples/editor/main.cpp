@@ -1,0 +1,47 @@
+// Editor: a small application that looks for a new version of itself at start, shows what is new,
+// and has the updater install it.
+//
+// It lies in Contents/MacOS of its bundle, beside the updater. Contents/Resources/about.ini says
+// what it is:
+//
+//   name=Editor
+//   version=1.0
+//   url=https://updates.example/editor/index.txt
+//
+// With --auto (or EDITOR_AUTO in its environment, which the Editor that the update starts inherits)
+// it needs nobody at the screen.
+
+#include "examples/editor/EditorWindow.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QSettings>
+
+namespace {
+
+HostInfo hostInfo()
+{
+    const QDir macOs(QCoreApplication::applicationDirPath());
+    const QSettings about(macOs.filePath(QStringLiteral("../Resources/about.ini")),
+                          QSettings::IniFormat);
+    HostInfo info;
+    info.updater = macOs.filePath(QStringLiteral("updater"));
+    info.name = about.value(QStringLiteral("name")).toString();
+    info.version = about.value(QStringLiteral("version")).toString();
+    info.baseDir = QDir::cleanPath(macOs.filePath(QStringLiteral("../..")));
+    info.url = about.value(QStringLiteral("url")).toString();
+    info.exe = QCoreApplication::applicationFilePath();
+    return info;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QApplication app(argc, argv);
+    if (QCoreApplication::arguments().contains(QStringLiteral("--auto")))
+        qputenv("EDITOR_AUTO", "1");
+    EditorWindow window(hostInfo(), qEnvironmentVariableIsSet("EDITOR_AUTO"));
+    window.show();
+    return QApplication::exec();
+}

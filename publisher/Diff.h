@@ -1,0 +1,19 @@
+// Compares the version files of two releases: what an update from one to the other brings.
+#ifndef PUBLISHER_DIFF_H
+#define PUBLISHER_DIFF_H
+
+#include <QString>
+
+namespace publisher {
+
+class Output;
+
+/// Says what a user of the release described in the file @p oldPath downloads, and what stays
+/// behind, when the one described in @p newPath is published.
+///
+/// @param program the program's name; empty to take that of the old release
+void diff(const QString& oldPath, const QString& newPath, const QString& program, Output& output);
+
+} // namespace publisher
+
+#endif // PUBLISHER_DIFF_H

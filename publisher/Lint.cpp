@@ -1,0 +1,290 @@
+// Looks in a release tree for what the version file, the web server or an installation would not
+// carry. Names are checked one by one, so that a directory's name makes one finding, and not as
+// many as it has files.
+
+#include "publisher/Lint.h"
+
+#include "manifest/Paths.h"
+#include "publisher/Output.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QHash>
+#include <QRegularExpression>
+#include <QUrl>
+#include <QVector>
+
+#include <algorithm>
+#include <utility>
+
+namespace publisher {
+
+namespace {
+
+bool isControl(QChar character)
+{
+    return character.category() == QChar::Other_Control;
+}
+
+bool isOutsideAscii(QChar character)
+{
+    return character.unicode() > 0x7F;
+}
+
+bool hasPlaceMarker(const QString& name)
+{
+    static const QRegularExpression marker(QStringLiteral("%L?[0-9]"));
+    return marker.match(name).hasMatch();
+}
+
+/// True when the updater's request for a file of this name would be for another one.
+bool isChangedByUrl(const QString& name)
+{
+    // A query or a fragment is no part of the path, either.
+    const QUrl url(QLatin1String("http://host/") + name);
+    return url.path(QUrl::FullyDecoded) != QLatin1Char('/') + name;
+}
+
+/// True when a reader that trims the path of a file would lose a blank of the component @p name.
+bool hasBlankAtAnEnd(const QString& name, bool atTop, bool isDirectory)
+{
+    const QLatin1String separator("/");
+    const QLatin1String none("");
+    const QString path = (atTop ? none : separator) + name + (isDirectory ? separator : none);
+    return path.trimmed() != path;
+}
+
+/// Returns what matches whole paths: "*" in @p pattern is any text, all else is itself.
+QRegularExpression matcher(const QString& pattern)
+{
+    // Not one of the toolkit's wildcards: whether their "*" ends at a "/" depends on its version.
+    const QString text =
+        QRegularExpression::escape(pattern).replace(QLatin1String("\\*"), QLatin1String(".*"));
+    return QRegularExpression(QRegularExpression::anchoredPattern(text),
+                              QRegularExpression::DotMatchesEverythingOption);
+}
+
+/// Tells the findings that the publisher accepts from the others.
+class Report
+{
+public:
+    /// Holds on to @p output, as long as it lives.
+    Report(const QStringList& accepted, Output& output) : m_output(output)
+    {
+        for (const QString& pattern : accepted)
+            m_accepted.append(matcher(pattern));
+    }
+
+    void finding(const QString& path, const QString& what)
+    {
+        const bool accepted =
+            std::any_of(m_accepted.cbegin(), m_accepted.cend(),
+                        [&](const auto& pattern) { return pattern.match(path).hasMatch(); });
+        if (accepted)
+            m_output.line(QLatin1String("accepted: ") + path + QLatin1String(": ") + what);
+        else
+            m_output.finding(path, what);
+    }
+
+private:
+    QVector<QRegularExpression> m_accepted;
+    Output& m_output;
+};
+
+/// One walk through a tree.
+class Walk
+{
+public:
+    /// Holds on to @p report, as long as it lives.
+    Walk(const QString& program, Report& report) : m_program(program), m_report(report) {}
+
+    /// Looks at everything in @p dir and below; @p prefix is its path from the top, with a "/" at
+    /// the end, and empty at the top.
+    void look(const QDir& dir, const QString& prefix);
+
+    bool hasProgram() const { return m_hasProgram; }
+
+private:
+    void checkName(const QFileInfo& entry, const QString& prefix);
+    void checkSiblings(const QFileInfoList& entries, const QString& prefix);
+    void checkEntry(const QFileInfo& entry, const QString& path);
+    void checkDirectory(const QFileInfo& entry, const QString& path);
+    void checkFile(const QFileInfo& entry, const QString& path);
+    bool isProgram(const QString& path) const;
+    void takeProgram(const QString& path);
+
+    const QString m_program;
+    Report& m_report;
+    bool m_hasProgram = false;
+};
+
+void Walk::look(const QDir& dir, const QString& prefix)
+{
+    const QFileInfoList entries = paths::releaseEntries(dir);
+    checkSiblings(entries, prefix);
+    for (const QFileInfo& entry : entries) {
+        checkName(entry, prefix);
+        checkEntry(entry, prefix + entry.fileName());
+    }
+}
+
+void Walk::checkName(const QFileInfo& entry, const QString& prefix)
+{
+    const QString name = entry.fileName();
+    const QString path = prefix + name;
+    const bool hasControls = std::any_of(name.begin(), name.end(), isControl);
+
+    if (prefix.isEmpty() && name.compare(QLatin1String("index.txt"), Qt::CaseInsensitive) == 0)
+        m_report.finding(path,
+                         QStringLiteral("version file of an earlier build; the next one lists "
+                                        "it and replaces it, and no update will succeed"));
+    if (std::any_of(name.begin(), name.end(), isOutsideAscii))
+        m_report.finding(path, QStringLiteral("characters outside ASCII; the version file does not "
+                                              "carry them, and the updater asks for another name"));
+    if (name.contains(QLatin1Char('<')) || name.contains(QLatin1Char('>')))
+        m_report.finding(path,
+                         QStringLiteral("\"<\" or \">\"; the version file knows no escapes and "
+                                        "can take this for one of its marks"));
+    if (hasControls)
+        m_report.finding(path,
+                         QStringLiteral("control character; the version file is made of lines, and "
+                                        "not every server or disk takes such names"));
+    else if (hasBlankAtAnEnd(name, prefix.isEmpty(), entry.isDir()))
+        m_report.finding(path,
+                         QStringLiteral("blank at the begin or the end; the updater trims the "
+                                        "path and asks for another name"));
+    if (entry.isDir() && hasPlaceMarker(name))
+        m_report.finding(
+            path, QStringLiteral("place marker (\"%\" and a digit) in a directory's name; the "
+                                 "names of its files can take its place in the version file"));
+    if (name.contains(QLatin1Char('\\')))
+        m_report.finding(path, entry.isDir()
+                                   ? QStringLiteral("backslash in a directory's name; it becomes "
+                                                    "\"/\" in the version file")
+                                   : QStringLiteral("backslash; the updater takes it for a "
+                                                    "separator and makes a directory"));
+    if (!hasControls && isChangedByUrl(name))
+        m_report.finding(path,
+                         QStringLiteral("\"#\", \"?\" or \"%\" with two digits; the name goes "
+                                        "into the URL as it is, and the updater asks for "
+                                        "another file"));
+}
+
+void Walk::checkSiblings(const QFileInfoList& entries, const QString& prefix)
+{
+    QStringList names;
+    for (const QFileInfo& entry : entries)
+        names.append(entry.fileName());
+    names.sort(); // The listing ignores case, and leaves the order of such names open.
+
+    QHash<QString, QString> seen;
+    for (const QString& name : std::as_const(names)) {
+        const QString folded = name.toCaseFolded();
+        if (seen.contains(folded))
+            m_report.finding(prefix + name,
+                             QStringLiteral("the same as \"%1\" but for letter case; most users' "
+                                            "disks ignore case and keep one of them")
+                                 .arg(seen.value(folded)));
+        else
+            seen.insert(folded, name);
+    }
+}
+
+void Walk::checkEntry(const QFileInfo& entry, const QString& path)
+{
+    if (entry.isSymbolicLink()) {
+        m_report.finding(path,
+                         QStringLiteral("symbolic link; users get a copy of what it leads to, "
+                                        "and nothing when it leads nowhere"));
+        if (!m_hasProgram && entry.isFile() && isProgram(path))
+            takeProgram(path);
+    } else if (entry.isDir()) {
+        checkDirectory(entry, path);
+    } else if (entry.isFile()) {
+        checkFile(entry, path);
+    } else {
+        m_report.finding(path, QStringLiteral("neither a file nor a directory; the version file "
+                                              "leaves it out"));
+    }
+}
+
+void Walk::checkDirectory(const QFileInfo& entry, const QString& path)
+{
+    const QDir dir(entry.filePath());
+    if (!entry.isReadable() || !entry.isExecutable()) {
+        m_report.finding(path, QStringLiteral("directory that cannot be read; the version file "
+                                              "leaves out all that is in it"));
+    } else if (dir.isEmpty(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot)) {
+        m_report.finding(path, QStringLiteral("empty directory; the version file lists files only, "
+                                              "and users will not have it"));
+    } else {
+        look(dir, path + QLatin1Char('/'));
+    }
+}
+
+void Walk::checkFile(const QFileInfo& entry, const QString& path)
+{
+    if (!QFile(entry.filePath()).open(QIODevice::ReadOnly))
+        m_report.finding(path, QStringLiteral("file that cannot be read; no version file can be "
+                                              "built"));
+
+    // Of several programs the installation takes the first; unnamed, it can be any of them.
+    const bool program = isProgram(path) && (m_program.isEmpty() || !m_hasProgram);
+    if (program)
+        takeProgram(path);
+    const bool executable =
+        (entry.permissions() & (QFile::ExeOwner | QFile::ExeGroup | QFile::ExeOther)) != 0;
+    if (executable && !program && !path.endsWith(QLatin1String(".icns"), Qt::CaseInsensitive))
+        m_report.finding(path,
+                         QStringLiteral("executable here, but not for users; the installation "
+                                        "makes only the program in Contents/MacOS and *.icns "
+                                        "executable"));
+}
+
+bool Walk::isProgram(const QString& path) const
+{
+    // From the base directory on, as the installation sees it.
+    const QString installed = QLatin1Char('/') + path;
+    const QString directory = QStringLiteral("Contents/MacOS/");
+    if (!m_program.isEmpty())
+        return installed.endsWith(directory + m_program, Qt::CaseInsensitive);
+    const auto end = installed.lastIndexOf(QLatin1Char('/')) + 1;
+    return installed.left(end).endsWith(directory, Qt::CaseInsensitive) &&
+           installed.mid(end).compare(QLatin1String("updater"), Qt::CaseInsensitive) != 0;
+}
+
+/// Of a program that is not where the installed one is, users get a second copy, and keep the
+/// first.
+void Walk::takeProgram(const QString& path)
+{
+    m_hasProgram = true;
+    const QString place = QStringLiteral("Contents/MacOS/") + m_program;
+    if (!m_program.isEmpty() && path.compare(place, Qt::CaseInsensitive) != 0)
+        m_report.finding(path,
+                         QStringLiteral("the program, but not at %1 of the tree; the tree goes "
+                                        "over the installed bundle, so give the directory that "
+                                        "Contents lies in")
+                             .arg(place));
+}
+
+} // namespace
+
+void lint(const QString& dir, const QString& program, const QStringList& accepted, Output& output)
+{
+    const QFileInfo top(dir);
+    if (dir.isEmpty() || !top.isDir() || !top.isReadable() || !top.isExecutable()) {
+        output.finding(dir, QStringLiteral("no directory that can be read"));
+        return;
+    }
+    Report report(accepted, output);
+    Walk walk(program, report);
+    walk.look(QDir(dir), QString());
+    if (walk.hasProgram())
+        return;
+    report.finding(dir,
+                   QStringLiteral("no file Contents/MacOS/%1; the updater starts nothing after "
+                                  "an update unless it is told what (-x)")
+                       .arg(program.isEmpty() ? QStringLiteral("NAME") : program));
+}
+
+} // namespace publisher

@@ -1,0 +1,114 @@
+// What is pinned down across versions of the toolkit.
+
+#include "manifest/QtVersions.h"
+
+#include "manifest/ManifestText.h"
+#include "updater/Requests.h"
+
+#include "tests/support/Messages.h"
+#include "tests/support/TestMain.h"
+
+#include <QBuffer>
+
+class TestQtVersions : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void debugTextReachesTheHandlerToTheLetter_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::newRow("plain") << "plain";
+        QTest::newRow("blank at the end") << "text ";
+        QTest::newRow("quotes and backslashes") << "a \"b\" \\n c";
+        QTest::newRow("outside ASCII") << QString::fromUtf8("Größe \xE2\x82\xAC");
+        QTest::newRow("place markers") << "%1 %s %n";
+    }
+
+    void debugTextReachesTheHandlerToTheLetter()
+    {
+        QFETCH(QString, text);
+        const Messages messages;
+        qtversions::debug(text);
+        QCOMPARE(messages.all().size(), 1);
+        QCOMPARE(messages.all().first().first, QtDebugMsg);
+        QCOMPARE(messages.all().first().second, text);
+    }
+
+    void debugTextReachesTheHandlerWhateverTheRules()
+    {
+        const Messages messages;
+        QLoggingCategory::setFilterRules("*.debug=false");
+        qtversions::debug("text");
+        qDebug() << "another text";
+        QLoggingCategory::setFilterRules(QString());
+        qDebug() << "after the rules";
+        QCOMPARE(messages.all().size(), 2);
+        QCOMPARE(messages.all().first().second, QString("text"));
+        QCOMPARE(messages.all().last().second, QString("after the rules"));
+    }
+
+    void utf8StreamReadsAndWritesUtf8()
+    {
+        const QString text = QString::fromUtf8("\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80");
+        QByteArray bytes;
+        {
+            QTextStream stream(&bytes, QIODevice::WriteOnly);
+            qtversions::useUtf8(stream);
+            stream << text;
+        }
+        QCOMPARE(bytes, text.toUtf8());
+        QTextStream stream(bytes);
+        qtversions::useUtf8(stream);
+        QCOMPARE(stream.readAll(), text);
+    }
+
+    void systemEncodingIsThatOfLocalText()
+    {
+        const QString text = QString::fromUtf8("plain \xC3\xA4");
+        QByteArray bytes;
+        {
+            QTextStream stream(&bytes, QIODevice::WriteOnly);
+            qtversions::useSystemEncoding(stream);
+#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
+            QCOMPARE(stream.encoding(), QStringConverter::System);
+#endif
+            stream << text;
+        }
+        QCOMPARE(bytes, text.toLocal8Bit());
+    }
+
+    void bytesBecomeOneCharacterEachUpToTheFirstZero_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("nothing") << QByteArray() << QString();
+        QTest::newRow("ASCII") << QByteArray("abc") << "abc";
+        QTest::newRow("bytes above 127")
+            << QByteArray("\xC3\xA4") << QString(QChar(0xC3)) + QChar(0xA4);
+        QTest::newRow("zero byte inside") << QByteArray("ab\0cd", 5) << "ab";
+        QTest::newRow("zero byte first") << QByteArray("\0cd", 3) << QString();
+    }
+
+    void bytesBecomeOneCharacterEachUpToTheFirstZero()
+    {
+        QFETCH(QByteArray, bytes);
+        QFETCH(QString, expected);
+        QCOMPARE(manifest::textFromBytes(bytes), expected);
+    }
+
+    void requestsNeitherFollowRedirectsNorLimitInflation()
+    {
+        const QUrl url("http://127.0.0.1/a%20b?c");
+        const QNetworkRequest request = requests::requestFor(url);
+        QCOMPARE(request.url(), url);
+        QCOMPARE(request.attribute(QNetworkRequest::RedirectPolicyAttribute).toInt(),
+                 static_cast<int>(QNetworkRequest::ManualRedirectPolicy));
+#if QT_VERSION >= QT_VERSION_CHECK(6, 2, 0)
+        QCOMPARE(request.decompressedSafetyCheckThreshold(), qint64(-1));
+#endif
+    }
+};
+
+UPDATER_TEST_MAIN(TestQtVersions)
+#include "tst_QtVersions.moc"
