@@ -659,8 +659,7 @@ void TestManifestText::recordWithoutVersionSetsNameOnly_data()
     const QString rest = "<required>false</required><changelog>Y2w=</changelog>" + block("a");
     const auto row = [&rest](const char* name, const QString& version) {
         QTest::newRow(name) << "Editor"
-                            << "<Editor>" + version + rest + "</Editor>"
-                            << "Editor";
+                            << "<Editor>" + version + rest + "</Editor>" << "Editor";
     };
     row("no version", "");
     row("empty version", "<version></version>");
@@ -673,17 +672,14 @@ void TestManifestText::recordWithoutVersionSetsNameOnly_data()
         "<ver<required>true</required>sion>2.1</version>");
     QTest::newRow("version behind the record")
         << "Editor"
-        << "<Editor>" + rest + "</Editor><version>2.1</version>"
-        << "Editor";
+        << "<Editor>" + rest + "</Editor><version>2.1</version>" << "Editor";
     QTest::newRow("text alone") << "Editor"
                                 << "<Editor>2.1</Editor>"
                                 << "Editor";
     QTest::newRow("root tag with blanks") << "\tEditor "
-                                          << "<\tEditor >" + rest + "</\tEditor >"
-                                          << "Editor";
+                                          << "<\tEditor >" + rest + "</\tEditor >" << "Editor";
     QTest::newRow("blank root tag") << " "
-                                    << "< >" + rest + "</ >"
-                                    << "";
+                                    << "< >" + rest + "</ >" << "";
     QTest::newRow("root named version ends with its version")
         << "version"
         << "<version><version>2.1</version></version>"

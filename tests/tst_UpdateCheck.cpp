@@ -335,10 +335,8 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("commands");
         QTest::addColumn<QString>("expected");
         const QByteArray found = reporting(report("2.0"));
-        QTest::newRow("exit status 1") << found + "exit 1"
-                                       << "failed: The check did not finish.";
-        QTest::newRow("crash") << found + "kill -KILL $$"
-                               << "failed: The check did not finish.";
+        QTest::newRow("exit status 1") << found + "exit 1" << "failed: The check did not finish.";
+        QTest::newRow("crash") << found + "kill -KILL $$" << "failed: The check did not finish.";
     }
 
     void updaterThatFails()
@@ -645,13 +643,12 @@ private Q_SLOTS:
         QTest::addColumn<QString>("exe");
         QTest::addColumn<QString>("exePassed");
         const QString app = QString::fromUtf8("/nowhere/j\xC3\xBCrgen/Editor.app");
-        QTest::newRow("program in the directory") << app << app + "/Contents/MacOS/Editor"
-                                                  << "@link/Contents/MacOS/Editor";
-        QTest::newRow("slash at the end") << app + '/' << app + "/Contents/MacOS/Editor"
-                                          << "@link/Contents/MacOS/Editor";
+        QTest::newRow("program in the directory")
+            << app << app + "/Contents/MacOS/Editor" << "@link/Contents/MacOS/Editor";
+        QTest::newRow("slash at the end")
+            << app + '/' << app + "/Contents/MacOS/Editor" << "@link/Contents/MacOS/Editor";
         QTest::newRow("program written with two slashes")
-            << app << app + "//Contents/MacOS/../MacOS/Editor"
-            << "@link/Contents/MacOS/Editor";
+            << app << app + "//Contents/MacOS/../MacOS/Editor" << "@link/Contents/MacOS/Editor";
         QTest::newRow("program elsewhere") << app << "/nowhere/Editor"
                                            << "/nowhere/Editor";
         QTest::newRow("program in a directory of a longer name")

@@ -410,10 +410,7 @@ private Q_SLOTS:
 #endif
     }
 
-    void blankNameFails_data()
-    {
-        addBlankTexts();
-    }
+    void blankNameFails_data() { addBlankTexts(); }
 
     void blankNameFails()
     {
@@ -423,10 +420,7 @@ private Q_SLOTS:
         buildFailsAndLeavesTheOldFile(publisher);
     }
 
-    void blankVersionFails_data()
-    {
-        addBlankTexts();
-    }
+    void blankVersionFails_data() { addBlankTexts(); }
 
     void blankVersionFails()
     {

@@ -70,8 +70,7 @@ protected:
         auto* box = qobject_cast<QMessageBox*>(object);
         // Queued, so that the box runs its own event loop by then.
         if (box && event->type() == QEvent::Show)
-            QMetaObject::invokeMethod(
-                box, [this, box] { answer(box); }, Qt::QueuedConnection);
+            QMetaObject::invokeMethod(box, [this, box] { answer(box); }, Qt::QueuedConnection);
         return false;
     }
 
