@@ -2,7 +2,7 @@
 // Beside each stands what Qt's XML classes take for the same text and the same record.
 
 #include "bench/BenchmarkMain.h"
-#include "updater/Updater.h"
+#include "manifest/ManifestText.h"
 
 #include <QCoreApplication>
 #include <QXmlStreamReader>
@@ -28,16 +28,10 @@ ProgramData record(int files)
     return data;
 }
 
-Updater& updater()
-{
-    static Updater instance{QString(), QString(), QString(), QString(), QString(), QString()};
-    return instance;
-}
-
 QString textOf(const ProgramData& data)
 {
     QString text;
-    updater().programDataToXml(data, text);
+    manifest::write(data, text);
     return text;
 }
 
@@ -129,7 +123,7 @@ void read(benchmark::State& state, const QString& betweenFiles)
     ProgramData data;
     for (auto _ : state) {
         data = ProgramData();
-        updater().xmlToProgramData(QStringLiteral("Editor"), text, data);
+        manifest::read(QStringLiteral("Editor"), text, data);
     }
     if (!isSame(data, expected))
         state.SkipWithError("wrong record");
@@ -166,7 +160,7 @@ void extract(benchmark::State& state)
     QString value;
     for (auto _ : state) {
         source = text;
-        value = updater().tagValue(QStringLiteral("file"), source, true, nullptr);
+        value = manifest::tagValue(QStringLiteral("file"), source, true, nullptr);
     }
     if (!value.contains(QLatin1String("/0.dat<")) || source.contains(QLatin1String("/0.dat<")))
         state.SkipWithError("wrong element");

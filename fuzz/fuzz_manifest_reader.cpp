@@ -3,13 +3,11 @@
 // An ASCII byte of the input is that character; every other byte is a piece of a manifest, so that
 // few mutations lead from one record to another.
 
-#include "updater/Updater.h"
+#include "manifest/ManifestText.h"
 
 #include "fuzz/Disagreement.h"
 #include "tests/support/LiteralReader.h"
 #include "tests/support/Records.h"
-
-#include <QCoreApplication>
 
 #include <array>
 #include <cstdint>
@@ -79,16 +77,6 @@ QString textFrom(const std::uint8_t* bytes, std::size_t size)
     return text;
 }
 
-Updater& updater()
-{
-    static int argc = 1;
-    static char name[] = "fuzz_manifest_reader";
-    static char* argv[] = {name, nullptr};
-    static const QCoreApplication app(argc, argv);
-    static Updater instance{"", "", "", "", "", ""};
-    return instance;
-}
-
 QString quoted(const QString& text)
 {
     return "text \"" + records::escaped(text) + '"';
@@ -98,8 +86,8 @@ void compareReaders(const QString& text, const ProgramData& start)
 {
     ProgramData expected = start;
     ProgramData actual = start;
-    const bool expectedResult = literal::xmlToProgramData("Editor", text, expected);
-    const bool result = updater().xmlToProgramData("Editor", text, actual);
+    const bool expectedResult = literal::read("Editor", text, expected);
+    const bool result = manifest::read("Editor", text, actual);
     if (result == expectedResult && records::same(actual, expected))
         return;
     fuzz::disagree("the readers disagree",
@@ -115,7 +103,7 @@ void compareExtractors(const QString& text, bool remove)
     bool expectedFound = false;
     bool found = true;
     const QString expected = literal::tagValue("file", expectedSource, remove, &expectedFound);
-    const QString value = updater().tagValue("file", source, remove, &found);
+    const QString value = manifest::tagValue("file", source, remove, &found);
     if (value != expected || value.isNull() != expected.isNull() || source != expectedSource ||
         found != expectedFound)
         fuzz::disagree("the extractors disagree", quoted(text));

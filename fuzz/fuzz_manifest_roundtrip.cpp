@@ -6,12 +6,10 @@
 // line in place of a file ends it. An ASCII byte is that character, the upper half of Latin-1, too;
 // the bytes between are pieces that stand in the way of a reader.
 
-#include "updater/Updater.h"
+#include "manifest/ManifestText.h"
 
 #include "fuzz/Disagreement.h"
 #include "tests/support/Records.h"
-
-#include <QCoreApplication>
 
 #include <array>
 #include <cstdint>
@@ -195,22 +193,12 @@ bool rootIsClear(const Written& record, const std::u16string& foldedText)
                record.end;
 }
 
-Updater& updater()
-{
-    static int argc = 1;
-    static char name[] = "fuzz_manifest_roundtrip";
-    static char* argv[] = {name, nullptr};
-    static const QCoreApplication app(argc, argv);
-    static Updater instance{"", "", "", "", "", ""};
-    return instance;
-}
-
 /// Appends @p data to @p text. A record that cannot be written must leave the text alone.
 void write(const ProgramData& data, QString& text, std::vector<Written>& records)
 {
     const QString before = text;
     const bool writable = !trimmed(data.name).isEmpty() && !trimmed(data.version).isEmpty();
-    if (updater().programDataToXml(data, text) != writable)
+    if (manifest::write(data, text) != writable)
         fuzz::disagree("a record is writable or not", records::described(data));
     if (!writable)
         return fuzz::compare("the text was touched", text, before, data.name);
@@ -223,7 +211,7 @@ void readBack(const Written& record, const QString& text)
 {
     const ProgramData expected = asRead(record.data);
     ProgramData actual;
-    const bool found = updater().xmlToProgramData(expected.name, text, actual);
+    const bool found = manifest::read(expected.name, text, actual);
     if (!found || !records::same(actual, expected))
         fuzz::disagree("not read back", "written\n" + records::described(expected) + "read\n" +
                                             records::described(actual) + "text \"" +

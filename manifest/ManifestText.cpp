@@ -166,8 +166,8 @@ private:
         return begin < 0 ? std::nullopt : std::optional<qsizetype>(begin);
     }
 
-    /// Removes the text from @p begin to @p end, both counted from the seam, and trims both sides of
-    /// the new seam. (The outer ends of the body were trimmed at the start.)
+    /// Removes the text from @p begin to @p end, both counted from the seam, and trims both sides
+    /// of the new seam. (The outer ends of the body were trimmed at the start.)
     void cut(qsizetype begin, qsizetype end)
     {
         if (begin < 0)

@@ -2,7 +2,6 @@
 
 #include "manifest/Paths.h"
 
-
 namespace paths {
 
 namespace {

@@ -119,8 +119,8 @@ void verify(const QString& url, const QString& program, int timeout, Output& out
     qsizetype step = 0;
     for (const ProgramFile& file : data->files) {
         output.progress(++step, data->files.size());
-        const std::optional<QByteArray> body =
-            fetcher.fetch(QUrl(paths::besideVersionFile(url, file.name)), file.name, Encoding::None);
+        const std::optional<QByteArray> body = fetcher.fetch(
+            QUrl(paths::besideVersionFile(url, file.name)), file.name, Encoding::None);
         if (body)
             compare(*body, file, output);
     }

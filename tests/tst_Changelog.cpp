@@ -2,6 +2,8 @@
 
 #include "updater/Updater.h"
 
+#include "manifest/ManifestText.h"
+
 #include "tests/support/Restrictions.h"
 #include "tests/support/TestMain.h"
 
@@ -431,7 +433,7 @@ private Q_SLOTS:
         const QByteArray body = files::read(handover.outside("tree/index.txt"));
         Updater client("Editor", "", "2.0", "", "", "");
         ProgramData data;
-        QVERIFY(client.xmlToProgramData("Editor", QString::fromLatin1(body), data));
+        QVERIFY(manifest::read("Editor", QString::fromLatin1(body), data));
         QVERIFY(client.writeChangelogFile(data));
 
         const QByteArray payload = files::read(handover.path("velmora_cl_2.1.dat"));
@@ -444,9 +446,9 @@ private Q_SLOTS:
         files::write(handover.path("velmora_cl_2.1.dat"), "of an earlier run");
         Updater updater("Editor", "", "", "", "", "");
         QString text;
-        QVERIFY(updater.programDataToXml(record("2.1", ""), text));
+        QVERIFY(manifest::write(record("2.1", ""), text));
         ProgramData data;
-        QVERIFY(updater.xmlToProgramData("Editor", text, data));
+        QVERIFY(manifest::read("Editor", text, data));
         QVERIFY(updater.writeChangelogFile(data));
         QVERIFY(handover.list().isEmpty());
     }

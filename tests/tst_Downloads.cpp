@@ -3,6 +3,8 @@
 
 #include "updater/Updater.h"
 
+#include "manifest/ManifestText.h"
+
 #include "tests/support/HttpServer.h"
 #include "tests/support/MessageBoxes.h"
 #include "tests/support/OwnProcess.h"
@@ -120,7 +122,7 @@ public:
         release.name = "Editor";
         release.version = "2.0";
         QString text;
-        updater.programDataToXml(release, text);
+        manifest::write(release, text);
         server.serve("/r/index.txt", HttpReply::ok(text.toUtf8()));
         state.programData = ProgramData();
         m_begin = [this] {

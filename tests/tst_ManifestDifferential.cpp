@@ -3,7 +3,7 @@
 //   UPDATER_DIFFERENTIAL_TEXTS=5000000   how many texts; 200,000 if unset
 //   UPDATER_DIFFERENTIAL_SEED=7          another series of texts
 
-#include "updater/Updater.h"
+#include "manifest/ManifestText.h"
 
 #include "tests/support/LiteralReader.h"
 #include "tests/support/ManifestTexts.h"
@@ -155,10 +155,7 @@ private:
 
     static constexpr int sampled = 4000;
     const quint64 m_seed = fromEnvironment("UPDATER_DIFFERENTIAL_SEED", 1);
-    const Reader m_product = [](const QString& rootTag, const QString& xml, ProgramData& data) {
-        static Updater updater("", "", "", "", "", "");
-        return updater.xmlToProgramData(rootTag, xml, data);
-    };
+    const Reader m_product = manifest::read;
 };
 
 void TestManifestDifferential::generatedTextsAreWorthReading()
@@ -169,7 +166,7 @@ void TestManifestDifferential::generatedTextsAreWorthReading()
     int isLong = 0;
     for (quint64 number = 0; number < sampled; ++number) {
         const ManifestText text = manifestText(m_seed, number);
-        const Reading reading = readingOf(text, literal::xmlToProgramData);
+        const Reading reading = readingOf(text, literal::read);
         const auto files = reading.data.files.size() - text.start.files.size();
         isTrue += reading.result;
         hasFile += files >= 1;
@@ -212,7 +209,7 @@ void TestManifestDifferential::faultyReaderIsToldFromSoundOne()
         Faults{static_cast<Qt::CaseSensitivity>(cases), trims, seams, looksBack});
 
     const double told = share([&faulty](const ManifestText& text) {
-        return !(readingOf(text, faulty) == readingOf(text, literal::xmlToProgramData));
+        return !(readingOf(text, faulty) == readingOf(text, literal::read));
     });
     qInfo("told apart by %.2f%% of the texts", told);
     QVERIFY(told >= least);
@@ -238,7 +235,7 @@ void TestManifestDifferential::readerAgreesWithLiteralReader()
     QFETCH(quint64, last);
     for (quint64 number = first; number <= last; ++number) {
         const ManifestText text = manifestText(m_seed, number);
-        const Reading expected = readingOf(text, literal::xmlToProgramData);
+        const Reading expected = readingOf(text, literal::read);
         const Reading actual = readingOf(text, m_product);
         if (actual == expected)
             continue;

@@ -2,7 +2,7 @@
 //
 // Whatever is read here is read by the literal reader, too, so that the rows check both.
 
-#include "updater/Updater.h"
+#include "manifest/ManifestText.h"
 
 #include "tests/support/LiteralReader.h"
 #include "tests/support/Records.h"
@@ -145,7 +145,7 @@ private:
     QString written(const ProgramData& data)
     {
         QString text;
-        if (!m_updater.programDataToXml(data, text))
+        if (!manifest::write(data, text))
             return "refused";
         return text;
     }
@@ -154,8 +154,8 @@ private:
     bool read(const QString& text, ProgramData& data, const QString& rootTag = "Editor")
     {
         ProgramData literalData = data;
-        const bool literalResult = literal::xmlToProgramData(rootTag, text, literalData);
-        const bool result = m_updater.xmlToProgramData(rootTag, text, data);
+        const bool literalResult = literal::read(rootTag, text, literalData);
+        const bool result = manifest::read(rootTag, text, data);
         if (result != literalResult || !records::same(data, literalData))
             QTest::qFail("the literal reader disagrees", __FILE__, __LINE__);
         return result;
@@ -166,8 +166,6 @@ private:
         ProgramData data;
         return read(text, data) ? records::files(data) : QStringList{"nothing read"};
     }
-
-    Updater m_updater{"", "", "", "", "", ""};
 };
 
 // Compares every field, and prints all of them when they differ.
@@ -266,18 +264,18 @@ void TestManifestText::blankNameOrVersionIsRefused()
     QFETCH(QString, version);
     const ProgramData data{name, version, true, "Y2w=", {{"a", "5a", 1}}};
     QString text = "as it was";
-    QVERIFY(!m_updater.programDataToXml(data, text));
+    QVERIFY(!manifest::write(data, text));
     QCOMPARE(text, QString("as it was"));
     QString empty;
-    QVERIFY(!m_updater.programDataToXml(data, empty));
+    QVERIFY(!manifest::write(data, empty));
     QCOMPARE(empty, QString());
 }
 
 void TestManifestText::secondRecordIsSetOffByOneLineFeed()
 {
     QString text;
-    QVERIFY(m_updater.programDataToXml(editorRecord(), text));
-    QVERIFY(m_updater.programDataToXml({"Tool", "3", true, "", {}}, text));
+    QVERIFY(manifest::write(editorRecord(), text));
+    QVERIFY(manifest::write({"Tool", "3", true, "", {}}, text));
     QCOMPARE(text, editorText + "\n<Tool>\n\t<version>3</version>\n\t<required>true</required>\n"
                                 "\t<changelog></changelog>\n</Tool>\n");
 }
@@ -285,10 +283,10 @@ void TestManifestText::secondRecordIsSetOffByOneLineFeed()
 void TestManifestText::recordIsAppendedToWhateverTheTextHolds()
 {
     QString text = "no line feed";
-    QVERIFY(m_updater.programDataToXml(editorRecord(), text));
+    QVERIFY(manifest::write(editorRecord(), text));
     QCOMPARE(text, "no line feed\n" + editorText);
     QString blank = " ";
-    QVERIFY(m_updater.programDataToXml(editorRecord(), blank));
+    QVERIFY(manifest::write(editorRecord(), blank));
     QCOMPARE(blank, " \n" + editorText);
 }
 
@@ -434,10 +432,10 @@ void TestManifestText::elementIsExtracted()
 
     QString withoutFlag = source;
     bool found = false;
-    QCOMPARE(m_updater.tagValue(tag, source, true, &found), value);
+    QCOMPARE(manifest::tagValue(tag, source, true, &found), value);
     QVERIFY(found);
     QCOMPARE(source, rest);
-    QCOMPARE(m_updater.tagValue(tag, withoutFlag, true, nullptr), value);
+    QCOMPARE(manifest::tagValue(tag, withoutFlag, true, nullptr), value);
     QCOMPARE(withoutFlag, rest);
 }
 
@@ -448,10 +446,10 @@ void TestManifestText::elementIsRemovedOnlyOnRequest()
     QFETCH(QString, value);
     const QString before = source;
     bool found = false;
-    QCOMPARE(m_updater.tagValue(tag, source, false, &found), value);
+    QCOMPARE(manifest::tagValue(tag, source, false, &found), value);
     QVERIFY(found);
     QCOMPARE(source, before);
-    QCOMPARE(m_updater.tagValue(tag, source, false, nullptr), value);
+    QCOMPARE(manifest::tagValue(tag, source, false, nullptr), value);
     QCOMPARE(source, before);
 }
 
@@ -475,10 +473,10 @@ void TestManifestText::missingElementGivesNullStringAndLeavesSource()
     const QString before = source;
     for (const bool remove : {true, false}) {
         bool found = true;
-        QVERIFY(m_updater.tagValue("x", source, remove, &found).isNull());
+        QVERIFY(manifest::tagValue("x", source, remove, &found).isNull());
         QVERIFY(!found);
         QCOMPARE(source, before);
-        QVERIFY(m_updater.tagValue("x", source, remove, nullptr).isNull());
+        QVERIFY(manifest::tagValue("x", source, remove, nullptr).isNull());
         QCOMPARE(source, before);
     }
 }
@@ -487,7 +485,7 @@ void TestManifestText::emptyValueIsNotNull()
 {
     QString source = "<x></x>";
     bool found = false;
-    const QString value = m_updater.tagValue("x", source, true, &found);
+    const QString value = manifest::tagValue("x", source, true, &found);
     QVERIFY(found);
     QVERIFY(value.isEmpty());
     QVERIFY(!value.isNull());
@@ -499,10 +497,10 @@ void TestManifestText::repeatedExtractionTakesElementsInTurn()
     QString source = "<x>1</x>\n<x>2</x>\n<y/>\n<x>3</x>";
     bool found = false;
     for (const char* expected : {"1", "2", "3"}) {
-        QCOMPARE(m_updater.tagValue("x", source, true, &found), QString(expected));
+        QCOMPARE(manifest::tagValue("x", source, true, &found), QString(expected));
         QVERIFY(found);
     }
-    QVERIFY(m_updater.tagValue("x", source, true, &found).isNull());
+    QVERIFY(manifest::tagValue("x", source, true, &found).isNull());
     QVERIFY(!found);
     QCOMPARE(source, QString("<y/>"));
 }
@@ -999,7 +997,7 @@ void TestManifestText::textThatIsReadIsNotChanged()
     const QString text = editorText + '\n' + editor(block("a"));
     const QString before(text.constData(), text.size());
     ProgramData data;
-    QVERIFY(m_updater.xmlToProgramData("Editor", text, data));
+    QVERIFY(manifest::read("Editor", text, data));
     QCOMPARE(text, before);
 }
 
@@ -1030,7 +1028,7 @@ void TestManifestText::eitherOfTwoRecordsIsFoundByItsName()
 {
     const ProgramData tool{"Tool", "3", true, "Y2w=", {{"a", "5a", 1}}};
     QString text = written(editorRecord());
-    QVERIFY(m_updater.programDataToXml(tool, text));
+    QVERIFY(manifest::write(tool, text));
     ProgramData first;
     QVERIFY(read(text, first, "Editor"));
     COMPARE_RECORDS(first, editorRecord());
@@ -1100,7 +1098,7 @@ void TestManifestText::largeRecordIsReadBack()
     text.replace("</changelog>", "</changelog>" + before);
     text.replace("\t</file>", "\t</file>" + between);
     ProgramData back;
-    QVERIFY(m_updater.xmlToProgramData("Editor", text, back));
+    QVERIFY(manifest::read("Editor", text, back));
     QCOMPARE(back.files.size(), data.files.size());
     QVERIFY(records::same(back, data));
 }
@@ -1120,7 +1118,7 @@ void TestManifestText::textMayLieInTheRecordThatIsFilled()
     QString* const fields[] = {&data.name, &data.version, &data.changelog};
     // Nobody else holds the text: what overwrites the field frees it.
     *fields[field] = written(editorRecord());
-    QVERIFY(m_updater.xmlToProgramData("Editor", *fields[field], data));
+    QVERIFY(manifest::read("Editor", *fields[field], data));
     COMPARE_RECORDS(data, editorRecord());
 }
 

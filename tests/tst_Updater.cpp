@@ -70,6 +70,34 @@ private Q_SLOTS:
         QVERIFY(!state.progressDialog);
     }
 
+    void manifestMembersWriteReadAndExtract()
+    {
+        Updater updater("", "", "", "", "", "");
+        ProgramData data;
+        data.name = "Editor";
+        QString text = "before";
+        QVERIFY(!updater.programDataToXml(data, text));
+        data.version = "2.0";
+        QVERIFY(updater.programDataToXml(data, text));
+        QCOMPARE(text, QString("before\n<Editor>\n\t<version>2.0</version>\n\t<required>false"
+                               "</required>\n\t<changelog></changelog>\n</Editor>\n"));
+
+        ProgramData read;
+        QVERIFY(!updater.xmlToProgramData("Viewer", text, read));
+        QVERIFY(updater.xmlToProgramData("editor", text, read));
+        QCOMPARE(read.version, QString("2.0"));
+
+        bool found = false;
+        QString source = "a <x>1</x> b";
+        QCOMPARE(updater.tagValue("x", source, false, &found), QString("1"));
+        QVERIFY(found);
+        QCOMPARE(source, QString("a <x>1</x> b"));
+        QCOMPARE(updater.tagValue("x", source, true, &found), QString("1"));
+        QCOMPARE(source, QString("ab"));
+        QVERIFY(updater.tagValue("x", source, true, &found).isNull());
+        QVERIFY(!found);
+    }
+
     void membersKeepTheirOrder()
     {
         // They are destroyed in the reverse order: the transfers before the options they came from.

@@ -1,6 +1,7 @@
 // Version files at the edges: no entry and a hundred thousand, a changelog of 100 MB, names that no
 // file can have, zero bytes, random bytes, and a file cut at every length.
 
+#include "manifest/ManifestText.h"
 #include "updater/Updater.h"
 
 #include "tests/support/HostProcess.h"
@@ -48,7 +49,7 @@ ProgramData literalReading(const QByteArray& body)
     const auto zero = body.indexOf('\0');
     const QByteArray read = zero < 0 ? body : body.left(zero);
     ProgramData data;
-    literal::xmlToProgramData("Editor", QString::fromLatin1(read), data);
+    literal::read("Editor", QString::fromLatin1(read), data);
     return data;
 }
 
@@ -542,7 +543,7 @@ private Q_SLOTS:
             const bool whole = length >= recordEnd;
             COMPARE_RECORDS(handled(cut.toLatin1()), whole ? data : ProgramData(), cut.toLatin1());
             ProgramData read;
-            QCOMPARE(m_updater.xmlToProgramData("Editor", cut, read), whole);
+            QCOMPARE(manifest::read("Editor", cut, read), whole);
             COMPARE_RECORDS(read, whole ? data : ProgramData(), cut.toLatin1());
         }
     }
@@ -558,7 +559,7 @@ private Q_SLOTS:
             const QString cut = text.left(length) + "</Editor>\n";
             const CutReading expected = expectedOfCutRecord(data, text, length);
             ProgramData read;
-            QCOMPARE(m_updater.xmlToProgramData("Editor", cut, read), expected.result);
+            QCOMPARE(manifest::read("Editor", cut, read), expected.result);
             COMPARE_RECORDS(read, expected.data, cut.toLatin1());
             COMPARE_RECORDS(literalReading(cut.toLatin1()), expected.data, cut.toLatin1());
             counts.insert(expected.result ? static_cast<int>(read.files.size()) : -1);
@@ -624,7 +625,6 @@ private:
         scene.server.serve('/' + name, HttpReply::ok("contents"));
     }
 
-    Updater m_updater{"", "", "", "", "", ""};
     std::unique_ptr<TestDir> m_dir;
     std::unique_ptr<ScopedTmpDir> m_scope;
 };

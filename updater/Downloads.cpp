@@ -1,5 +1,5 @@
-// The downloads: one file after the other, each verified before it is saved. Three failures in a row
-// end the update.
+// The downloads: one file after the other, each verified before it is saved. Three failures in a
+// row end the update.
 
 #include "updater/Updater.h"
 

@@ -1,5 +1,5 @@
-// The version check: fetches the version file, reports it to the host, and decides whether an update
-// follows.
+// The version check: fetches the version file, reports it to the host, and decides whether an
+// update follows.
 
 #include "updater/Updater.h"
 

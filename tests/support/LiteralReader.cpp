@@ -33,7 +33,7 @@ QString tagValue(const QString& tag, QString& source, bool remove, bool* found)
     return value;
 }
 
-bool xmlToProgramData(const QString& rootTag, const QString& xml, ProgramData& data)
+bool read(const QString& rootTag, const QString& xml, ProgramData& data)
 {
     bool found = false;
 

@@ -7,11 +7,11 @@
 
 namespace literal {
 
-/// Does what Updater::tagValue() does.
+/// Does what manifest::tagValue() does.
 QString tagValue(const QString& tag, QString& source, bool remove, bool* found);
 
-/// Does what Updater::xmlToProgramData() does.
-bool xmlToProgramData(const QString& rootTag, const QString& xml, ProgramData& data);
+/// Does what manifest::read() does.
+bool read(const QString& rootTag, const QString& xml, ProgramData& data);
 
 } // namespace literal
 
