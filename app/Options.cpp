@@ -22,7 +22,7 @@ bool fRequiredUpd = false;
 
 namespace {
 
-/// How often one file of a `--cleanup` list may refuse to go before it is left in place.
+/// How often removing one file of a `--cleanup` list may fail before it is left in place.
 constexpr int maxFailedRemovals = 50;
 
 bool* flagOption(char letter)
@@ -82,7 +82,7 @@ void setChangelogFile(const QString& fileName)
     trimQuotes(fChangelogFile);
     if (QFile::exists(fChangelogFile))
         return;
-    // The doubled quotes and the blank at the end are intended: release scripts match this text.
+    // The doubled quotes and the space at the end are intended: release scripts match this text.
     qtversions::debug(
         QStringLiteral("The changelog file \" \"%1\" \" doesn't exist! ").arg(fChangelogFile));
     fChangelogFile = QString();
@@ -121,7 +121,7 @@ bool processArgs(int argc, char** argv)
             *value = QString::fromLatin1(argv[++i]);
             trimQuotes(*value);
         } else if (letter == '-') {
-            // Unlike a value option, a long option with nothing behind it is no error.
+            // Unlike a value option, a long option may be the last argument: it is then ignored.
             if (!last && processLongOption(argv[i], argv[i + 1]))
                 ++i;
         } else {

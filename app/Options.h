@@ -1,5 +1,9 @@
 // The command line: process-wide option globals and the function that fills them.
 //
+//   if (!processArgs(argc, argv)) // -b -n Editor -d release -v 2.0
+//       return 1;
+//   if (fBuildVerFile)            // fProgramName is "Editor" now
+//
 // processArgs() is the only writer; after it has returned, the globals are read and never changed.
 #ifndef APP_OPTIONS_H
 #define APP_OPTIONS_H
@@ -26,7 +30,7 @@ extern bool fRequiredUpd;  ///< -r: mark the published update as required.
 /// options and long options that are not known are ignored.
 ///
 /// @return True when the whole command line was accepted. False at the first unknown letter and at
-///         a value option with nothing behind it; what was set before stays set. Prints nothing.
+///         a value option without a value; what was set before stays set. Prints nothing.
 bool processArgs(int argc, char** argv);
 
 /// Removes one pair of double quotes around @p s, in place. Leaves @p s alone when it does not

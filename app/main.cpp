@@ -46,7 +46,7 @@ bool requiredOptionsGiven(Mode mode)
     return false;
 }
 
-/// True where the toolkit would end the process because it finds no display, as on a build machine.
+/// True where Qt would end the process because there is no display, as on a build machine.
 bool isDisplayMissing()
 {
 #ifdef Q_OS_LINUX

@@ -20,7 +20,7 @@ constexpr int segmentSize = 256;
 /// Returns the changelog that the updater left for @p version, and removes its file.
 QString takeChangelog(const QString& version)
 {
-    // The version is the server's word: it must not name a file in another directory.
+    // The version comes from the server: refuse one that would leave the temporary directory.
     if (version.contains(QLatin1Char('/')))
         return QString();
     QFile file(
@@ -42,7 +42,8 @@ bool isAscii(const QString& text)
 /// @return Its path, empty when there is none.
 QString linkTo(const QString& directory)
 {
-    // A name for each user and directory. A link of someone else is in the way, and not used.
+    // The name is unique per user and directory. If another user owns that path, fail rather than
+    // use their link.
     const QByteArray id = (QDir::homePath() + QLatin1Char('\n') + directory).toUtf8();
     const QString link =
         QDir(QDir::tempPath())
@@ -53,7 +54,7 @@ QString linkTo(const QString& directory)
     return isAscii(link) && QFile::link(directory, link) ? link : QString();
 }
 
-/// An update that brings an updater installs it without the permission to run.
+/// An update that replaces the updater installs it without execute permission.
 void makeExecutable(const QString& updater)
 {
     const QFileInfo file(updater);
@@ -72,10 +73,11 @@ UpdateCheck::UpdateCheck(const HostInfo& info, QObject* parent) : QObject(parent
         m_timedOut = true;
         m_updater.kill();
     });
-    // What the updater prints is for terminals.
+    // The host's output is not the place for what the updater or Qt prints.
     m_updater.setStandardOutputFile(QProcess::nullDevice());
     m_updater.setStandardErrorFile(QProcess::nullDevice());
-    // Queued: the process must not be in the middle of telling when it is started again or deleted.
+    // Queued, because a slot may restart or delete the QProcess, which must not happen while it is
+    // emitting.
     connect(&m_updater, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), this,
             &UpdateCheck::updaterEnded, Qt::QueuedConnection);
     connect(
@@ -139,8 +141,8 @@ bool UpdateCheck::startUpdate() const
 /// Makes a segment full of zeros, under a new key.
 bool UpdateCheck::makeSegment()
 {
-    // Another key may still stand for a segment that is there: on Unix the system derives a number
-    // of few bits from it. Then the next key will do.
+    // On Unix the system derives a short number from the key, so two keys can collide. If that
+    // happens, try another key.
     constexpr int mostTries = 5;
     for (int tries = 0; tries < mostTries; ++tries) {
         m_segment = std::make_unique<QSharedMemory>(
@@ -169,7 +171,7 @@ void UpdateCheck::updaterEnded(int exitCode, QProcess::ExitStatus status)
         fail(QStringLiteral("The published version could not be read."));
         return;
     }
-    // Taken in any case, so that no file is left.
+    // Taken even if the version is not accepted, so that no file is left.
     judge(version, required, takeChangelog(version));
 }
 
@@ -208,7 +210,7 @@ void UpdateCheck::fail(const QString& reason)
     Q_EMIT failed(reason);
 }
 
-/// To be called before the signal that tells the result.
+/// Ends the check. Called before the signal with the result is emitted.
 void UpdateCheck::conclude()
 {
     m_watchdog.stop();

@@ -1,5 +1,10 @@
 // The one class of the program. Its member functions are the subsystems; each has a source of its
 // own beside this header.
+//
+//   Updater updater(fProgramName, fProgramBaseDir, fProgramVersion, fUpdateUrl, fSharedMemKey,
+//                   fProgramExe);
+//   updater.start(fCheckVerOnly);
+//   return QApplication::exec(); // The exit status of the run.
 #ifndef UPDATER_UPDATER_H
 #define UPDATER_UPDATER_H
 
@@ -33,7 +38,7 @@ public:
     /// @param programName    the program's name, which is the manifest's root element
     /// @param programBaseDir the installation directory, or the release tree of a build
     /// @param programVersion the installed version, or the version being published
-    /// @param updateUrl      URL of the version file; the files lie beside it
+    /// @param updateUrl      URL of the version file; the files are beside it
     /// @param sharedMemKey   key of the host's shared-memory segment; empty for no report
     /// @param programExe     the executable to start after an update; empty to start the one that
     ///                       the update brings
@@ -78,8 +83,8 @@ public:
     QString changelogData(const QString& fileName) const;
 
     /// Writes the payload of @p data, still in base64, to the file in the temporary directory that
-    /// the host reads: "velmora_cl_", the trimmed version, ".dat". A file left there by an earlier
-    /// run goes in any case; without a payload none takes its place.
+    /// the host reads: "velmora_cl_", the trimmed version, ".dat". A file that an earlier run left
+    /// there is always removed; without a payload no new one is written.
     ///
     /// @return False when there is a payload and the file cannot be opened for writing.
     bool writeChangelogFile(const ProgramData& data) const;
@@ -100,8 +105,8 @@ public:
     /// @param required        whether the manifest marks the update as required
     /// @param changelogFile   path of the release notes; may be empty
     /// @return False, with an earlier version file untouched, when the name or the version is
-    ///         blank, the base directory is missing or a file in it cannot be read. False too,
-    ///         with the earlier file gone, when the new one cannot be opened for writing.
+    ///         empty, the base directory is missing or a file in it cannot be read. Also false,
+    ///         with the earlier file removed, when the new one cannot be opened for writing.
     bool buildVersionFile(QString* versionFilePath, bool required, const QString& changelogFile);
 
     // Version check (VersionCheck.cpp).
@@ -141,7 +146,7 @@ public:
 
     // Running location and self copy (SelfCopy.cpp). No run of the program uses these yet.
 
-    /// True when the running executable lies in the temporary directory or below it.
+    /// True when the running executable is in the temporary directory or below it.
     bool runningFromTemp() const;
 
     /// Copies the running executable into the temporary directory, as the program's name followed

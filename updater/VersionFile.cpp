@@ -25,8 +25,8 @@ bool Updater::buildVersionFile(QString* versionFilePath, bool required,
         return false;
     const QString path = paths::withSeparator(programBaseDir) + QLatin1String("index.txt");
 
-    // Scanning before the old version file goes is intended: a version file that an earlier build
-    // left in the tree is listed in the new one like any other file.
+    // Scanning before the old version file is removed is intended: a version file that an earlier
+    // build left in the tree is listed in the new one like any other file.
     if (!collectFiles(baseDir, data, QString()))
         return false;
 

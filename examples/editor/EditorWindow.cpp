@@ -56,7 +56,7 @@ bool EditorWindow::userAccepts(const QString& version, bool required, const QStr
     box.setText(tr("%1 %2 is available.").arg(m_info.name, version));
     box.setInformativeText(changelog);
     const QPushButton* update = box.addButton(tr("Update now"), QMessageBox::AcceptRole);
-    // Who needs not update may stay; who must can only leave.
+    // An optional update can be postponed; a required one can only be accepted or quit.
     const QPushButton* other = required ? box.addButton(tr("Quit"), QMessageBox::RejectRole)
                                         : box.addButton(tr("Later"), QMessageBox::RejectRole);
     box.exec();
@@ -65,7 +65,7 @@ bool EditorWindow::userAccepts(const QString& version, bool required, const QStr
     return box.clickedButton() == update;
 }
 
-/// Shows @p text in the window and prints it, for who follows along in a terminal.
+/// Shows @p text in the window and prints it for a user at a terminal.
 void EditorWindow::tell(const QString& text)
 {
     statusBar()->showMessage(text);

@@ -1,15 +1,15 @@
 // Editor: a small application that looks for a new version of itself at start, shows what is new,
 // and has the updater install it.
 //
-// It lies in Contents/MacOS of its bundle, beside the updater. Contents/Resources/about.ini says
-// what it is:
+// It is in Contents/MacOS of its bundle, beside the updater. Contents/Resources/about.ini says what
+// it is:
 //
 //   name=Editor
 //   version=1.0
 //   url=https://updates.example/editor/index.txt
 //
-// With --auto (or EDITOR_AUTO in its environment, which the Editor that the update starts inherits)
-// it needs nobody at the screen.
+// With --auto it accepts every update by itself. EDITOR_AUTO in the environment does the same, and
+// the Editor that an update starts inherits it.
 
 #include "examples/editor/EditorWindow.h"
 

@@ -1,4 +1,13 @@
-// The host kit: what an application does around the updater (docs/host-kit.md).
+// The host kit: what an application does around the updater (docs/integrating.md).
+//
+//   HostInfo info;
+//   info.updater = "/Applications/Editor.app/Contents/MacOS/updater"; // and the other fields
+//   auto* check = new UpdateCheck(info, this);
+//   connect(check, &UpdateCheck::versionFound, this, [check] {
+//       if (askUser() && check->startUpdate())
+//           QCoreApplication::quit();
+//   });
+//   check->start();
 #ifndef UPDATERHOST_UPDATECHECK_H
 #define UPDATERHOST_UPDATECHECK_H
 
@@ -24,12 +33,12 @@ struct HostInfo
 
 /// Looks for a new version, and starts the update to it.
 ///
-/// A check that start() begins tells how it ended with exactly one of the signals versionFound(),
-/// upToDate() and failed(), always from the event loop. Who hears it may start the next check or
-/// delete this object. Several objects do not get in each other's way.
+/// Each check ends with exactly one of versionFound(), upToDate() and failed(), emitted from the
+/// event loop. The slot may start the next check or delete this object. Several objects can check
+/// at the same time.
 ///
-/// Each check has a shared-memory segment of its own, under a key that nobody else has, for the
-/// updater to report into. It goes as the check ends.
+/// Each check has a shared-memory segment of its own, under a unique key, for the updater to report
+/// into. The segment is removed when the check ends.
 class UpdateCheck : public QObject
 {
     Q_OBJECT
@@ -40,44 +49,46 @@ public:
 
     explicit UpdateCheck(const HostInfo& info, QObject* parent = nullptr);
 
-    /// Ends a check that still runs; it tells nothing.
+    /// Ends a check that still runs, and its updater; no signal is emitted.
     ~UpdateCheck() override;
 
-    /// Ends the updater of a check that takes longer than @p milliseconds: the check has failed.
-    /// The updater itself waits for a silent server as long as that keeps the connection.
+    /// Ends the updater of a check that takes longer than @p milliseconds; failed() is emitted. The
+    /// updater has no timeout of its own: it waits for as long as the connection stays open.
     void setTimeLimit(int milliseconds) { m_watchdog.setInterval(milliseconds); }
     int timeLimit() const { return m_watchdog.interval(); }
 
-    /// Has @p accepts asked about each version that is published and not the installed one. When it
-    /// returns false, the check has failed. The updater knows no order of versions: a host that
-    /// does can so refuse a lower one.
+    /// Has @p accepts asked about each published version other than the installed one. When it
+    /// returns false, failed() is emitted. The updater does not order versions. Use this to reject
+    /// downgrades.
     void setAccepts(std::function<bool(const QString& version)> accepts);
 
-    /// Starts a check. An updater that may not be executed gets the permission first: an update
-    /// that brought it has left it without.
-    /// @return False when one runs already, which goes on.
+    /// Starts a check. Gives the updater execute permission first where that is missing: an update
+    /// that replaces the updater installs it without.
+    /// @return False when a check is running already; that one continues.
     bool start();
 
-    /// True from start() until one of the signals tells the result.
+    /// True from start() until one of the three signals is emitted.
     bool isRunning() const { return m_running; }
 
     /// Starts the update as a process of its own. The host should quit at once, so that its files
-    /// can be replaced. An installation directory whose path is not ASCII is updated through a link
-    /// in the temporary directory, as the updater reads its command line one character per byte.
-    /// @return False when the updater could not be started, or the link not be made.
+    /// can be replaced. The updater reads its command line one character per byte, so an
+    /// installation directory whose path is not ASCII is updated through a link in the temporary
+    /// directory.
+    /// @return False when the updater could not be started or the link could not be made.
     bool startUpdate() const;
 
 Q_SIGNALS:
-    /// A version is published that is not the installed one, in any case of letters.
-    /// @param required the publisher wants nobody to stay behind
-    /// @param changelog what is new, as plain text; empty when the publisher does not say
+    /// The published version is not the installed one; letter case does not matter.
+    /// @param version   the published version
+    /// @param required  true if the publisher marked the update as required
+    /// @param changelog the release notes as plain text; empty when there are none
     void versionFound(const QString& version, bool required, const QString& changelog);
 
     /// The installed version is the published one.
     void upToDate();
 
-    /// The published version is not known, or not accepted.
-    /// @param reason for the log: in English, and not for users
+    /// The published version could not be found out, or was not accepted.
+    /// @param reason for a log: in English, not meant for users
     void failed(const QString& reason);
 
 private:
