@@ -331,7 +331,8 @@ private Q_SLOTS:
         updater.run({"-c", "-n", "Editor", "-v", "2.1", "-l", release.url(), "-s", "none"});
         QCOMPARE(release.server.requests(), QStringList{"/1/index.txt"});
         const QByteArray expected = headerLines(release.server.lastHeader());
-        QVERIFY(expected.contains("Accept-Encoding: "));
+        // Qt 6.8 writes the names of header lines in lower case.
+        QVERIFY2(expected.toLower().contains("\r\naccept-encoding: "), expected.constData());
         QCOMPARE(Verified(release.url()).lines, QStringList());
         QCOMPARE(headerLines(release.server.lastHeader()), expected);
     }
