@@ -13,9 +13,63 @@
 #include <QFileInfo>
 #include <QThread>
 
+#include <sys/ipc.h>
+#include <sys/sem.h>
+#include <sys/shm.h>
 #include <sys/stat.h>
 
+#include <cerrno>
+#include <cstring>
 #include <memory>
+#include <utility>
+
+#ifdef __GLIBC__
+#include <dlfcn.h>
+#endif
+
+// System functions that Qt calls for a segment. With the GNU C library these come before its own.
+// They do the same unless a test asks for trouble.
+
+namespace {
+
+/// How often a segment gets a number that is not its own, and which one. -1 stands for an error.
+int wrongNumbers = 0;
+key_t wrongNumber = -1;
+
+/// How often a lock is refused.
+int refusedLocks = 0;
+
+#ifdef __GLIBC__
+constexpr bool troubleCanBeMade = true;
+#else
+constexpr bool troubleCanBeMade = false;
+#endif
+const char* const noTrouble = "the system's functions are called directly here";
+
+} // namespace
+
+#ifdef __GLIBC__
+
+extern "C" key_t ftok(const char* path, int id) noexcept
+{
+    static const auto original = reinterpret_cast<decltype(&::ftok)>(::dlsym(RTLD_NEXT, "ftok"));
+    if (wrongNumbers == 0 || std::strstr(path, "/qipc_sharedmemory_") == nullptr)
+        return original(path, id);
+    --wrongNumbers;
+    return wrongNumber;
+}
+
+extern "C" int semop(int semaphore, sembuf* operations, size_t count) noexcept
+{
+    static const auto original = reinterpret_cast<decltype(&::semop)>(::dlsym(RTLD_NEXT, "semop"));
+    if (refusedLocks == 0)
+        return original(semaphore, operations, count);
+    --refusedLocks;
+    errno = ENOSPC;
+    return -1;
+}
+
+#endif
 
 namespace {
 
@@ -91,10 +145,47 @@ QStringList argumentsOf(const FakeUpdater& updater)
     return arguments.split('|');
 }
 
+/// Starts an update of @p baseDir.
+/// @return What @p updater gets as the base directory: the link to it.
+QString linkTo(const QString& baseDir, const FakeUpdater& updater)
+{
+    HostInfo info = updater.host();
+    info.baseDir = baseDir;
+    return UpdateCheck(info).startUpdate() ? argumentsOf(updater).value(4) : QString();
+}
+
 QString changelogFile(const QString& version)
 {
     return QDir(QDir::tempPath()).filePath("velmora_cl_" + version + ".dat");
 }
+
+/// The segment of someone else, who is attached to it.
+class OtherSegment
+{
+public:
+    /// Makes it under the number that the system derives from @p file.
+    explicit OtherSegment(const QString& file)
+        : number(::ftok(QFile::encodeName(file).constData(), 'Q'))
+        , m_segment(::shmget(number, segmentSize, IPC_CREAT | IPC_EXCL | 0600))
+        , m_address(::shmat(m_segment, nullptr, 0))
+    {
+    }
+
+    ~OtherSegment()
+    {
+        ::shmdt(m_address);
+        ::shmctl(m_segment, IPC_RMID, nullptr);
+    }
+    Q_DISABLE_COPY(OtherSegment)
+
+    bool exists() const { return m_segment >= 0 && ::shmget(number, 0, 0) == m_segment; }
+
+    const key_t number;
+
+private:
+    const int m_segment;
+    const void* const m_address;
+};
 
 /// What the signals of a check have told, in order, one line each.
 class Told : public QObject
@@ -248,6 +339,19 @@ private Q_SLOTS:
         QVERIFY(other.unlock());
         QTRY_COMPARE_WITH_TIMEOUT(check.told(), QStringList{"found 2.0 required "}, patience);
         QVERIFY2(other.lock() && other.unlock(), "the lock is still taken");
+    }
+
+    void reportWithoutTheLockIsNotRead()
+    {
+        if (!troubleCanBeMade)
+            QSKIP(noTrouble);
+        const FakeUpdater updater(reporting(report("2.0")));
+        UpdateCheck check(updater.host());
+        const Told told(check);
+        QVERIFY(check.start());
+        refusedLocks = 1; // The segment is made: the next lock is for the report.
+        QTRY_COMPARE_WITH_TIMEOUT(told.lines, QStringList{unreadable}, patience);
+        QCOMPARE(refusedLocks, 0);
     }
 
     void updaterIsToldWhatToCheck()
@@ -413,6 +517,43 @@ private Q_SLOTS:
         QCOMPARE(told.size(), 1);
         QVERIFY2(told.first().startsWith("failed: QSharedMemory"), qPrintable(told.first()));
         QVERIFY(!QFile::exists(updater / "key"));
+    }
+
+    void nextKeyWillDoWhenOneIsTaken_data()
+    {
+        QTest::addColumn<int>("failures");
+        QTest::addColumn<bool>("taken");       // Else the system cannot tell the number.
+        QTest::addColumn<QString>("expected"); // Its start.
+        const QString found = "found 2.0 optional ";
+        const QString failed = "failed: QSharedMemory::";
+        QTest::newRow("one is taken") << 1 << true << found;
+        QTest::newRow("four are taken") << 4 << true << found;
+        QTest::newRow("five are taken") << 5 << true << failed + "create: already exists";
+        QTest::newRow("another error") << 1 << false << failed + "handle:";
+    }
+
+    void nextKeyWillDoWhenOneIsTaken()
+    {
+        if (!troubleCanBeMade)
+            QSKIP(noTrouble);
+        QFETCH(int, failures);
+        QFETCH(bool, taken);
+        QFETCH(QString, expected);
+        const FakeUpdater updater(reporting(report("2.0")));
+        const OtherSegment other(updater.path());
+        QVERIFY(other.exists());
+        wrongNumber = taken ? other.number : -1;
+        wrongNumbers = failures;
+        const QStringList told = outcome(updater.host());
+        const int left = std::exchange(wrongNumbers, 0);
+        // Qt leaves the file of a key that is taken.
+        const QStringList keyFiles = QDir::temp().entryList({"qipc_sharedmemory_*"}, QDir::Files);
+        for (const QString& file : keyFiles)
+            QFile::remove(QDir::temp().filePath(file));
+        QCOMPARE(told.size(), 1);
+        QVERIFY2(told.first().startsWith(expected), qPrintable(told.first()));
+        QVERIFY(other.exists());
+        QCOMPARE(left, 0);
     }
 
     // ---- The time limit
@@ -682,25 +823,37 @@ private Q_SLOTS:
     void linkBelongsToTheDirectory()
     {
         const FakeUpdater updater(recordingArguments);
-        HostInfo info = updater.host();
-        const auto linkOf = [&](const QString& baseDir) {
-            info.baseDir = baseDir;
-            return UpdateCheck(info).startUpdate() ? argumentsOf(updater).value(4) : QString();
-        };
         const QString one = QString::fromUtf8("/nowhere/\xC3\xA4/Editor.app");
         const QString two = QString::fromUtf8("/nowhere/\xC3\xB6/Editor.app");
-        const QString linkOne = linkOf(one);
-        const QString linkTwo = linkOf(two);
+        const QString linkOne = linkTo(one, updater);
+        const QString linkTwo = linkTo(two, updater);
         const QStringList targets{QFile::symLinkTarget(linkOne), QFile::symLinkTarget(linkTwo)};
         QFile::remove(linkOne);
         files::link("/nowhere/else", linkOne);
-        const QString linkAgain = linkOf(one);
+        const QString linkAgain = linkTo(one, updater);
         const QString targetAgain = QFile::symLinkTarget(linkAgain);
         QFile::remove(linkOne);
         QFile::remove(linkTwo);
         QCOMPARE(targets, QStringList({one, two}));
         QCOMPARE(linkAgain, linkOne);
         QCOMPARE(targetAgain, one);
+    }
+
+    /// Users share the temporary directory: none finds the link of another one in the way.
+    void linkBelongsToTheUser()
+    {
+        const FakeUpdater updater(recordingArguments);
+        const QString baseDir = QString::fromUtf8("/nowhere/\xC3\xA4/Editor.app");
+        const QByteArray home = QFile::encodeName(QDir::homePath());
+        const QString link = linkTo(baseDir, updater);
+        qputenv("HOME", home + "-of-another");
+        const QString linkOfAnother = linkTo(baseDir, updater);
+        qputenv("HOME", home);
+        const QStringList targets{QFile::symLinkTarget(link), QFile::symLinkTarget(linkOfAnother)};
+        QFile::remove(link);
+        QFile::remove(linkOfAnother);
+        QCOMPARE(targets, QStringList({baseDir, baseDir}));
+        QVERIFY(link != linkOfAnother);
     }
 
     void updateWithoutItsLinkIsNotStarted_data()

@@ -89,6 +89,19 @@ private Q_SLOTS:
         QCOMPARE(releases.findings, 0);
     }
 
+    /// The updater, too, downloads a file whose size alone is another.
+    void otherSizeIsAChange()
+    {
+        ProgramFile longer = tree::entry("a", "1");
+        longer.size = 2;
+        Releases releases({tree::entry("a", "1")}, {longer});
+        QCOMPARE(
+            releases.compare(),
+            QStringList({"changed a (2 bytes)", "Editor 1.0 to 2.0: 0 added, 1 changed, 0 removed",
+                         "A user of 1.0 downloads 1 files, 2 bytes."}));
+        QCOMPARE(releases.findings, 0);
+    }
+
     void bytesBeyondFourGigabytesAddUp()
     {
         ProgramFile large = tree::entry("large", "");
@@ -254,6 +267,28 @@ private Q_SLOTS:
     {
         Releases releases({}, {tree::entry("a\x1b[2Jb\nc", "1")});
         QCOMPARE(releases.compare().constFirst(), "added   a\\x1b[2Jb\\x0ac (1 bytes)");
+    }
+
+    void whatCannotBePrintedIsEscaped_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("shown");
+        const QString umlaut = QString::fromUtf8("\xc3\xa4");
+        const QString rocket = QString::fromUtf8("\xf0\x9f\x9a\x80"); // Beyond 16 bits.
+        QTest::newRow("ASCII") << "a b\\"
+                               << "a b\\";
+        QTest::newRow("Latin-1") << umlaut << umlaut;
+        QTest::newRow("beyond 16 bits") << rocket << rocket;
+        QTest::newRow("line end") << "a\nb"
+                                  << "a\\x0ab";
+        QTest::newRow("Latin-1 control") << QString(QChar(0x9b)) << "\\x9b";
+        QTest::newRow("turns text around") << QString(QChar(0x202e)) << "\\u202e";
+    }
+
+    void whatCannotBePrintedIsEscaped()
+    {
+        QFETCH(QString, text);
+        QTEST(publisher::printable(text), "shown");
     }
 
     // Two trees as the real updater describes them; what is told is what it then downloads.

@@ -196,6 +196,32 @@ private Q_SLOTS:
         nameHasItsFinding();
     }
 
+    void lettersThatFoldAlikeHaveTheirFinding_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("other");
+        const auto letters = [](const char* tag, const char* name, const char* other) {
+            QTest::newRow(tag) << QString::fromUtf8(name) << QString::fromUtf8(other);
+        };
+        letters("umlauts", "\xc3\x84", "\xc3\xa4");
+        // Both of these are small letters.
+        letters("long s", "s", "\xc5\xbf");
+        letters("final sigma", "\xcf\x82", "\xcf\x83");
+    }
+
+    void lettersThatFoldAlikeHaveTheirFinding()
+    {
+        QFETCH(QString, name);
+        QFETCH(QString, other);
+        if (QFile::decodeName(QFile::encodeName(name + other)) != name + other)
+            QSKIP("the locale's encoding has no such file names");
+        const Tree tree;
+        tree.add(name);
+        tree.add(other);
+        QCOMPARE(tree.findings().constFirst(),
+                 other + ": the same as \"" + name + "\" but for letter case");
+    }
+
     void whatIsNoFileHasItsFinding_data()
     {
         QTest::addColumn<QString>("kind");
@@ -218,6 +244,18 @@ private Q_SLOTS:
         const Tree tree;
         tree.addOther(kind, "x");
         QCOMPARE(tree.findings(), QStringList{finding});
+    }
+
+    void directoryOfWhatIsNoFileIsNotEmpty_data() { whatIsNoFileHasItsFinding_data(); }
+
+    void directoryOfWhatIsNoFileIsNotEmpty()
+    {
+        QFETCH(QString, kind);
+        QFETCH(QString, finding);
+        const Tree tree;
+        files::makeDirectory(tree / "sub");
+        tree.addOther(kind, "sub/x");
+        QCOMPARE(tree.findings(), QStringList{"sub/" + finding});
     }
 
     void executableFileHasItsFinding_data()
@@ -337,6 +375,24 @@ private Q_SLOTS:
         QCOMPARE(tree.findings(), QStringList{"Contents/MacOS/Editor: symbolic link"});
     }
 
+    void linkToNoFileIsNoProgram_data()
+    {
+        QTest::addColumn<QString>("target");
+        QTest::newRow("broken") << "missing";
+        QTest::newRow("to a directory") << "..";
+        QTest::newRow("to a device") << "/dev/null";
+    }
+
+    void linkToNoFileIsNoProgram()
+    {
+        QFETCH(QString, target);
+        const Tree tree;
+        QVERIFY(QFile::remove(tree / "Contents/MacOS/Editor"));
+        files::link(target, tree / "Contents/MacOS/Editor");
+        QCOMPARE(tree.findings(), QStringList({"Contents/MacOS/Editor: symbolic link",
+                                               tree.path() + ": no file Contents/MacOS/Editor"}));
+    }
+
     void everyFindingTellsWhy()
     {
         const Tree tree;
@@ -350,25 +406,31 @@ private Q_SLOTS:
     void unreadableHasItsFinding_data()
     {
         QTest::addColumn<QString>("name");
+        QTest::addColumn<unsigned>("mode");
         QTest::addColumn<QString>("what");
-        QTest::newRow("file") << "Contents/Info.plist"
-                              << ": file that cannot be read;";
-        QTest::newRow("directory") << "sub"
-                                   << ": directory that cannot be read;";
-        QTest::newRow("top") << ""
-                             << ": no directory that can be read\n";
+        const QString file = ": file that cannot be read;";
+        const QString directory = ": directory that cannot be read;";
+        const QString top = ": no directory that can be read\n";
+        QTest::newRow("file") << "Contents/Info.plist" << 0U << file;
+        QTest::newRow("directory") << "sub" << 0U << directory;
+        QTest::newRow("directory that can only be listed") << "sub" << 0400U << directory;
+        QTest::newRow("directory that can only be entered") << "sub" << 0100U << directory;
+        QTest::newRow("top") << "" << 0U << top;
+        QTest::newRow("top that can only be listed") << "" << 0400U << top;
+        QTest::newRow("top that can only be entered") << "" << 0100U << top;
     }
 
     void unreadableHasItsFinding()
     {
         QFETCH(QString, name);
+        QFETCH(unsigned, mode);
         QFETCH(QString, what);
         const std::optional<QStringList> command = commandUnderPermissions();
         if (!command)
             QSKIP(NO_PERMISSIONS);
         const Tree tree;
         tree.add("sub/a");
-        const ScopedMode locked(name.isEmpty() ? tree.path() : tree / name, 0);
+        const ScopedMode locked(name.isEmpty() ? tree.path() : tree / name, mode);
         Tool tool;
         tool.setWrapper(*command);
         QCOMPARE(tool.run({"lint", tree.path()}), 1);
@@ -516,6 +578,8 @@ private Q_SLOTS:
         QTest::newRow("timeout of zero") << QStringList{"verify", "-t", "0", "http://127.0.0.1:1/"};
         QTest::newRow("timeout of words")
             << QStringList{"verify", "-t", "x", "http://127.0.0.1:1/"};
+        QTest::newRow("timeout of more than a day")
+            << QStringList{"verify", "-t", "86401", "http://127.0.0.1:1/"};
         QTest::newRow("timeout without end")
             << QStringList{"verify", "-t", "99999999", "http://127.0.0.1:1/"};
     }
