@@ -1,4 +1,4 @@
-// The host kit as others get it: installed, found by a project of its own (host_kit_consumer), and
+// The host kit as others get it: installed, found by a project of its own (tests/host/consumer), and
 // used there to check for a release and to have it installed by the real updater.
 
 #include "tests/support/HttpServer.h"
@@ -55,7 +55,7 @@ private Q_SLOTS:
             {"--install", BUILD_DIR, "--component", "host-kit", "--prefix", m_dir / "prefix"});
         QVERIFY2(failure.isEmpty(), failure.constData());
         failure =
-            cmakeFailure({"-S", sourceDir + "/tests/host_kit_consumer", "-B", m_dir / "build", "-G",
+            cmakeFailure({"-S", sourceDir + "/tests/host/consumer", "-B", m_dir / "build", "-G",
                           GENERATOR, "-DQT_MAJOR=" + QString::number(QT_VERSION_MAJOR),
                           "-DCMAKE_PREFIX_PATH=" + (m_dir / "prefix"),
                           "-DCMAKE_CXX_COMPILER=" CXX_COMPILER, "-DCMAKE_BUILD_TYPE=" BUILD_TYPE,
@@ -107,7 +107,7 @@ private Q_SLOTS:
     void documentShowsTheProjectThatIsTested()
     {
         const QByteArray document = files::read(sourceDir + "/docs/host-kit.md");
-        const QString project = sourceDir + "/tests/host_kit_consumer";
+        const QString project = sourceDir + "/tests/host/consumer";
         QVERIFY(document.contains(block("cmake", project + "/CMakeLists.txt")));
         QVERIFY(document.contains(block("cpp", project + "/main.cpp")));
     }
