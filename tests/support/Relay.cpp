@@ -54,8 +54,12 @@ void Relay::accept(QTcpSocket* client)
     const auto received = std::make_shared<QByteArray>();
     auto* server = new QTcpSocket(client);
 
-    connect(client, &QTcpSocket::readyRead, server,
-            [client, server] { server->write(client->readAll()); });
+    connect(client, &QTcpSocket::readyRead, server, [=, connected = !m_isProxy]() mutable {
+        if (!connected)
+            connected = takeTarget(client);
+        if (connected)
+            server->write(client->readAll());
+    });
     connect(server, &QTcpSocket::readyRead, client, [=] {
         *received += server->readAll();
         QByteArray bytes =
@@ -76,6 +80,17 @@ void Relay::accept(QTcpSocket* client)
     });
     connect(client, &QTcpSocket::disconnected, client, &QObject::deleteLater);
     server->connectToHost(QHostAddress::LocalHost, m_serverPort);
+}
+
+/// @return False when the client has not said all of it yet.
+bool Relay::takeTarget(QTcpSocket* client)
+{
+    const auto end = client->peek(client->bytesAvailable()).indexOf("\r\n\r\n");
+    if (end < 0)
+        return false;
+    m_targets.append(QString::fromLatin1(client->read(end + 4).split(' ').value(1)));
+    client->write("HTTP/1.1 200 Connected\r\n\r\n");
+    return true;
 }
 
 void Relay::end(QTcpSocket* client) const

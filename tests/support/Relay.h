@@ -5,6 +5,7 @@
 #include <QByteArray>
 #include <QList>
 #include <QObject>
+#include <QStringList>
 #include <QTcpServer>
 
 class QTcpSocket;
@@ -32,11 +33,19 @@ public:
     /// arrive. For TLS up to 1.2, where the server's word of it can be told from the rest.
     void hideEnds() { m_endsHidden = true; }
 
+    /// Makes it a proxy: a client first says where it wants to be connected to (CONNECT), and is
+    /// connected to the server in any case.
+    void beProxy() { m_isProxy = true; }
+
+    /// Where clients wanted to be connected to, such as "updates.example:443".
+    const QStringList& targets() const { return m_targets; }
+
     /// The number of connections so far.
     int connections() const { return m_connections; }
 
 private:
     void accept(QTcpSocket* client);
+    bool takeTarget(QTcpSocket* client);
     void end(QTcpSocket* client) const;
 
     const quint16 m_serverPort;
@@ -44,6 +53,8 @@ private:
     QList<qint64> m_cuts;
     Ending m_ending = Close;
     bool m_endsHidden = false;
+    bool m_isProxy = false;
+    QStringList m_targets;
     int m_connections = 0;
 };
 
