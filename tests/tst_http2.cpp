@@ -485,7 +485,7 @@ private:
             const QStringList& furtherOptions = {}) const
     {
         start(updater, scene, url, furtherOptions);
-        updater.waitForEnd(60000);
+        updater.waitForEnd();
         return updater.exitStatus();
     }
 
