@@ -1,6 +1,6 @@
 # The updater as a whole: publisher's side, user's side, network.
 
-foreach(name main buildmode update tls)
+foreach(name main buildmode update tls http2 routes)
   updater_test(${name})
 endforeach()
 

@@ -18,7 +18,16 @@ namespace {
 const char* const exeName = "Contents/MacOS/Editor";
 
 /// What is wrong with a certificate.
-enum class Flaw { None, OtherAuthority, SelfSigned, Expired, NotYetValid, OtherName };
+enum class Flaw {
+    None,
+    OtherAuthority,
+    SelfSigned,
+    Expired,
+    NotYetValid,
+    OtherName,
+    LongerCommonName,
+    NoName
+};
 
 ServerCertificate selfSigned(const TestDir& dir)
 {
@@ -99,6 +108,42 @@ private Q_SLOTS:
         QCOMPARE(server.requests(), QStringList{"/index.txt"});
     }
 
+    void eitherKindOfNameIsEnough_data()
+    {
+        QTest::addColumn<QString>("host");
+        QTest::addColumn<QString>("commonName");
+        QTest::addColumn<QString>("altNames");
+        const QString others = "IP:127.0.0.2,DNS:downloads.example.org";
+        for (const char* host : {"127.0.0.1", "localhost"}) {
+            QTest::addRow("%s, common name alone", host) << host << host << QString();
+            QTest::addRow("%s, common name beside alternative names of others", host)
+                << host << host << others;
+            QTest::addRow("%s, alternative name alone", host)
+                << host << "updates" << QString(host).prepend("DNS:");
+        }
+        QTest::newRow("address as such") << "127.0.0.1"
+                                         << "updates"
+                                         << "IP:127.0.0.1";
+    }
+
+    /// Where a certificate has alternative names, the common name does not count by the rules of
+    /// the web (RFC 6125). For Qt it does.
+    void eitherKindOfNameIsEnough()
+    {
+        QFETCH(QString, host);
+        QFETCH(QString, commonName);
+        QFETCH(QString, altNames);
+        const Nginx server(releaseDir(), m_trusted->issueNamed(commonName, altNames));
+
+        QCOMPARE(run({"-u", "-n", "Editor", "-d", installDir(), "-v", "1.0", "-l",
+                      server.url("/index.txt").replace("127.0.0.1", host)}),
+                 0);
+
+        QCOMPARE(server.requests().size(), 4);
+        QCOMPARE(release::differences(release::read(installDir()), publishedTree(*m_program)),
+                 QStringList());
+    }
+
     void distrustedServerUpdatesNothing_data() { addFlaws(); }
 
     /// As after a failed transfer of the version file: the program is started again.
@@ -142,6 +187,8 @@ private:
         QTest::newRow("expired") << Flaw::Expired;
         QTest::newRow("not yet valid") << Flaw::NotYetValid;
         QTest::newRow("issued for another name") << Flaw::OtherName;
+        QTest::newRow("common name that only begins with it") << Flaw::LongerCommonName;
+        QTest::newRow("issued for no name") << Flaw::NoName;
     }
 
     ServerCertificate certificate(Flaw flaw) const
@@ -164,6 +211,10 @@ private:
             return m_trusted->issue(host, future, farFuture);
         case Flaw::OtherName:
             return m_trusted->issue("IP:127.0.0.2,DNS:downloads.example.org", past, future);
+        case Flaw::LongerCommonName:
+            return m_trusted->issueNamed("127.0.0.1.example.org", QString());
+        case Flaw::NoName:
+            return m_trusted->issueNamed("updates", QString());
         }
         return {};
     }

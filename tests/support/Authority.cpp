@@ -48,11 +48,37 @@ Authority::Authority(const QString& name) : m_name(name)
 
 ServerCertificate Authority::issue(const QString& host, const char* begin, const char* end) const
 {
+    return issue(m_name + " server", host, begin, end);
+}
+
+ServerCertificate Authority::issueNamed(const QString& commonName, const QString& hosts) const
+{
+    return issue(commonName, hosts, "20200101000000Z", "20480101000000Z");
+}
+
+ServerCertificate Authority::issue(const QString& commonName, const QString& hosts,
+                                   const char* begin, const char* end) const
+{
     const QString request = m_dir / "server.csr";
     const ServerCertificate server{m_dir / "server.pem", m_dir / "server.key"};
-    mustRun({"openssl", "req", "-new", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1",
-             "-nodes", "-subj", "/CN=" + m_name + " server", "-addext", "subjectAltName=" + host,
-             "-keyout", server.key, "-out", request});
+    QStringList command{"openssl",
+                        "req",
+                        "-new",
+                        "-newkey",
+                        "ec",
+                        "-pkeyopt",
+                        "ec_paramgen_curve:prime256v1",
+                        "-nodes",
+                        "-subj",
+                        "/CN=" + commonName,
+                        "-keyout",
+                        server.key,
+                        "-out",
+                        request};
+    if (!hosts.isEmpty())
+        command << "-addext"
+                << "subjectAltName=" + hosts;
+    mustRun(command);
     mustRun({"openssl", "ca", "-batch", "-notext", "-config", m_dir / "ca.conf", "-cert",
              certificate(), "-keyfile", m_dir / "ca.key", "-startdate", begin, "-enddate", end,
              "-in", request, "-out", server.certificate});

@@ -23,7 +23,14 @@ public:
     /// begin to @p end.
     ServerCertificate issue(const QString& host, const char* begin, const char* end) const;
 
+    /// Makes a server's certificate with @p commonName that is valid now. @p hosts are its
+    /// alternative names, such as "IP:127.0.0.1,DNS:localhost"; when empty it has none.
+    ServerCertificate issueNamed(const QString& commonName, const QString& hosts) const;
+
 private:
+    ServerCertificate issue(const QString& commonName, const QString& hosts, const char* begin,
+                            const char* end) const;
+
     const QString m_name;
     const TestDir m_dir;
 };

@@ -1,10 +1,10 @@
 #include "tests/support/HttpServer.h"
 
+#include "tests/support/Sockets.h"
+
 #include <QPointer>
 #include <QTcpSocket>
 #include <QTimer>
-
-#include <sys/socket.h>
 
 namespace {
 
@@ -17,14 +17,6 @@ QByteArray headerOf(const HttpReply& reply)
     for (const QByteArray& line : reply.headers)
         header += line + "\r\n";
     return header + "\r\n";
-}
-
-/// Makes the next close send a reset rather than an orderly end.
-void resetOnClose(QTcpSocket* socket)
-{
-    const linger immediately = {1, 0};
-    ::setsockopt(static_cast<int>(socket->socketDescriptor()), SOL_SOCKET, SO_LINGER, &immediately,
-                 sizeof immediately);
 }
 
 QByteArray inChunks(const QByteArray& body)
@@ -338,7 +330,6 @@ void HttpServer::end(QTcpSocket* socket, HttpReply::Ending ending)
     } else if (ending == HttpReply::Stall) {
         QTimer::singleShot(100, socket, [socket] { socket->disconnectFromHost(); });
     } else if (ending == HttpReply::Reset) {
-        resetOnClose(socket);
-        socket->abort();
+        sockets::reset(socket);
     }
 }

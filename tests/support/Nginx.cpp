@@ -81,15 +81,29 @@ QString Nginx::url(const QString& path) const
 
 QStringList Nginx::requests() const
 {
+    QStringList paths;
+    const QList<Request> all = log();
+    for (const Request& request : all)
+        paths.append(request.path);
+    return paths;
+}
+
+QList<Nginx::Request> Nginx::log() const
+{
     // A request is logged after its reply was sent; those of one process are logged in order.
     const QString log = m_dir / "access.log";
     const int syncs = static_cast<int>(files::read(log).count(syncPath)) + 1;
     get(syncPath);
     if (!QTest::qWaitFor([&] { return files::read(log).count(syncPath) == syncs; }, 10000))
         qFatal("test fixture: nginx does not log its requests");
-    QStringList paths = QString::fromUtf8(files::read(log)).split('\n', Qt::SkipEmptyParts);
-    paths.removeAll(syncPath);
-    return paths;
+    const QStringList lines = QString::fromUtf8(files::read(log)).split('\n', Qt::SkipEmptyParts);
+    QList<Request> requests;
+    for (const QString& line : lines) {
+        const QString path = line.section(' ', 2);
+        if (path != syncPath)
+            requests.append({path, line.section(' ', 0, 0), line.section(' ', 1, 1).toInt()});
+    }
+    return requests;
 }
 
 bool Nginx::start()
@@ -120,8 +134,8 @@ QByteArray Nginx::configuration() const
                       "error_log @dir/error.log;\n"
                       "events {}\n"
                       "http {\n"
-                      "  log_format path '$request_uri';\n"
-                      "  access_log @dir/access.log path;\n"
+                      "  log_format short '$server_protocol $connection $request_uri';\n"
+                      "  access_log @dir/access.log short;\n"
                       "  client_body_temp_path @dir/body;\n"
                       "  proxy_temp_path @dir/proxy;\n"
                       "  fastcgi_temp_path @dir/fastcgi;\n"

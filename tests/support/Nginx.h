@@ -44,6 +44,19 @@ public:
     /// off the TLS handshake has asked for none.
     QStringList requests() const;
 
+    /// One request as nginx logs it.
+    struct Request
+    {
+        QString path;
+        QString protocol; ///< Such as "HTTP/1.1".
+        int connection;   ///< Its number, which no other connection has.
+    };
+
+    /// Returns the same requests with what nginx knows of them.
+    QList<Request> log() const;
+
+    quint16 port() const { return m_port; }
+
     qint64 pid() const { return m_process.processId(); }
 
 private:
