@@ -8,7 +8,7 @@ if(UPDATER_INSTALL_INTO_BUNDLE)
     message(FATAL_ERROR "UPDATER_INSTALL_INTO_BUNDLE: there is no ${bundle_programs}")
   endif()
   if(APPLE)
-    # Where the application's own libraries are (docs/macos.md).
+    # Where the application's own libraries are (docs/integrating.md).
     set_target_properties(updater PROPERTIES INSTALL_RPATH @executable_path/../Frameworks)
   endif()
   install(TARGETS updater RUNTIME DESTINATION ${bundle_programs})
