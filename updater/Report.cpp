@@ -1,5 +1,5 @@
 // The report to the host application: the published version and its required flag, left in the
-// shared-memory segment that the host made (docs/host-contract.md).
+// shared-memory segment that the host made (docs/integrating.md).
 
 #include "updater/Updater.h"
 

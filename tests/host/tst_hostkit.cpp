@@ -106,13 +106,13 @@ private Q_SLOTS:
 
     void documentShowsTheProjectThatIsTested()
     {
-        const QByteArray document = files::read(sourceDir + "/docs/host-kit.md");
+        const QByteArray document = files::read(sourceDir + "/docs/integrating.md");
         const QString project = sourceDir + "/tests/host/consumer";
         QVERIFY(document.contains(block("cmake", project + "/CMakeLists.txt")));
         QVERIFY(document.contains(block("cpp", project + "/main.cpp")));
     }
 
-    void documentsNameEveryReason()
+    void documentNamesEveryReason()
     {
         const QString source = QString::fromUtf8(files::read(sourceDir + kitSource));
         static const QRegularExpression sentence("QStringLiteral\\(\"([A-Z][^\"]*\\.)\"\\)");
@@ -120,12 +120,9 @@ private Q_SLOTS:
         for (auto match = sentence.globalMatch(source); match.hasNext();)
             reasons.append(match.next().captured(1).replace("%1", "..."));
         QVERIFY2(reasons.size() >= 5, qPrintable(reasons.join('\n')));
-        const QStringList pages{"/docs/host-kit.md", "/docs/troubleshooting.md"};
-        for (const QString& page : pages) {
-            const QString text = QString::fromUtf8(files::read(sourceDir + page));
-            for (const QString& reason : std::as_const(reasons))
-                QVERIFY2(text.contains(reason), qPrintable(page + ": " + reason));
-        }
+        const QString page = QString::fromUtf8(files::read(sourceDir + "/docs/troubleshooting.md"));
+        for (const QString& reason : std::as_const(reasons))
+            QVERIFY2(page.contains("\n| " + reason + " |"), qPrintable(reason));
     }
 
     void viewerTellsWhatItFinds_data()

@@ -15,7 +15,7 @@ endif()
 
 file(GLOB_RECURSE installed RELATIVE ${prefix} ${prefix}/*)
 set(expected ${BIN}/updater ${BIN}/updater-release
-  ${MAN}/man1/updater-release.1 ${MAN}/man1/updater.1
+  ${MAN}/man1/updater-release.1 ${MAN}/man1/updater.1 ${DATA}/doc/updater/copyright
   ${DATA}/updater/publish/nginx.conf ${DATA}/updater/publish/publish.sh)
 list(SORT expected)
 if(NOT installed STREQUAL expected)

@@ -67,7 +67,7 @@ else()
 endif()
 file(GLOB_RECURSE unpacked RELATIVE ${top} ${work}/unpacked/*)
 set(expected ${BIN}/updater ${BIN}/updater-release
-  ${MAN}/man1/updater-release.1 ${MAN}/man1/updater.1
+  ${MAN}/man1/updater-release.1 ${MAN}/man1/updater.1 ${DATA}/doc/updater/copyright
   ${DATA}/updater/publish/nginx.conf ${DATA}/updater/publish/publish.sh)
 list(SORT expected)
 if(NOT unpacked STREQUAL expected)

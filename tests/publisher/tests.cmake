@@ -12,7 +12,7 @@ target_compile_definitions(tst_release_lint PRIVATE DOCS_DIR="${PROJECT_SOURCE_D
 updater_test(publish)
 target_compile_definitions(tst_publish PRIVATE
   PUBLISH_DIR="${PROJECT_SOURCE_DIR}/publisher"
-  RELEASING_GUIDE="${PROJECT_SOURCE_DIR}/docs/releasing.md"
+  PUBLISHING_GUIDE="${PROJECT_SOURCE_DIR}/docs/publishing.md"
   TROUBLESHOOTING_PAGE="${PROJECT_SOURCE_DIR}/docs/troubleshooting.md"
   UPDATER_EXECUTABLE="$<TARGET_FILE:updater>"
   UPDATER_RELEASE_EXECUTABLE="$<TARGET_FILE:updater-release>")

@@ -1,5 +1,5 @@
 // The publisher's road: releases that publisher/publish.sh lays out, served by nginx with
-// publisher/nginx.conf as it is shipped, and the lines of docs/releasing.md.
+// publisher/nginx.conf as it is shipped, and the commands of docs/publishing.md.
 
 #include "tests/support/Authority.h"
 #include "tests/support/Nginx.h"
@@ -26,12 +26,11 @@ namespace {
 const char* const exeName = "Contents/MacOS/Editor";
 const char* const pageName = "Contents/Resources/help.html";
 
-// Marks in the guide, each before lines that are run here.
-const char* const runThis = "<!-- tests/tst_publish.cpp runs this. -->";
-const char* const runAsTheUser = "<!-- tests/tst_publish.cpp runs this as the user. -->";
-const char* const runBeforeRepetition =
-    "<!-- tests/tst_publish.cpp runs this before a job is repeated. -->";
-const char* const runToEnd = "<!-- tests/tst_publish.cpp runs this to end a job. -->";
+// Headings of the guide. The first commands below each are run here.
+const char* const runThis = "### On a build server";
+const char* const runAsTheUser = "## Rehearse";
+const char* const runBeforeRepetition = "### When a job failed before it published";
+const char* const runToEnd = "### When a job failed after it published";
 
 /// What a web server with other duties may have set for all of its sites.
 const char* const settingsOfOtherSites = "  types { text/html html; application/json json; }\n"
@@ -155,15 +154,17 @@ void writeScript(const QString& path, const QByteArray& lines)
     files::setMode(path, 0755);
 }
 
-/// The lines of the guide that the mark @p mark is before.
-QByteArray linesOfTheGuide(const QByteArray& mark)
+/// The first commands in the section of the guide with the heading @p heading.
+QByteArray linesOfTheGuide(const QByteArray& heading)
 {
-    const QByteArray guide = files::read(RELEASING_GUIDE);
-    const QByteArray begin = mark + "\n```sh\n";
-    const auto from = guide.indexOf(begin) + begin.size();
+    const QByteArray guide = files::read(PUBLISHING_GUIDE);
+    const QByteArray begin = "\n```sh\n";
+    const auto section = guide.indexOf('\n' + heading + '\n') + 1;
+    const auto fence = guide.indexOf(begin, section);
+    const auto from = fence + begin.size();
     const auto to = guide.indexOf("\n```\n", from);
-    if (!guide.contains(begin) || to < 0)
-        qFatal("test fixture: no such lines in the guide: %s", mark.constData());
+    if (section == 0 || fence < 0 || to < 0 || guide.mid(section, fence - section).contains("\n#"))
+        qFatal("test fixture: no commands in the guide below %s", heading.constData());
     return guide.mid(from, to - from);
 }
 
@@ -747,8 +748,8 @@ private:
         files::write(work() + "/CHANGES.txt", "News\n");
     }
 
-    /// Runs the lines of the guide behind @p mark after layBuild(), under @p command.
-    Outcome runLines(const QByteArray& mark, const QStringList& command, const QString& version,
+    /// Runs the commands of the guide below @p heading after layBuild(), under @p command.
+    Outcome runLines(const QByteArray& heading, const QStringList& command, const QString& version,
                      const Nginx& server, const Nginx& stagingServer) const
     {
         const QString bin = *m_scene / "bin";
@@ -759,7 +760,7 @@ private:
                         "echo \"updater-release $*\"\nexec " UPDATER_RELEASE_EXECUTABLE
                         " \"$@\"\n");
         }
-        writeScript(work() + "/lines", linesOfTheGuide(mark));
+        writeScript(work() + "/lines", linesOfTheGuide(heading));
         return run(command + QStringList{"sh", "./lines"},
                    {{"PATH", bin + ":" + qEnvironmentVariable("PATH")},
                     {"TMPDIR", tmpDir()},

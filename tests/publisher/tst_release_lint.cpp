@@ -633,7 +633,7 @@ private Q_SLOTS:
         QTest::newRow("verify") << "verify";
     }
 
-    /// The help, the man page and the page on the command line have the same ones.
+    /// The help and the man page have the same ones.
     void optionsAreDocumented()
     {
         QFETCH(QString, command);
@@ -647,12 +647,7 @@ private Q_SLOTS:
         QCOMPARE(longOptions(synopsis.section(".B updater-release " + command + '\n', 1, 1)
                                  .section(".PP\n", 0, 0)),
                  options);
-        const QString page = QString::fromUtf8(files::read(DOCS_DIR "/command-line.md"));
-        QCOMPARE(longOptions(page.section("\n| `" + command + ' ', 1, 1).section('\n', 0, 0)),
-                 options);
         for (const QString& option : std::as_const(options)) {
-            QVERIFY2(page.contains(QRegularExpression("\n- (`-.`, )?`" + option + " [A-Z]+`: ")),
-                     qPrintable(option));
             QVERIFY2(synopsis.contains(QRegularExpression("\n\\.BR (-. \", \" )?" + option + ' ')),
                      qPrintable(option));
         }
