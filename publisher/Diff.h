@@ -8,8 +8,8 @@ namespace publisher {
 
 class Output;
 
-/// Says what a user of the release described in the file @p oldPath downloads, and what stays
-/// behind, when the one described in @p newPath is published.
+/// Reports what a user of the release described in the file @p oldPath downloads when the one
+/// described in @p newPath is published, and which files then stay on their machine.
 ///
 /// @param program the program's name; empty to take that of the old release
 void diff(const QString& oldPath, const QString& newPath, const QString& program, Output& output);

@@ -1,6 +1,6 @@
-// Looks in a release tree for what the version file, the web server or an installation would not
-// carry. Names are checked one by one, so that a directory's name makes one finding, and not as
-// many as it has files.
+// Finds files in a release tree that would not survive the version file, the web server or the
+// installation. Checks each path component once, so a bad directory name is reported once, not once
+// per file.
 
 #include "publisher/Lint.h"
 
@@ -31,22 +31,22 @@ bool isOutsideAscii(QChar character)
     return character.unicode() > 0x7F;
 }
 
-bool hasPlaceMarker(const QString& name)
+bool hasPlaceholder(const QString& name)
 {
     static const QRegularExpression marker(QStringLiteral("%L?[0-9]"));
     return marker.match(name).hasMatch();
 }
 
-/// True when the updater's request for a file of this name would be for another one.
+/// True when QUrl would change this name, so that the updater would request a different file.
 bool isChangedByUrl(const QString& name)
 {
-    // A query or a fragment is no part of the path, either.
+    // A query or a fragment is not part of the path.
     const QUrl url(QLatin1String("http://host/") + name);
     return url.path(QUrl::FullyDecoded) != QLatin1Char('/') + name;
 }
 
-/// True when a reader that trims the path of a file would lose a blank of the component @p name.
-bool hasBlankAtAnEnd(const QString& name, bool atTop, bool isDirectory)
+/// True when a reader that trims paths would lose a space of the component @p name.
+bool hasSpaceAtAnEnd(const QString& name, bool atTop, bool isDirectory)
 {
     const QLatin1String separator("/");
     const QLatin1String none("");
@@ -54,21 +54,21 @@ bool hasBlankAtAnEnd(const QString& name, bool atTop, bool isDirectory)
     return path.trimmed() != path;
 }
 
-/// Returns what matches whole paths: "*" in @p pattern is any text, all else is itself.
+/// Returns an expression for whole paths, in which "*" of @p pattern is any text.
 QRegularExpression matcher(const QString& pattern)
 {
-    // Not one of the toolkit's wildcards: whether their "*" ends at a "/" depends on its version.
+    // Qt has wildcards, but whether their "*" matches a "/" depends on its version.
     const QString text =
         QRegularExpression::escape(pattern).replace(QLatin1String("\\*"), QLatin1String(".*"));
     return QRegularExpression(QRegularExpression::anchoredPattern(text),
                               QRegularExpression::DotMatchesEverythingOption);
 }
 
-/// Tells the findings that the publisher accepts from the others.
+/// Separates the findings that the publisher accepts from the others.
 class Report
 {
 public:
-    /// Holds on to @p output, as long as it lives.
+    /// Keeps a reference to @p output.
     Report(const QStringList& accepted, Output& output) : m_output(output)
     {
         for (const QString& pattern : accepted)
@@ -95,11 +95,11 @@ private:
 class Walk
 {
 public:
-    /// Holds on to @p report, as long as it lives.
+    /// Keeps a reference to @p report.
     Walk(const QString& program, Report& report) : m_program(program), m_report(report) {}
 
-    /// Looks at everything in @p dir and below; @p prefix is its path from the top, with a "/" at
-    /// the end, and empty at the top.
+    /// Checks everything in @p dir and below. @p prefix is the path of @p dir from the top, with a
+    /// "/" at the end; it is empty at the top.
     void look(const QDir& dir, const QString& prefix);
 
     bool hasProgram() const { return m_hasProgram; }
@@ -149,11 +149,11 @@ void Walk::checkName(const QFileInfo& entry, const QString& prefix)
         m_report.finding(path,
                          QStringLiteral("control character; the version file is made of lines, and "
                                         "not every server or disk takes such names"));
-    else if (hasBlankAtAnEnd(name, prefix.isEmpty(), entry.isDir()))
+    else if (hasSpaceAtAnEnd(name, prefix.isEmpty(), entry.isDir()))
         m_report.finding(path,
                          QStringLiteral("blank at the begin or the end; the updater trims the "
                                         "path and asks for another name"));
-    if (entry.isDir() && hasPlaceMarker(name))
+    if (entry.isDir() && hasPlaceholder(name))
         m_report.finding(
             path, QStringLiteral("place marker (\"%\" and a digit) in a directory's name; the "
                                  "names of its files can take its place in the version file"));
@@ -175,7 +175,7 @@ void Walk::checkSiblings(const QFileInfoList& entries, const QString& prefix)
     QStringList names;
     for (const QFileInfo& entry : entries)
         names.append(entry.fileName());
-    names.sort(); // The listing ignores case, and leaves the order of such names open.
+    names.sort(); // The order of the listing ignores case, so it is not fixed for such names.
 
     QHash<QString, QString> seen;
     for (const QString& name : std::as_const(names)) {
@@ -228,7 +228,7 @@ void Walk::checkFile(const QFileInfo& entry, const QString& path)
         m_report.finding(path, QStringLiteral("file that cannot be read; no version file can be "
                                               "built"));
 
-    // Of several programs the installation takes the first; unnamed, it can be any of them.
+    // The installation takes the first of several. Without a name, any of them may be the program.
     const bool program = isProgram(path) && (m_program.isEmpty() || !m_hasProgram);
     if (program)
         takeProgram(path);
@@ -243,7 +243,7 @@ void Walk::checkFile(const QFileInfo& entry, const QString& path)
 
 bool Walk::isProgram(const QString& path) const
 {
-    // From the base directory on, as the installation sees it.
+    // The installation compares the whole installed path, which has a directory before this.
     const QString installed = QLatin1Char('/') + path;
     const QString directory = QStringLiteral("Contents/MacOS/");
     if (!m_program.isEmpty())
@@ -253,8 +253,7 @@ bool Walk::isProgram(const QString& path) const
            installed.mid(end).compare(QLatin1String("updater"), Qt::CaseInsensitive) != 0;
 }
 
-/// Of a program that is not where the installed one is, users get a second copy, and keep the
-/// first.
+/// If the program is in the wrong place, users get a second copy beside the old one.
 void Walk::takeProgram(const QString& path)
 {
     m_hasProgram = true;

@@ -1,5 +1,9 @@
-// Looks in a release tree for what the version file, the web server or an installation would not
-// carry.
+// Finds files in a release tree that would not survive the version file, the web server or the
+// installation.
+//
+//   publisher::ConsoleOutput output;
+//   publisher::lint("release", "Editor", {"Contents/MacOS/updater"}, output);
+//   return output.findings() == 0 ? 0 : 1;
 #ifndef PUBLISHER_LINT_H
 #define PUBLISHER_LINT_H
 
@@ -11,9 +15,9 @@ class Output;
 
 /// Checks the release tree @p dir. Nothing is written, and links are not followed.
 ///
-/// @param program the program's name; empty to take whatever lies in Contents/MacOS for the program
-/// @param accepted findings about what matches one of these do not count: paths from the top, or
-/// @p dir for those about the tree as a whole, with "*" for any text
+/// @param program  the program's name; if empty, any file in Contents/MacOS counts as the program
+/// @param accepted patterns of paths whose findings do not count: paths from the top, or @p dir for
+///                 findings about the whole tree; "*" is any text
 void lint(const QString& dir, const QString& program, const QStringList& accepted, Output& output);
 
 } // namespace publisher

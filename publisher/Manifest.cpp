@@ -1,4 +1,5 @@
-// Version files as the updater reads them, with what it would keep to itself.
+// Reads a version file as the updater does, and reports the problems that the updater ignores
+// silently.
 
 #include "publisher/Manifest.h"
 
@@ -25,7 +26,7 @@ void checkBytes(const QByteArray& bytes, const QString& where, Output& output)
                                              "character per byte, so they become others"));
 }
 
-/// Compares the file blocks that a person sees in the record with what the reader has found.
+/// Compares the number of file blocks in the record with the number of files that were read.
 void checkList(const QString& record, const ProgramData& data, const QString& where, Output& output)
 {
     const auto listed = record.count(QLatin1String("<file>"), Qt::CaseInsensitive);

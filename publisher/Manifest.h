@@ -1,4 +1,5 @@
-// Version files as the updater reads them, with what it would keep to itself.
+// Reads a version file as the updater does, and reports the problems that the updater ignores
+// silently.
 #ifndef PUBLISHER_MANIFEST_H
 #define PUBLISHER_MANIFEST_H
 
@@ -16,9 +17,9 @@ class Output;
 /// in a file with one record. Empty when there is none.
 QString programNameIn(const QByteArray& bytes);
 
-/// Reads the record of @p program in the version file @p bytes as the updater does. Findings name
-/// the file as @p where: a zero byte, characters outside ASCII, files that the updater would not
-/// see, no readable record at all.
+/// Reads the record of @p program in the version file @p bytes. Reports a zero byte, characters
+/// outside ASCII, files that the updater would not see, and that there is no readable record, each
+/// as a finding about @p where.
 ///
 /// @return Nothing when there is no readable record.
 std::optional<ProgramData> readManifest(const QByteArray& bytes, const QString& program,

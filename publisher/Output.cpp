@@ -1,4 +1,4 @@
-// What the tool says, and where it goes.
+// Where results, findings, notes and progress are written to, and how they are escaped.
 
 #include "publisher/Output.h"
 
@@ -29,7 +29,7 @@ QString printable(const QString& text)
 {
     QString shown;
     for (const QChar character : text) {
-        // One half of a character beyond 16 bits tells nothing about the whole.
+        // A surrogate cannot be judged on its own; keep it.
         if (character.isPrint() || character.isSurrogate())
             shown += character;
         else

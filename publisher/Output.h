@@ -1,4 +1,7 @@
-// What the tool says, and where it goes: results and findings, notes about the run, progress.
+// Where a command writes its results, findings, notes and progress to.
+//
+//   output.finding("a b.txt", "leading or trailing space"); // "a b.txt: leading or trailing space"
+//   return output.findings() == 0 ? 0 : 1;
 #ifndef PUBLISHER_OUTPUT_H
 #define PUBLISHER_OUTPUT_H
 
@@ -6,11 +9,11 @@
 
 namespace publisher {
 
-/// Returns @p text on one line and without power over a terminal: what cannot be printed, line ends
-/// included, as "\x" or "\u" and its number. Names come from others.
+/// Escapes every unprintable character in @p text, line breaks included, as \xNN or \uNNNN. File
+/// names are untrusted and could contain terminal control sequences.
 QString printable(const QString& text);
 
-/// Takes what a command has to say, and counts the findings.
+/// Takes the output of a command, and counts the findings.
 class Output
 {
 public:
@@ -21,13 +24,13 @@ public:
     /// Writes a line of the result.
     void line(const QString& text) { writeLine(printable(text)); }
 
-    /// Writes one thing that is not as it should be: where, and what it is.
+    /// Writes one problem: where it is, and what it is.
     void finding(const QString& where, const QString& what);
 
-    /// Writes a line about the run, which is no part of the result.
+    /// Writes a line about the run that is not part of the result.
     void note(const QString& text) { writeNote(printable(text)); }
 
-    /// Tells which of how many steps has begun. With @p step 0, that all have ended.
+    /// Shows that step @p step of @p total has begun; 0 when all have ended.
     virtual void progress(qsizetype step, qsizetype total) = 0;
 
     int findings() const { return m_findings; }
@@ -40,8 +43,8 @@ private:
     int m_findings = 0;
 };
 
-/// Lines go to standard output, notes to standard error. Progress goes to standard error, too, when
-/// that is a terminal, and nowhere otherwise.
+/// Writes lines to standard output and notes to standard error. Progress is shown on standard error
+/// if that is a terminal.
 class ConsoleOutput : public Output
 {
 public:
@@ -49,7 +52,7 @@ public:
 
     void progress(qsizetype step, qsizetype total) override;
 
-    /// Writes what is still held back.
+    /// Writes what is still buffered.
     /// @return False when not all of the result could be written.
     bool flush();
 

@@ -39,19 +39,20 @@ QString failureOf(const QNetworkReply& reply, int timeout)
     return QString();
 }
 
-/// What a server may pack a body in. The updater unpacks whatever comes, which is fine for a
-/// version file; but a packed file of a release is easily taken for the packed form of another one.
+/// Which Content-Encodings to accept. Any is fine for the version file. For release files accept
+/// none: a server may send a published .gz with "Content-Encoding: gzip", and the updater would
+/// unpack it before checking it.
 enum class Encoding { None, Any };
 
 /// Fetches one URL after the other.
 class Fetcher
 {
 public:
-    /// Holds on to @p output, as long as it lives.
+    /// Keeps a reference to @p output.
     Fetcher(int timeout, Output& output) : m_timeout(timeout), m_output(output) {}
 
     /// Fetches @p url, which findings name as @p where.
-    /// @return The body as the updater sees it, or nothing when the updater would not get one.
+    /// @return The body as the updater gets it; nothing when the updater would not get one.
     std::optional<QByteArray> fetch(const QUrl& url, const QString& where, Encoding encoding);
 
 private:

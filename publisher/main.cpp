@@ -144,7 +144,7 @@ void describe(const Command& command, QCommandLineParser& parser)
 
 QString helpOf(const Command& command, const QCommandLineParser& parser)
 {
-    // Of the parser's text what is behind the lines on usage, which name the path of the program.
+    // Only the options of the parser's text: its usage line has the path of the program.
     const QString text = parser.helpText();
     return QStringLiteral("Usage: updater-release %1 [OPTION...] %2\n\n%3\n\n%4")
         .arg(command.name, command.arguments.join(QLatin1Char(' ')), command.description,
