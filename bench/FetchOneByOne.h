@@ -1,4 +1,4 @@
-// Fetches files one after the other: the least that an update has to do with the toolkit's network
+// Fetches files one after the other: the least that an update has to do with Qt's network
 // classes.
 #ifndef BENCH_FETCHONEBYONE_H
 #define BENCH_FETCHONEBYONE_H

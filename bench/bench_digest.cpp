@@ -1,4 +1,4 @@
-// What SHA-1 costs: of bytes that are in memory, which is the toolkit's own work, and of a file.
+// What SHA-1 costs: of bytes in memory, which is Qt's own work, and of a file.
 
 #include "bench/BenchmarkMain.h"
 #include "manifest/Digest.h"

@@ -1,5 +1,5 @@
 // What writing and reading a manifest costs, and how the cost grows with the number of files.
-// Beside each stands what Qt's XML classes take for the same text and the same record.
+// Qt's XML classes do the same beside each.
 
 #include "bench/BenchmarkMain.h"
 #include "manifest/ManifestText.h"

@@ -1,6 +1,6 @@
-// Stands in front of a local server and makes it as far away as a round trip takes: passes every
-// byte on, in both directions, half a round trip after it came. The first bytes of a connection
-// wait for a whole round trip more, which is what the connection would have taken to open.
+// Gives a local server the latency of a distant one: passes every byte on, in both directions, half
+// a round trip after it came. The first bytes of a connection wait for a whole round trip more,
+// which is what opening the connection would have taken.
 //
 //   delaying_proxy PORT MILLISECONDS   the server's port, the round trip
 //

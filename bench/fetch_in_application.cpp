@@ -1,6 +1,6 @@
-// Fetches files one after the other in a program with windows: what the toolkit alone takes of a
-// check. Given a directory, what it takes of an update: the files are hashed and saved there, under
-// numbers, and a progress dialog is kept up to date.
+// Fetches files one after the other in a program with windows: Qt's share of a check. With a
+// directory it is Qt's share of an update: the files are hashed and saved there, under numbers, and
+// a progress dialog is kept up to date.
 //
 //   fetch_in_application BASE_URL LIST [FILES DIRECTORY]     LIST has one path a line, FILES lines
 //                                                            in all; exit status 0 when all came

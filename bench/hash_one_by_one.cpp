@@ -1,5 +1,5 @@
 // Reads and hashes files one after the other, each whole and in one call, after making an
-// application object: what the toolkit alone takes to describe a tree or to find it in place.
+// application object: Qt's share of describing a tree or finding it in place.
 //
 //   hash_one_by_one DIRECTORY     the files below it
 //   hash_one_by_one LIST          the files that LIST names, one path a line

@@ -4,7 +4,7 @@
 
 #include <QApplication>
 
-// Looked up by the leak detector: what the toolkit keeps to the end is no finding.
+// Read by the leak detector: what Qt keeps to the end is no finding.
 extern "C" {
 const char* __lsan_default_suppressions()
 {

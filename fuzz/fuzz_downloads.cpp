@@ -175,7 +175,7 @@ Client& client()
 
 void compareLabel(const Input& input)
 {
-    // A new list begins with its first file; the sum then goes on from one file to the next.
+    // A new list begins with its first file; the sum then continues from one file to the next.
     for (const int file : {0, input.saved - 1}) {
         client().state.currentFile = qMax(file, 0);
         client().updater.updateProgressLabel();
@@ -235,7 +235,7 @@ void compareTarget(const Input& input)
 void compareInside(const QString& path, const QString& top)
 {
     if (paths::isInside(path, top) != isInside(path, top))
-        fuzz::disagree("one lies in the other", path + '\n' + top);
+        fuzz::disagree("one is inside the other", path + '\n' + top);
 }
 
 } // namespace

@@ -4,7 +4,7 @@
 // A line of the input is a value. A record is the name, the version, "true" for a required update,
 // the changelog, and then the name, the SHA-1 and the size of one file after the other; an empty
 // line in place of a file ends it. An ASCII byte is that character, the upper half of Latin-1, too;
-// the bytes between are pieces that stand in the way of a reader.
+// the bytes between are pieces that can confuse a reader.
 
 #include "manifest/ManifestText.h"
 
@@ -123,7 +123,7 @@ QString trimmed(const QString& text)
 }
 
 /// What the reader has to make of @p record: its values trimmed, and its files up to the first
-/// that has a blank one.
+/// that has an empty one.
 ProgramData asRead(const ProgramData& record)
 {
     ProgramData read;
@@ -155,12 +155,12 @@ std::u16string folded(const QString& text)
     return result;
 }
 
-bool holds(const QString& value, const char* mark)
+bool holds(const QString& value, const char* tag)
 {
-    return folded(value).find(folded(mark)) != std::u16string::npos;
+    return folded(value).find(folded(tag)) != std::u16string::npos;
 }
 
-/// Whether the values of @p record can be told from the marks around them.
+/// True when the values of @p record can be told from the tags around them.
 bool valuesAreClear(const ProgramData& record)
 {
     if (holds(record.version, "</version>") || holds(record.changelog, "</changelog>"))
@@ -173,7 +173,7 @@ bool valuesAreClear(const ProgramData& record)
     return true;
 }
 
-/// A record as it was written: where it stands in the text.
+/// A record as it was written, and where it is in the text.
 struct Written
 {
     ProgramData data;
@@ -181,8 +181,8 @@ struct Written
     std::size_t end;
 };
 
-/// Whether the first opening mark with the record's name is the record's own, and the first closing
-/// mark behind it, too.
+/// True when the first opening tag with the record's name is the record's own, and so is the first
+/// closing tag after it.
 bool rootIsClear(const Written& record, const std::u16string& foldedText)
 {
     const QString name = trimmed(record.data.name);

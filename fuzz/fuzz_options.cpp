@@ -137,7 +137,7 @@ std::string lowerCase(std::string text)
     return text;
 }
 
-/// @p bytes after a way through the toolkit's text: what is no character is replaced.
+/// Returns @p bytes as Qt reads and writes them: what is not a character is replaced.
 std::string asLocalText(const std::string& bytes)
 {
     return QString::fromLocal8Bit(bytes.c_str()).toLocal8Bit().toStdString();
@@ -207,7 +207,7 @@ private:
     void takeChangelog(const std::string& path)
     {
         const QString name = QString::fromStdString(path);
-        // What begins with a colon lies in the toolkit's resources.
+        // A name that begins with a colon is one of Qt's resources.
         const bool exists = path.substr(0, 1) == ":" ? QFile::exists(name)
                                                      : m_outcome.filesLeft.count(path) != 0 ||
                                                            directories.count(path) != 0;
