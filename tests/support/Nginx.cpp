@@ -109,9 +109,10 @@ QList<Nginx::Request> Nginx::log() const
 bool Nginx::start()
 {
     m_port = freePort();
-    files::write(m_dir / "nginx.conf", configuration());
+    files::write(m_dir / "nginx.conf",
+                 files::read(QFINDTESTDATA("nginx.conf.in")).replace("@site@", m_site(m_port)));
     m_process.setProcessChannelMode(QProcess::MergedChannels);
-    m_process.start(executable(), {"-e", m_dir / "error.log", "-c", m_dir / "nginx.conf"});
+    m_process.start(executable(), {"-p", m_dir.path(), "-e", "error.log", "-c", "nginx.conf"});
     m_process.waitForStarted();
     // The answer must be this server's own: another one may have taken the port.
     const QString log = m_dir / "access.log";
@@ -123,28 +124,6 @@ bool Nginx::start()
         return true;
     stop();
     return false;
-}
-
-QByteArray Nginx::configuration() const
-{
-    // One process, without a master: it runs as the user of the test, who may read the files.
-    return QByteArray("daemon off;\n"
-                      "master_process off;\n"
-                      "pid @dir/pid;\n"
-                      "error_log @dir/error.log;\n"
-                      "events {}\n"
-                      "http {\n"
-                      "  log_format short '$server_protocol $connection $request_uri';\n"
-                      "  access_log @dir/access.log short;\n"
-                      "  client_body_temp_path @dir/body;\n"
-                      "  proxy_temp_path @dir/proxy;\n"
-                      "  fastcgi_temp_path @dir/fastcgi;\n"
-                      "  uwsgi_temp_path @dir/uwsgi;\n"
-                      "  scgi_temp_path @dir/scgi;\n"
-                      "@site"
-                      "}\n")
-        .replace("@dir", QFile::encodeName(m_dir.path()))
-        .replace("@site", m_site(m_port));
 }
 
 void Nginx::stop()

@@ -61,7 +61,6 @@ public:
 
 private:
     bool start();
-    QByteArray configuration() const;
     void stop();
     bool get(const QString& path) const;
 
