@@ -21,12 +21,12 @@
 #include <QSslConfiguration>
 #include <QStandardPaths>
 #include <QTimer>
-#include <QUrl>
 
 #include <memory>
 
 namespace {
 
+/// By the updater, which is built with the same Qt as this test.
 constexpr bool http2IsOffered = QT_VERSION >= QT_VERSION_CHECK(6, 0, 0);
 
 #define NO_HTTP2 "Qt 5.15 does not offer HTTP/2"

@@ -206,6 +206,11 @@ QStringList HttpServer::complaints() const
 void HttpServer::stop()
 {
     m_server.close();
+    closeConnections();
+}
+
+void HttpServer::closeConnections()
+{
     const auto sockets = m_server.findChildren<QTcpSocket*>();
     for (QTcpSocket* socket : sockets)
         socket->disconnectFromHost();
@@ -320,11 +325,15 @@ void HttpServer::send(QTcpSocket* socket, const HttpReply& reply)
 void HttpServer::end(QTcpSocket* socket, HttpReply::Ending ending)
 {
     // The client must not get as far as its next request while the server still listens.
-    if (ending == HttpReply::Stop || ending == HttpReply::Restart)
+    if (ending == HttpReply::Stop)
         stop();
-    socket->flush();
-    if (ending == HttpReply::Restart)
+    if (ending == HttpReply::Restart) {
+        // The client must find the server whenever it sees the end: three refusals end an update.
+        m_server.close();
         comeBack();
+        closeConnections();
+    }
+    socket->flush();
     if (ending == HttpReply::Close) {
         socket->disconnectFromHost();
     } else if (ending == HttpReply::Stall) {

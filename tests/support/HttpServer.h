@@ -130,6 +130,7 @@ private:
     HttpReply expectedReplyTo(const QString& path);
     void send(QTcpSocket* socket, const HttpReply& reply);
     void end(QTcpSocket* socket, HttpReply::Ending ending);
+    void closeConnections();
 
     struct ExpectedRequest
     {
