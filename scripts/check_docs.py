@@ -25,7 +25,7 @@ MAX_WORDS_OF_A_PAGE = 2000
 MAX_ODD_LINES = 20
 ODD = "the toolkit('s)?|blanks?|place markers?|mends?|mended|makes? good"
 # Names in the code, markup of man pages, and a message that hosts may know by its spelling.
-CODESPELL = ["codespell", "--ignore-words-list=allright,ue,upto,uptodate",
+CODESPELL = ["codespell", "--ignore-words-list=allright,ue,upto,uptodate,wronly",
              r"--ignore-regex=\\\(bu|error occured"]
 
 findings: list[str] = []
