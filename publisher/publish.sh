@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
 # Publishes a release for the updater in a directory that a web server serves (see nginx.conf).
+# Needs bash (3.2 will do), perl and no options of GNU tools: it is written for Linux and macOS.
 set -euo pipefail
 umask 022
 
