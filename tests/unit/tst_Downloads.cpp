@@ -8,6 +8,7 @@
 #include "tests/support/HttpServer.h"
 #include "tests/support/MessageBoxes.h"
 #include "tests/support/OwnProcess.h"
+#include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
 #include "tests/support/UpdaterProbe.h"
 
@@ -352,43 +353,27 @@ private Q_SLOTS:
         QTest::addColumn<QString>("name");
         QTest::addColumn<QString>("expected");
 
-        QTest::newRow("version file at the top") << "http://127.0.0.1:1/index.txt"
-                                                 << "a.dat"
-                                                 << "http://127.0.0.1:1/a.dat";
-        QTest::newRow("version file in directories") << "http://127.0.0.1:1/x/y/index.txt"
-                                                     << "a.dat"
-                                                     << "http://127.0.0.1:1/x/y/a.dat";
-        QTest::newRow("query of the version file is dropped")
-            << "http://127.0.0.1:1/x/index.txt?c=beta"
-            << "a.dat"
-            << "http://127.0.0.1:1/x/a.dat";
-        QTest::newRow("slash in the query counts") << "http://127.0.0.1:1/get?file=x/index.txt"
-                                                   << "a.dat"
-                                                   << "http://127.0.0.1:1/get?file=x/a.dat";
-        QTest::newRow("slash at the end") << "http://127.0.0.1:1/x/"
-                                          << "a.dat"
-                                          << "http://127.0.0.1:1/x/a.dat";
-        QTest::newRow("two slashes at the end") << "http://127.0.0.1:1/x//"
-                                                << "a.dat"
-                                                << "http://127.0.0.1:1/x//a.dat";
-        QTest::newRow("host alone is taken for the version file") << "http://example.invalid"
-                                                                  << "localhost"
-                                                                  << "http://localhost";
-        QTest::newRow("backslash separates nothing") << "http://127.0.0.1:1/x\\index.txt"
-                                                     << "a.dat"
-                                                     << "http://127.0.0.1:1/a.dat";
-        QTest::newRow("no slash leaves the bare name") << "index.txt"
-                                                       << "a.dat"
-                                                       << "a.dat";
-        QTest::newRow("no slash, name with directory") << "index.txt"
-                                                       << "sub/a.dat"
-                                                       << "sub/a.dat";
-        QTest::newRow("empty update URL leaves the bare name") << ""
-                                                               << "a.dat"
-                                                               << "a.dat";
+        row("version file at the top", "http://127.0.0.1:1/index.txt", "a.dat",
+            "http://127.0.0.1:1/a.dat");
+        row("version file in directories", "http://127.0.0.1:1/x/y/index.txt", "a.dat",
+            "http://127.0.0.1:1/x/y/a.dat");
+        row("query of the version file is dropped", "http://127.0.0.1:1/x/index.txt?c=beta",
+            "a.dat", "http://127.0.0.1:1/x/a.dat");
+        row("slash in the query counts", "http://127.0.0.1:1/get?file=x/index.txt", "a.dat",
+            "http://127.0.0.1:1/get?file=x/a.dat");
+        row("slash at the end", "http://127.0.0.1:1/x/", "a.dat", "http://127.0.0.1:1/x/a.dat");
+        row("two slashes at the end", "http://127.0.0.1:1/x//", "a.dat",
+            "http://127.0.0.1:1/x//a.dat");
+        row("host alone is taken for the version file", "http://example.invalid", "localhost",
+            "http://localhost");
+        row("backslash separates nothing", "http://127.0.0.1:1/x\\index.txt", "a.dat",
+            "http://127.0.0.1:1/a.dat");
+        row("no slash leaves the bare name", "index.txt", "a.dat", "a.dat");
+        row("no slash, name with directory", "index.txt", "sub/a.dat", "sub/a.dat");
+        row("empty update URL leaves the bare name", "", "a.dat", "a.dat");
         const QString base = "http://127.0.0.1:1/r/index.txt";
-        const auto addName = [&base](const char* row, const QString& name) {
-            QTest::newRow(row) << base << name << "http://127.0.0.1:1/r/" + name;
+        const auto addName = [&base](const char* property, const QString& name) {
+            row(property, base, name, "http://127.0.0.1:1/r/" + name);
         };
         addName("name with directories", "sub/dir/a.dat");
         addName("name with blanks", "a b  c.dat");
@@ -440,23 +425,17 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("name");
         QTest::addColumn<QString>("path");
-        QTest::newRow("plain") << "a.dat"
-                               << "/r/a.dat";
-        QTest::newRow("directories") << "sub/dir/a.dat"
-                                     << "/r/sub/dir/a.dat";
-        QTest::newRow("blank") << "a b.dat"
-                               << "/r/a%20b.dat";
-        QTest::newRow("lone percent sign") << "100%.dat"
-                                           << "/r/100%25.dat";
-        QTest::newRow("looks escaped") << "a%20b.dat"
-                                       << "/r/a%20b.dat";
-        QTest::newRow("number sign cuts the name") << "a#b.dat"
-                                                   << "/r/a";
-        QTest::newRow("question mark begins a query") << "a?b.dat"
-                                                      << "/r/a?b.dat";
-        QTest::newRow("outside ASCII") << QString::fromUtf8("Gr\xC3\xB6\xC3\x9F"
-                                                            "e.dat")
-                                       << "/r/Gr%C3%B6%C3%9Fe.dat";
+        row("plain", "a.dat", "/r/a.dat");
+        row("directories", "sub/dir/a.dat", "/r/sub/dir/a.dat");
+        row("blank", "a b.dat", "/r/a%20b.dat");
+        row("lone percent sign", "100%.dat", "/r/100%25.dat");
+        row("looks escaped", "a%20b.dat", "/r/a%20b.dat");
+        row("number sign cuts the name", "a#b.dat", "/r/a");
+        row("question mark begins a query", "a?b.dat", "/r/a?b.dat");
+        row("outside ASCII",
+            QString::fromUtf8("Gr\xC3\xB6\xC3\x9F"
+                              "e.dat"),
+            "/r/Gr%C3%B6%C3%9Fe.dat");
     }
 
     void namesGoToTheServerAsTheUrlHasThem()
@@ -527,33 +506,22 @@ private Q_SLOTS:
         QTest::addColumn<QString>("name");
         QTest::addColumn<QStringList>("expected");
 
-        QTest::newRow("plain name") << ""
-                                    << "a.dat" << QStringList({"downloads/a.dat"});
-        QTest::newRow("separator at the end of the directory")
-            << "/"
-            << "a.dat" << QStringList({"downloads/a.dat"});
-        QTest::newRow("backslash at the end of the directory stays")
-            << "\\"
-            << "a.dat" << QStringList({"downloads/", "downloads\\a.dat"});
-        QTest::newRow("sub-directories are made")
-            << ""
-            << "sub/dir/a.dat"
-            << QStringList({"downloads/sub/", "downloads/sub/dir/", "downloads/sub/dir/a.dat"});
-        QTest::newRow("backslash in the name makes a directory beside the file")
-            << ""
-            << "sub\\a.dat" << QStringList({"downloads/sub/", "downloads/sub\\a.dat"});
-        QTest::newRow("slash behind a backslash is the later one")
-            << ""
-            << "one\\two/a.dat" << QStringList({"downloads/one\\two/", "downloads/one\\two/a.dat"});
-        QTest::newRow("backslash behind a slash is the later one")
-            << ""
-            << "one/two\\a.dat"
-            << QStringList({"downloads/one/", "downloads/one/two/", "downloads/one/two\\a.dat"});
-        QTest::newRow("leading slash stays inside") << ""
-                                                    << "/a.dat" << QStringList({"downloads/a.dat"});
-        QTest::newRow("blanks and percent signs stay")
-            << ""
-            << "a %41%1.dat" << QStringList({"downloads/a %41%1.dat"});
+        row("plain name", "", "a.dat", QStringList({"downloads/a.dat"}));
+        row("separator at the end of the directory", "/", "a.dat",
+            QStringList({"downloads/a.dat"}));
+        row("backslash at the end of the directory stays", "\\", "a.dat",
+            QStringList({"downloads/", "downloads\\a.dat"}));
+        row("sub-directories are made", "", "sub/dir/a.dat",
+            QStringList({"downloads/sub/", "downloads/sub/dir/", "downloads/sub/dir/a.dat"}));
+        row("backslash in the name makes a directory beside the file", "", "sub\\a.dat",
+            QStringList({"downloads/sub/", "downloads/sub\\a.dat"}));
+        row("slash behind a backslash is the later one", "", "one\\two/a.dat",
+            QStringList({"downloads/one\\two/", "downloads/one\\two/a.dat"}));
+        row("backslash behind a slash is the later one", "", "one/two\\a.dat",
+            QStringList({"downloads/one/", "downloads/one/two/", "downloads/one/two\\a.dat"}));
+        row("leading slash stays inside", "", "/a.dat", QStringList({"downloads/a.dat"}));
+        row("blanks and percent signs stay", "", "a %41%1.dat",
+            QStringList({"downloads/a %41%1.dat"}));
     }
 
     void filesAreSavedUnderTheDownloadDirectory()
@@ -596,10 +564,10 @@ private Q_SLOTS:
     void contentsArriveUnchanged_data()
     {
         QTest::addColumn<QByteArray>("contents");
-        QTest::newRow("nothing") << QByteArray();
-        QTest::newRow("one byte") << QByteArray("x");
-        QTest::newRow("line ends and zero bytes") << QByteArray("a\r\nb\n\0c\r\x1a", 9);
-        QTest::newRow("5 MiB") << noise(5 * static_cast<int>(mebibyte));
+        row("nothing", QByteArray());
+        row("one byte", QByteArray("x"));
+        row("line ends and zero bytes", QByteArray("a\r\nb\n\0c\r\x1a", 9));
+        row("5 MiB", noise(5 * static_cast<int>(mebibyte)));
     }
 
     void contentsArriveUnchanged()
@@ -649,38 +617,32 @@ private Q_SLOTS:
         const auto entry = [](const QString& digest, quint64 bytes) {
             return ProgramFile{"a.dat", digest, bytes};
         };
-        QTest::newRow("size and digest are right") << entry(sha1, size) << ok << true;
-        QTest::newRow("digest in upper case") << entry(sha1.toUpper(), size) << ok << true;
-        QTest::newRow("digest in both cases")
-            << entry(sha1.left(20).toUpper() + sha1.mid(20), size) << ok << true;
-        QTest::newRow("body too short for the size") << entry(sha1, size + 1) << ok << false;
-        QTest::newRow("body too long for the size") << entry(sha1, size - 1) << ok << false;
-        QTest::newRow("size of zero") << entry(sha1, 0) << ok << false;
-        QTest::newRow("size larger by 2^32") << entry(sha1, (1ULL << 32) + size) << ok << false;
-        QTest::newRow("size of 2^32 and no body")
-            << entry(files::sha1(""), 1ULL << 32) << HttpReply::ok("") << false;
-        QTest::newRow("largest size and no body")
-            << entry(files::sha1(""), ~0ULL) << HttpReply::ok("") << false;
-        QTest::newRow("digest of something else")
-            << entry(files::sha1("something else"), size) << ok << false;
-        QTest::newRow("digest with its last digit missing")
-            << entry(sha1.left(39), size) << ok << false;
-        QTest::newRow("digest with a blank behind") << entry(sha1 + ' ', size) << ok << false;
-        QTest::newRow("no digest") << entry(QString(), size) << ok << false;
-        QTest::newRow("empty file with another digest")
-            << entry(sha1, 0) << HttpReply::ok("") << false;
-        QTest::newRow("page of a redirect with the right contents")
-            << entry(sha1, size) << HttpReply::redirect("/r/elsewhere", contents) << true;
-        QTest::newRow("page of a redirect with other contents")
-            << entry(sha1, size) << HttpReply::redirect("/r/elsewhere", "moved") << false;
-        QTest::newRow("other status of success")
-            << entry(sha1, size) << HttpReply::error(203, contents) << true;
-        QTest::newRow("compressed transfer of the right contents")
-            << entry(sha1, size) << gzipped(contents) << true;
-        QTest::newRow("compressed transfer, listed as compressed")
-            << entryFor("a.dat", gzip(contents)) << gzipped(contents) << false;
-        QTest::newRow("compressed file, not a compressed transfer")
-            << entryFor("a.dat", gzip(contents)) << HttpReply::ok(gzip(contents)) << true;
+        row("size and digest are right", entry(sha1, size), ok, true);
+        row("digest in upper case", entry(sha1.toUpper(), size), ok, true);
+        row("digest in both cases", entry(sha1.left(20).toUpper() + sha1.mid(20), size), ok, true);
+        row("body too short for the size", entry(sha1, size + 1), ok, false);
+        row("body too long for the size", entry(sha1, size - 1), ok, false);
+        row("size of zero", entry(sha1, 0), ok, false);
+        row("size larger by 2^32", entry(sha1, (1ULL << 32) + size), ok, false);
+        row("size of 2^32 and no body", entry(files::sha1(""), 1ULL << 32), HttpReply::ok(""),
+            false);
+        row("largest size and no body", entry(files::sha1(""), ~0ULL), HttpReply::ok(""), false);
+        row("digest of something else", entry(files::sha1("something else"), size), ok, false);
+        row("digest with its last digit missing", entry(sha1.left(39), size), ok, false);
+        row("digest with a blank behind", entry(sha1 + ' ', size), ok, false);
+        row("no digest", entry(QString(), size), ok, false);
+        row("empty file with another digest", entry(sha1, 0), HttpReply::ok(""), false);
+        row("page of a redirect with the right contents", entry(sha1, size),
+            HttpReply::redirect("/r/elsewhere", contents), true);
+        row("page of a redirect with other contents", entry(sha1, size),
+            HttpReply::redirect("/r/elsewhere", "moved"), false);
+        row("other status of success", entry(sha1, size), HttpReply::error(203, contents), true);
+        row("compressed transfer of the right contents", entry(sha1, size), gzipped(contents),
+            true);
+        row("compressed transfer, listed as compressed", entryFor("a.dat", gzip(contents)),
+            gzipped(contents), false);
+        row("compressed file, not a compressed transfer", entryFor("a.dat", gzip(contents)),
+            HttpReply::ok(gzip(contents)), true);
     }
 
     void onlyIntactFilesAreSaved()
@@ -761,73 +723,45 @@ private Q_SLOTS:
             return names;
         };
 
-        QTest::newRow("no failure") << "ok"
-                                    << "1" << none << all(1);
-        QTest::newRow("no failure of several files") << "ok | ok | ok"
-                                                     << "1 2 3" << none << all(3);
-        QTest::newRow("one transfer error") << "T ok"
-                                            << "1 1" << none << all(1);
-        QTest::newRow("two transfer errors") << "T T ok"
-                                             << "1 1 1" << none << all(1);
-        QTest::newRow("three transfer errors") << "T T T"
-                                               << "1 1 1" << warning << all(0);
-        QTest::newRow("one wrong digest") << "H ok"
-                                          << "1 1" << none << all(1);
-        QTest::newRow("two wrong digests") << "H H ok"
-                                           << "1 1 1" << none << all(1);
-        QTest::newRow("three wrong digests") << "H H H"
-                                             << "1 1 1" << damageOf("1") << all(0);
-        QTest::newRow("one body too short") << "S ok"
-                                            << "1 1" << none << all(1);
-        QTest::newRow("two bodies too short") << "S S ok"
-                                              << "1 1 1" << none << all(1);
-        QTest::newRow("three bodies too short") << "S S S"
-                                                << "1 1 1" << damageOf("1") << all(0);
-        QTest::newRow("three bodies too long") << "L L L"
-                                               << "1 1 1" << damageOf("1") << all(0);
-        QTest::newRow("every kind of damage") << "S L H"
-                                              << "1 1 1" << damageOf("1") << all(0);
+        row("no failure", "ok", "1", none, all(1));
+        row("no failure of several files", "ok | ok | ok", "1 2 3", none, all(3));
+        row("one transfer error", "T ok", "1 1", none, all(1));
+        row("two transfer errors", "T T ok", "1 1 1", none, all(1));
+        row("three transfer errors", "T T T", "1 1 1", warning, all(0));
+        row("one wrong digest", "H ok", "1 1", none, all(1));
+        row("two wrong digests", "H H ok", "1 1 1", none, all(1));
+        row("three wrong digests", "H H H", "1 1 1", damageOf("1"), all(0));
+        row("one body too short", "S ok", "1 1", none, all(1));
+        row("two bodies too short", "S S ok", "1 1 1", none, all(1));
+        row("three bodies too short", "S S S", "1 1 1", damageOf("1"), all(0));
+        row("three bodies too long", "L L L", "1 1 1", damageOf("1"), all(0));
+        row("every kind of damage", "S L H", "1 1 1", damageOf("1"), all(0));
 
-        QTest::newRow("transfer error, then damage twice") << "T H H"
-                                                           << "1 1 1" << damageOf("1") << all(0);
-        QTest::newRow("transfer error, then wrong sizes") << "T S L"
-                                                          << "1 1 1" << damageOf("1") << all(0);
-        QTest::newRow("transfer errors, then damage") << "T T H"
-                                                      << "1 1 1" << damageOf("1") << all(0);
-        QTest::newRow("transfer error between damages") << "H T S"
-                                                        << "1 1 1" << damageOf("1") << all(0);
-        QTest::newRow("damage twice, then a transfer error") << "H H T"
-                                                             << "1 1 1" << warning << all(0);
-        QTest::newRow("damage, then transfer errors") << "S T T"
-                                                      << "1 1 1" << warning << all(0);
-        QTest::newRow("damage between transfer errors") << "T H T"
-                                                        << "1 1 1" << warning << all(0);
-        QTest::newRow("two failures of different kinds") << "H T ok"
-                                                         << "1 1 1" << none << all(1);
+        row("transfer error, then damage twice", "T H H", "1 1 1", damageOf("1"), all(0));
+        row("transfer error, then wrong sizes", "T S L", "1 1 1", damageOf("1"), all(0));
+        row("transfer errors, then damage", "T T H", "1 1 1", damageOf("1"), all(0));
+        row("transfer error between damages", "H T S", "1 1 1", damageOf("1"), all(0));
+        row("damage twice, then a transfer error", "H H T", "1 1 1", warning, all(0));
+        row("damage, then transfer errors", "S T T", "1 1 1", warning, all(0));
+        row("damage between transfer errors", "T H T", "1 1 1", warning, all(0));
+        row("two failures of different kinds", "H T ok", "1 1 1", none, all(1));
 
-        QTest::newRow("success starts the count anew") << "H T ok | T T ok"
-                                                       << "1 1 1 2 2 2" << none << all(2);
-        QTest::newRow("two failures of each file") << "T T ok | H H ok | S T ok"
-                                                   << "1 1 1 2 2 2 3 3 3" << none << all(3);
-        QTest::newRow("one failure, then two of the next file") << "T ok | T T ok"
-                                                                << "1 1 2 2 2" << none << all(2);
-        QTest::newRow("three failures of the next file after two of the first")
-            << "T T ok | T T T"
-            << "1 1 1 2 2 2" << warning << all(1);
-        QTest::newRow("third failure of the next file decides the box")
-            << "H H ok | T H S"
-            << "1 1 1 2 2 2" << damageOf("2") << all(1);
+        row("success starts the count anew", "H T ok | T T ok", "1 1 1 2 2 2", none, all(2));
+        row("two failures of each file", "T T ok | H H ok | S T ok", "1 1 1 2 2 2 3 3 3", none,
+            all(3));
+        row("one failure, then two of the next file", "T ok | T T ok", "1 1 2 2 2", none, all(2));
+        row("three failures of the next file after two of the first", "T T ok | T T T",
+            "1 1 1 2 2 2", warning, all(1));
+        row("third failure of the next file decides the box", "H H ok | T H S", "1 1 1 2 2 2",
+            damageOf("2"), all(1));
 
-        QTest::newRow("files behind the aborted one are never asked for")
-            << "T T T | ok"
-            << "1 1 1" << warning << all(0);
-        QTest::newRow("saved files stay when a transfer fails") << "ok | ok | T T T | ok"
-                                                                << "1 2 3 3 3" << warning << all(2);
-        QTest::newRow("saved files stay when a file is damaged")
-            << "ok | ok | H H H | ok"
-            << "1 2 3 3 3" << damageOf("3") << all(2);
-        QTest::newRow("last file aborts") << "ok | S S S"
-                                          << "1 2 2 2" << damageOf("2") << all(1);
+        row("files behind the aborted one are never asked for", "T T T | ok", "1 1 1", warning,
+            all(0));
+        row("saved files stay when a transfer fails", "ok | ok | T T T | ok", "1 2 3 3 3", warning,
+            all(2));
+        row("saved files stay when a file is damaged", "ok | ok | H H H | ok", "1 2 3 3 3",
+            damageOf("3"), all(2));
+        row("last file aborts", "ok | S S S", "1 2 2 2", damageOf("2"), all(1));
     }
 
     void threeFailuresInARowEndTheUpdate()
@@ -880,8 +814,8 @@ private Q_SLOTS:
     {
         QTest::addColumn<HttpReply>("reply");
         const QByteArray contents(5000, 'x');
-        QTest::newRow("connection closed in the body") << HttpReply::cutShort(contents, 4999);
-        QTest::newRow("connection closed before the body") << HttpReply::cutShort(contents, 0);
+        row("connection closed in the body", HttpReply::cutShort(contents, 4999));
+        row("connection closed before the body", HttpReply::cutShort(contents, 0));
     }
 
     void brokenTransfersCountOnce()
@@ -904,14 +838,14 @@ private Q_SLOTS:
     {
         QTest::addColumn<HttpReply>("reply");
         QTest::addColumn<int>("code");
-        QTest::newRow("401 credentials wanted") << HttpReply::error(401) << 204;
-        QTest::newRow("404 not found") << HttpReply::error(404) << 203;
-        QTest::newRow("405 not allowed") << HttpReply::error(405) << 202;
-        QTest::newRow("418 no known status") << HttpReply::error(418) << 302;
+        row("401 credentials wanted", HttpReply::error(401), 204);
+        row("404 not found", HttpReply::error(404), 203);
+        row("405 not allowed", HttpReply::error(405), 202);
+        row("418 no known status", HttpReply::error(418), 302);
         const QByteArray contents(5000, 'x');
-        QTest::newRow("closed before the end") << HttpReply::cutShort(contents, 4000) << 2;
-        QTest::newRow("reset in the body") << HttpReply::resetInBody(contents, 4000) << 2;
-        QTest::newRow("reset without an answer") << HttpReply::reset() << 2;
+        row("closed before the end", HttpReply::cutShort(contents, 4000), 2);
+        row("reset in the body", HttpReply::resetInBody(contents, 4000), 2);
+        row("reset without an answer", HttpReply::reset(), 2);
     }
 
     void warningGivesTheErrorCode()
@@ -941,32 +875,19 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("name");
         QTest::addColumn<QString>("shown");
-        QTest::newRow("plain name") << "plain"
-                                    << "plain";
-        QTest::newRow("directories are left out") << "sub/dir/a.dat"
-                                                  << "a.dat";
-        QTest::newRow("backslashes separate, too") << "a\\b"
-                                                   << "b";
-        QTest::newRow("slash is the last separator") << "a\\b/c.dat"
-                                                     << "c.dat";
-        QTest::newRow("backslash is the last separator") << "a/b\\c.dat"
-                                                         << "c.dat";
-        QTest::newRow("leading slash is left out") << "/a.dat"
-                                                   << "a.dat";
-        QTest::newRow("slash at the end shows the whole") << "dir/"
-                                                          << "dir/";
-        QTest::newRow("slash at the end shows the directories, too") << "sub/dir/"
-                                                                     << "sub/dir/";
-        QTest::newRow("backslash at the end shows the whole") << "sub/dir\\"
-                                                              << "sub/dir\\";
-        QTest::newRow("one character behind the separator") << "sub/a"
-                                                            << "a";
-        QTest::newRow("place marker stays") << "sub/a%1%2.dat"
-                                            << "a%1%2.dat";
-        QTest::newRow("quotes and blanks stay") << "sub/a \"b\".dat"
-                                                << "a \"b\".dat";
-        QTest::newRow("markup stays") << "<b>a.dat"
-                                      << "<b>a.dat";
+        row("plain name", "plain", "plain");
+        row("directories are left out", "sub/dir/a.dat", "a.dat");
+        row("backslashes separate, too", "a\\b", "b");
+        row("slash is the last separator", "a\\b/c.dat", "c.dat");
+        row("backslash is the last separator", "a/b\\c.dat", "c.dat");
+        row("leading slash is left out", "/a.dat", "a.dat");
+        row("slash at the end shows the whole", "dir/", "dir/");
+        row("slash at the end shows the directories, too", "sub/dir/", "sub/dir/");
+        row("backslash at the end shows the whole", "sub/dir\\", "sub/dir\\");
+        row("one character behind the separator", "sub/a", "a");
+        row("place marker stays", "sub/a%1%2.dat", "a%1%2.dat");
+        row("quotes and blanks stay", "sub/a \"b\".dat", "a \"b\".dat");
+        row("markup stays", "<b>a.dat", "<b>a.dat");
     }
 
     void noticeOfDamageNamesTheFile()
@@ -984,8 +905,8 @@ private Q_SLOTS:
     void boxesAreModalNoticesWithOneButton_data()
     {
         QTest::addColumn<QString>("script");
-        QTest::newRow("transfer error") << "T";
-        QTest::newRow("damage") << "H";
+        row("transfer error", "T");
+        row("damage", "H");
     }
 
     void boxesAreModalNoticesWithOneButton()
@@ -1016,8 +937,8 @@ private Q_SLOTS:
     void dialogIsHiddenBehindABox_data()
     {
         QTest::addColumn<QString>("script");
-        QTest::newRow("transfer error") << "ok | T T T";
-        QTest::newRow("damage") << "ok | H H H";
+        row("transfer error", "ok | T T T");
+        row("damage", "ok | H H H");
     }
 
     void dialogIsHiddenBehindABox()
@@ -1041,12 +962,11 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("script");
         QTest::addColumn<QString>("expected");
-        QTest::newRow("transfer error")
-            << "T"
-            << "warning|[Error]|[An error occured while downloading the update.\nError code: 203]";
-        QTest::newRow("damage") << "H"
-                                << "critical|[Error]|[An error occured while downloading the file "
-                                   "\"1\"\n\nAborting the update.]";
+        row("transfer error", "T",
+            "warning|[Error]|[An error occured while downloading the update.\nError code: 203]");
+        row("damage", "H",
+            "critical|[Error]|[An error occured while downloading the file "
+            "\"1\"\n\nAborting the update.]");
     }
 
     void boxesAreTranslated()
@@ -1069,10 +989,9 @@ private Q_SLOTS:
     void fileThatCannotBeOpenedIsFetchedUntilItCan_data()
     {
         QTest::addColumn<int>("obstacle");
-        QTest::newRow("directory in its place") << static_cast<int>(DirectoryAtTheTarget);
-        QTest::newRow("file in place of its directory") << static_cast<int>(FileForItsDirectory);
-        QTest::newRow("file in place of the download directory")
-            << static_cast<int>(FileForTheDownloads);
+        row("directory in its place", static_cast<int>(DirectoryAtTheTarget));
+        row("file in place of its directory", static_cast<int>(FileForItsDirectory));
+        row("file in place of the download directory", static_cast<int>(FileForTheDownloads));
     }
 
     void fileThatCannotBeOpenedIsFetchedUntilItCan()
@@ -1118,8 +1037,8 @@ private Q_SLOTS:
     void nameOfADirectoryIsFetchedWithoutEnd_data()
     {
         QTest::addColumn<QString>("name");
-        QTest::newRow("slash at the end") << "dir/";
-        QTest::newRow("no name") << "";
+        row("slash at the end", "dir/");
+        row("no name", "");
     }
 
     void nameOfADirectoryIsFetchedWithoutEnd()
@@ -1142,11 +1061,10 @@ private Q_SLOTS:
         QTest::addColumn<QString>("script");
         QTest::addColumn<int>("requests");
         QTest::addColumn<QString>("box");
-        QTest::newRow("two transfer errors before, one behind")
-            << "T T ok ok T" << 5 << warningWithCode(203);
-        QTest::newRow("two damages before, one behind") << "H H ok H" << 4 << damageOf("1");
-        QTest::newRow("in between each time") << "ok T ok H ok S" << 6 << damageOf("1");
-        QTest::newRow("many in a row") << "ok ok ok ok ok ok T T T" << 9 << warningWithCode(203);
+        row("two transfer errors before, one behind", "T T ok ok T", 5, warningWithCode(203));
+        row("two damages before, one behind", "H H ok H", 4, damageOf("1"));
+        row("in between each time", "ok T ok H ok S", 6, damageOf("1"));
+        row("many in a row", "ok ok ok ok ok ok T T T", 9, warningWithCode(203));
     }
 
     void fileThatCannotBeOpenedLeavesTheCountOfFailures()
@@ -1232,20 +1150,19 @@ private Q_SLOTS:
         using Sizes = QVector<quint64>;
 
         const Sizes three = {mebibyte, mebibyte, mebibyte};
-        QTest::newRow("first of three") << three << 0 << "Downloading file 1 of 3 (3.00 MB left)";
-        QTest::newRow("second of three") << three << 1 << "Downloading file 2 of 3 (2.00 MB left)";
-        QTest::newRow("last of three") << three << 2 << "Downloading file 3 of 3 (1.00 MB left)";
-        QTest::newRow("index at the end") << three << 3 << "Downloading file 4 of 3 (0.00 MB left)";
-        QTest::newRow("index behind the end")
-            << three << 7 << "Downloading file 8 of 3 (0.00 MB left)";
-        QTest::newRow("no files") << Sizes() << 0 << "Downloading file 1 of 0 (0.00 MB left)";
-        QTest::newRow("different sizes") << Sizes{9 * mebibyte, 4 * mebibyte, mebibyte / 2} << 1
-                                         << "Downloading file 2 of 3 (4.50 MB left)";
+        row("first of three", three, 0, "Downloading file 1 of 3 (3.00 MB left)");
+        row("second of three", three, 1, "Downloading file 2 of 3 (2.00 MB left)");
+        row("last of three", three, 2, "Downloading file 3 of 3 (1.00 MB left)");
+        row("index at the end", three, 3, "Downloading file 4 of 3 (0.00 MB left)");
+        row("index behind the end", three, 7, "Downloading file 8 of 3 (0.00 MB left)");
+        row("no files", Sizes(), 0, "Downloading file 1 of 0 (0.00 MB left)");
+        row("different sizes", Sizes{9 * mebibyte, 4 * mebibyte, mebibyte / 2}, 1,
+            "Downloading file 2 of 3 (4.50 MB left)");
 
-        const auto addLeft = [](const char* row, const Sizes& sizes, const QString& left) {
-            QTest::newRow(row) << sizes << 0
-                               << QString("Downloading file 1 of %1 (%2 MB left)")
-                                      .arg(QString::number(sizes.size()), left);
+        const auto addLeft = [](const char* name, const Sizes& sizes, const QString& left) {
+            row(name, sizes, 0,
+                QString("Downloading file 1 of %1 (%2 MB left)")
+                    .arg(QString::number(sizes.size()), left));
         };
         addLeft("empty file", {0}, "0.00");
         addLeft("one byte", {1}, "0.00");
@@ -1268,10 +1185,10 @@ private Q_SLOTS:
         addLeft("sum of 4 GiB vanishes", {3 * gibibyte, gibibyte}, "0.00");
         addLeft("high halves of sizes do not add up",
                 {(1ULL << 32) + mebibyte, (1ULL << 33) + mebibyte}, "2.00");
-        QTest::newRow("large file before the index does not count")
-            << Sizes{2 * gibibyte, mebibyte} << 1 << "Downloading file 2 of 2 (1.00 MB left)";
-        QTest::newRow("thousands of files")
-            << Sizes(12345, 0) << 1233 << "Downloading file 1234 of 12345 (0.00 MB left)";
+        row("large file before the index does not count", Sizes{2 * gibibyte, mebibyte}, 1,
+            "Downloading file 2 of 2 (1.00 MB left)");
+        row("thousands of files", Sizes(12345, 0), 1233,
+            "Downloading file 1234 of 12345 (0.00 MB left)");
     }
 
     void labelTellsFileAndMegabytesLeft()
@@ -1298,21 +1215,18 @@ private Q_SLOTS:
         using Indices = QVector<int>;
         const Sizes four = {8 * mebibyte, 4 * mebibyte, 2 * mebibyte, mebibyte};
 
-        QTest::newRow("one after the other")
-            << four << Indices{0, 1, 2, 3, 4}
-            << QStringList{"15.00", "7.00", "3.00", "1.00", "0.00"};
-        QTest::newRow("behind the end")
-            << four << Indices{3, 4, 5, 6} << QStringList{"1.00", "0.00", "0.00", "0.00"};
-        QTest::newRow("one file twice")
-            << four << Indices{0, 1, 1, 2} << QStringList{"15.00", "7.00", "7.00", "3.00"};
-        QTest::newRow("one file left out")
-            << four << Indices{0, 2, 3} << QStringList{"15.00", "3.00", "1.00"};
-        QTest::newRow("back again")
-            << four << Indices{1, 2, 0, 1} << QStringList{"7.00", "3.00", "15.00", "7.00"};
-        QTest::newRow("through 2 GiB, and 4 GiB in one file")
-            << Sizes{3 * gibibyte, 4 * gibibyte, gibibyte, 2 * gibibyte, mebibyte}
-            << Indices{0, 1, 2, 3, 4, 5}
-            << QStringList{"-2047.00", "-1023.00", "-1023.00", "-2047.00", "1.00", "0.00"};
+        row("one after the other", four, Indices{0, 1, 2, 3, 4},
+            QStringList{"15.00", "7.00", "3.00", "1.00", "0.00"});
+        row("behind the end", four, Indices{3, 4, 5, 6},
+            QStringList{"1.00", "0.00", "0.00", "0.00"});
+        row("one file twice", four, Indices{0, 1, 1, 2},
+            QStringList{"15.00", "7.00", "7.00", "3.00"});
+        row("one file left out", four, Indices{0, 2, 3}, QStringList{"15.00", "3.00", "1.00"});
+        row("back again", four, Indices{1, 2, 0, 1}, QStringList{"7.00", "3.00", "15.00", "7.00"});
+        row("through 2 GiB, and 4 GiB in one file",
+            Sizes{3 * gibibyte, 4 * gibibyte, gibibyte, 2 * gibibyte, mebibyte},
+            Indices{0, 1, 2, 3, 4, 5},
+            QStringList{"-2047.00", "-1023.00", "-1023.00", "-2047.00", "1.00", "0.00"});
     }
 
     void labelCountsDownFromFileToFile()
@@ -1445,11 +1359,11 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("script");
         QTest::addColumn<int>("left");
-        QTest::newRow("all saved") << "ok | ok | ok" << 0;
-        QTest::newRow("saved after failures") << "T T ok | H S ok" << 0;
-        QTest::newRow("aborted by damage") << "T H H" << 0;
+        row("all saved", "ok | ok | ok", 0);
+        row("saved after failures", "T T ok | H S ok", 0);
+        row("aborted by damage", "T H H", 0);
         // The reply whose error ends the update is left to the manager: intended.
-        QTest::newRow("aborted by a transfer error") << "ok | H T T" << 1;
+        row("aborted by a transfer error", "ok | H T T", 1);
     }
 
     void repliesAreReleased()
@@ -1466,8 +1380,8 @@ private Q_SLOTS:
     void nothingLeftToDownloadIsInstalledAtOnce_data()
     {
         QTest::addColumn<QStringList>("names");
-        QTest::newRow("no files at all") << QStringList();
-        QTest::newRow("all saved before") << QStringList({"a", "b"});
+        row("no files at all", QStringList());
+        row("all saved before", QStringList({"a", "b"}));
     }
 
     void nothingLeftToDownloadIsInstalledAtOnce()

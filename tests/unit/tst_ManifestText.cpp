@@ -6,6 +6,7 @@
 
 #include "tests/support/LiteralReader.h"
 #include "tests/support/Records.h"
+#include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
 
 Q_DECLARE_METATYPE(ProgramData)
@@ -179,17 +180,17 @@ void TestManifestText::everyLineHasItsForm_data()
 {
     QTest::addColumn<int>("line");
     QTest::addColumn<QString>("expected");
-    QTest::newRow("opening root line") << 0 << "<Tool 2>";
-    QTest::newRow("version") << 1 << "\t<version>3 beta</version>";
-    QTest::newRow("required") << 2 << "\t<required>true</required>";
-    QTest::newRow("changelog") << 3 << "\t<changelog>Y2w=</changelog>";
-    QTest::newRow("block begins") << 4 << "\t<file>";
-    QTest::newRow("file name") << 5 << "\t\t<name>dir/a.txt</name>";
-    QTest::newRow("digest") << 6 << "\t\t<sha1>5A</sha1>";
-    QTest::newRow("size") << 7 << "\t\t<size>1234567</size>";
-    QTest::newRow("block ends") << 8 << "\t</file>";
-    QTest::newRow("closing root line") << 9 << "</Tool 2>";
-    QTest::newRow("nothing behind the last line feed") << 10 << "";
+    row("opening root line", 0, "<Tool 2>");
+    row("version", 1, "\t<version>3 beta</version>");
+    row("required", 2, "\t<required>true</required>");
+    row("changelog", 3, "\t<changelog>Y2w=</changelog>");
+    row("block begins", 4, "\t<file>");
+    row("file name", 5, "\t\t<name>dir/a.txt</name>");
+    row("digest", 6, "\t\t<sha1>5A</sha1>");
+    row("size", 7, "\t\t<size>1234567</size>");
+    row("block ends", 8, "\t</file>");
+    row("closing root line", 9, "</Tool 2>");
+    row("nothing behind the last line feed", 10, "");
 }
 
 void TestManifestText::everyLineHasItsForm()
@@ -222,11 +223,9 @@ void TestManifestText::recordWithoutFilesHasNoFileBlocks_data()
 {
     QTest::addColumn<QString>("changelog");
     QTest::addColumn<QString>("line");
-    QTest::newRow("with a changelog") << "Y2w="
-                                      << "\t<changelog>Y2w=</changelog>\n";
-    QTest::newRow("without a changelog") << QString() << "\t<changelog></changelog>\n";
-    QTest::newRow("with a blank changelog") << " \n"
-                                            << "\t<changelog></changelog>\n";
+    row("with a changelog", "Y2w=", "\t<changelog>Y2w=</changelog>\n");
+    row("without a changelog", QString(), "\t<changelog></changelog>\n");
+    row("with a blank changelog", " \n", "\t<changelog></changelog>\n");
 }
 
 void TestManifestText::recordWithoutFilesHasNoFileBlocks()
@@ -242,20 +241,14 @@ void TestManifestText::blankNameOrVersionIsRefused_data()
 {
     QTest::addColumn<QString>("name");
     QTest::addColumn<QString>("version");
-    QTest::newRow("null name") << QString() << "2.1";
-    QTest::newRow("empty name") << ""
-                                << "2.1";
-    QTest::newRow("blank name") << " \t\r\n"
-                                << "2.1";
-    QTest::newRow("unusual blanks for a name") << "\u00a0\u2003"
-                                               << "2.1";
-    QTest::newRow("null version") << "Editor" << QString();
-    QTest::newRow("empty version") << "Editor"
-                                   << "";
-    QTest::newRow("blank version") << "Editor"
-                                   << " \t\r\n";
-    QTest::newRow("both blank") << " "
-                                << " ";
+    row("null name", QString(), "2.1");
+    row("empty name", "", "2.1");
+    row("blank name", " \t\r\n", "2.1");
+    row("unusual blanks for a name", "\u00a0\u2003", "2.1");
+    row("null version", "Editor", QString());
+    row("empty version", "Editor", "");
+    row("blank version", "Editor", " \t\r\n");
+    row("both blank", " ", " ");
 }
 
 void TestManifestText::blankNameOrVersionIsRefused()
@@ -311,7 +304,7 @@ void TestManifestText::valueIsWrittenUnchanged_data()
                              "a<b", "a>b", "a&b", "&lt;&amp;", "\"a\"",  "'a'",   "</>", "<name>",
                              "ä€",  "\\n", "%01", "%99",       "a\nb",   "$1 \\1"};
     for (const QString& value : values)
-        QTest::newRow(qPrintable(records::escaped(value))) << value;
+        row(records::escaped(value), value);
 }
 
 void TestManifestText::valueIsWrittenUnchanged()
@@ -329,12 +322,12 @@ void TestManifestText::sizeIsPlainDecimal_data()
 {
     QTest::addColumn<quint64>("size");
     QTest::addColumn<QString>("expected");
-    QTest::newRow("nothing") << quint64(0) << "0";
-    QTest::newRow("thousands, not grouped") << quint64(1234567) << "1234567";
-    QTest::newRow("more than 32 bits") << quint64(4294967296) << "4294967296";
-    QTest::newRow("largest signed") << quint64(9223372036854775807) << "9223372036854775807";
-    QTest::newRow("more than signed") << quint64(9223372036854775808U) << "9223372036854775808";
-    QTest::newRow("largest") << largestSize << "18446744073709551615";
+    row("nothing", quint64(0), "0");
+    row("thousands, not grouped", quint64(1234567), "1234567");
+    row("more than 32 bits", quint64(4294967296), "4294967296");
+    row("largest signed", quint64(9223372036854775807), "9223372036854775807");
+    row("more than signed", quint64(9223372036854775808U), "9223372036854775808");
+    row("largest", largestSize, "18446744073709551615");
 }
 
 void TestManifestText::sizeIsPlainDecimal()
@@ -354,70 +347,46 @@ void TestManifestText::elementIsExtracted_data()
     QTest::addColumn<QString>("source");
     QTest::addColumn<QString>("value");
     QTest::addColumn<QString>("rest");
-    const auto row = [](const char* name, const QString& source, const QString& value,
+    const auto add = [](const char* name, const QString& source, const QString& value,
                         const QString& rest) {
-        QTest::newRow(name) << "x" << source << value << rest;
+        row(name, "x", source, value, rest);
     };
-    row("whole text", "<x>1</x>", "1", "");
-    row("at the start", "<x>1</x>b", "1", "b");
-    row("at the end", "a<x>1</x>", "1", "a");
-    row("in the middle", "a<x>1</x>b", "1", "ab");
-    row("white space at the cut is lost", "a\n\t<x>1</x>\n\tb", "1", "ab");
-    row("white space at the outer ends is lost", "\n a<x>1</x>b \n", "1", "ab");
-    row("white space inside the pieces stays", "a \n a<x>1</x>b\t b", "1", "a \n ab\t b");
-    row("white space alone in front", " \n<x>1</x>b", "1", "b");
-    row("white space alone behind", "a<x>1</x> \n", "1", "a");
-    row("white space alone on both sides", "\t<x>1</x>\t", "1", "");
-    row("unusual white space at the cut", "a\u2003\u00a0<x>1</x>\u0085\u2028b", "1", "ab");
-    row("zero-width space is no white space", "a\u200b<x>1</x>b", "1", "a\u200bb");
-    row("value is not trimmed", "<x>\n\t 1 \t</x>", "\n\t 1 \t", "");
-    row("blank value", "<x>  </x>", "  ", "");
-    row("empty value", "a<x></x>b", "", "ab");
-    row("first of two", "<x>1</x>,<x>2</x>", "1", ",<x>2</x>");
-    row("ends at the first closing mark", "<x>1</x>2</x>", "1", "2</x>");
-    row("begins at the first opening mark", "<x>1<x>2</x>3</x>", "1<x>2", "3</x>");
-    row("closing mark in front does not count", "</x>a<x>1</x>", "1", "</x>a");
-    row("closing mark in front and none between", "</x><x>1</x>b", "1", "</x>b");
-    row("case of the marks is ignored", "a<X>Aa</X>b", "Aa", "ab");
-    row("marks in different case", "<X>1</x>", "1", "");
-    row("longer name does not match", "<xx>0</xx><x>1</x>", "1", "<xx>0</xx>");
-    row("blanks in a mark do not match", "< x>0</x><x >0</x><x>1</x>", "1", "< x>0</x><x >0</x>");
-    row("attribute does not match", "<x a='0'>0</x><x>1</x>", "1", "<x a='0'>0</x>");
-    row("closing mark with a blank does not match", "<x>1</x >2</x>", "1</x >2", "");
-    row("seam forms the mark anew", "<<x>1</x>x>2</x>", "1", "<x>2</x>");
-    row("value with other marks", "<x><y>1</y></x>", "<y>1</y>", "");
-    QTest::newRow("tag in upper case") << "VERSION"
-                                       << "<version>1</version>"
-                                       << "1"
-                                       << "";
-    QTest::newRow("tag with a place marker") << "a%1b"
-                                             << "<a%1b>1</a%1b>"
-                                             << "1"
-                                             << "";
-    QTest::newRow("tag that is a place marker") << "%1"
-                                                << "<%1>1</%1>"
-                                                << "1"
-                                                << "";
-    QTest::newRow("tag with blanks") << " x "
-                                     << "<x>0</x>< x >1</ x >"
-                                     << "1"
-                                     << "<x>0</x>";
-    QTest::newRow("empty tag") << ""
-                               << "a<>1</>b"
-                               << "1"
-                               << "ab";
-    QTest::newRow("long s is an s") << "size"
-                                    << "<\u017fize>1</\u017fIZE>"
-                                    << "1"
-                                    << "";
-    QTest::newRow("Kelvin sign is a k") << "kind"
-                                        << "<\u212aind>1</kind>"
-                                        << "1"
-                                        << "";
-    QTest::newRow("umlaut") << "ä"
-                            << "<Ä>1</ä>"
-                            << "1"
-                            << "";
+    add("whole text", "<x>1</x>", "1", "");
+    add("at the start", "<x>1</x>b", "1", "b");
+    add("at the end", "a<x>1</x>", "1", "a");
+    add("in the middle", "a<x>1</x>b", "1", "ab");
+    add("white space at the cut is lost", "a\n\t<x>1</x>\n\tb", "1", "ab");
+    add("white space at the outer ends is lost", "\n a<x>1</x>b \n", "1", "ab");
+    add("white space inside the pieces stays", "a \n a<x>1</x>b\t b", "1", "a \n ab\t b");
+    add("white space alone in front", " \n<x>1</x>b", "1", "b");
+    add("white space alone behind", "a<x>1</x> \n", "1", "a");
+    add("white space alone on both sides", "\t<x>1</x>\t", "1", "");
+    add("unusual white space at the cut", "a\u2003\u00a0<x>1</x>\u0085\u2028b", "1", "ab");
+    add("zero-width space is no white space", "a\u200b<x>1</x>b", "1", "a\u200bb");
+    add("value is not trimmed", "<x>\n\t 1 \t</x>", "\n\t 1 \t", "");
+    add("blank value", "<x>  </x>", "  ", "");
+    add("empty value", "a<x></x>b", "", "ab");
+    add("first of two", "<x>1</x>,<x>2</x>", "1", ",<x>2</x>");
+    add("ends at the first closing mark", "<x>1</x>2</x>", "1", "2</x>");
+    add("begins at the first opening mark", "<x>1<x>2</x>3</x>", "1<x>2", "3</x>");
+    add("closing mark in front does not count", "</x>a<x>1</x>", "1", "</x>a");
+    add("closing mark in front and none between", "</x><x>1</x>b", "1", "</x>b");
+    add("case of the marks is ignored", "a<X>Aa</X>b", "Aa", "ab");
+    add("marks in different case", "<X>1</x>", "1", "");
+    add("longer name does not match", "<xx>0</xx><x>1</x>", "1", "<xx>0</xx>");
+    add("blanks in a mark do not match", "< x>0</x><x >0</x><x>1</x>", "1", "< x>0</x><x >0</x>");
+    add("attribute does not match", "<x a='0'>0</x><x>1</x>", "1", "<x a='0'>0</x>");
+    add("closing mark with a blank does not match", "<x>1</x >2</x>", "1</x >2", "");
+    add("seam forms the mark anew", "<<x>1</x>x>2</x>", "1", "<x>2</x>");
+    add("value with other marks", "<x><y>1</y></x>", "<y>1</y>", "");
+    row("tag in upper case", "VERSION", "<version>1</version>", "1", "");
+    row("tag with a place marker", "a%1b", "<a%1b>1</a%1b>", "1", "");
+    row("tag that is a place marker", "%1", "<%1>1</%1>", "1", "");
+    row("tag with blanks", " x ", "<x>0</x>< x >1</ x >", "1", "<x>0</x>");
+    row("empty tag", "", "a<>1</>b", "1", "ab");
+    row("long s is an s", "size", "<\u017fize>1</\u017fIZE>", "1", "");
+    row("Kelvin sign is a k", "kind", "<\u212aind>1</kind>", "1", "");
+    row("umlaut", "ä", "<Ä>1</ä>", "1", "");
 }
 
 void TestManifestText::elementIsExtracted()
@@ -456,15 +425,15 @@ void TestManifestText::elementIsRemovedOnlyOnRequest()
 void TestManifestText::missingElementGivesNullStringAndLeavesSource_data()
 {
     QTest::addColumn<QString>("source");
-    QTest::newRow("empty text") << "";
-    QTest::newRow("text without marks") << " a x b ";
-    QTest::newRow("other element") << " <y>1</y> ";
-    QTest::newRow("opening mark alone") << " <x>1 ";
-    QTest::newRow("closing mark alone") << " 1</x> ";
-    QTest::newRow("closing mark before opening mark") << " </x>1<x> ";
-    QTest::newRow("broken closing mark") << " <x>1</x ";
-    QTest::newRow("marks that overlap") << " <x</x> ";
-    QTest::newRow("opening mark twice") << " <x>1<x> ";
+    row("empty text", "");
+    row("text without marks", " a x b ");
+    row("other element", " <y>1</y> ");
+    row("opening mark alone", " <x>1 ");
+    row("closing mark alone", " 1</x> ");
+    row("closing mark before opening mark", " </x>1<x> ");
+    row("broken closing mark", " <x>1</x ");
+    row("marks that overlap", " <x</x> ");
+    row("opening mark twice", " <x>1<x> ");
 }
 
 void TestManifestText::missingElementGivesNullStringAndLeavesSource()
@@ -510,9 +479,9 @@ void TestManifestText::recordIsRead_data()
     QTest::addColumn<QString>("rootTag");
     QTest::addColumn<QString>("text");
     QTest::addColumn<ProgramData>("expected");
-    const auto row = [](const char* name, const QString& text, const ProgramData& expected,
+    const auto add = [](const char* name, const QString& text, const ProgramData& expected,
                         const QString& rootTag = "Editor") {
-        QTest::newRow(name) << rootTag << text << expected;
+        row(name, rootTag, text, expected);
     };
     const ProgramData plain{"Editor", "2.1", false, "", {}};
     const ProgramData full{"Editor", "2.1", true, "Y2w=", {{"a", "5a", 1}}};
@@ -520,95 +489,95 @@ void TestManifestText::recordIsRead_data()
     const QString required = "<required>true</required>";
     const QString changelog = "<changelog>Y2w=</changelog>";
 
-    row("example", editorText, editorRecord());
-    row("version alone", "<Editor><version>2.1</version></Editor>", plain);
-    row("text around the record", "\ufeff<?xml?> 1 <Editor>" + version + "</Editor> 2 ", plain);
-    row("line ends with carriage returns", QString(editorText).replace("\n", "\r\n"),
+    add("example", editorText, editorRecord());
+    add("version alone", "<Editor><version>2.1</version></Editor>", plain);
+    add("text around the record", "\ufeff<?xml?> 1 <Editor>" + version + "</Editor> 2 ", plain);
+    add("line ends with carriage returns", QString(editorText).replace("\n", "\r\n"),
         editorRecord());
-    row("in the writer's order", editor(required + changelog + block("a")), full);
-    row("in the opposite order",
+    add("in the writer's order", editor(required + changelog + block("a")), full);
+    add("in the opposite order",
         "<Editor>" + block("a") + changelog + required + version + "</Editor>", full);
-    row("files between the others",
+    add("files between the others",
         "<Editor>" + changelog + block("a") + version + required + "</Editor>", full);
-    row("with other elements and text",
+    add("with other elements and text",
         "<Editor>x<date>1</date>" + version + "<y/>" + required + " - " + changelog + "<z>" +
             block("a") + "</z></Editor>",
         full);
-    row("with attributes, which hide an element",
+    add("with attributes, which hide an element",
         editor("<required a='b'>true</required><changelog >Y2w=</changelog>"), plain);
-    row("all names in upper case", editorText.toUpper(),
+    add("all names in upper case", editorText.toUpper(),
         {"Editor",
          "2.1",
          false,
          editorRecord().changelog.toUpper(),
          {{"CONTENTS/RESOURCES/README.TXT", tree.toUpper(), 6},
           {"CONTENTS/RESOURCES/EMPTY.DAT", none.toUpper(), 0}}});
-    row("root in upper case", "<EDITOR>" + version + "</EDITOR>", plain);
-    row("root in two cases", "<eDITOR>" + version + "</EdItOr>", plain);
-    row("root tag in lower case", "<Editor>" + version + "</Editor>",
+    add("root in upper case", "<EDITOR>" + version + "</EDITOR>", plain);
+    add("root in two cases", "<eDITOR>" + version + "</EdItOr>", plain);
+    add("root tag in lower case", "<Editor>" + version + "</Editor>",
         {"editor", "2.1", false, "", {}}, "editor");
-    row("values are trimmed",
+    add("values are trimmed",
         "<Editor>\n<version>\n\t2 . 1 \n</version><required>\u2003true\t</required>"
         "<changelog>\u00a0Y2w= \n</changelog><file> <name>\ta b\n</name><sha1> 5a </sha1>"
         "<size>\n 1\t</size> </file></Editor>",
         {"Editor", "2 . 1", true, "Y2w=", {{"a b", "5a", 1}}});
-    row("blanks around the root tag are part of the mark and not of the name",
+    add("blanks around the root tag are part of the mark and not of the name",
         "<Editor><version>0</version></Editor>< Editor ><version>2.1</version></ Editor >", plain,
         " Editor ");
-    row("root tag with a place marker", "<%1 %2>" + version + "</%1 %2>",
+    add("root tag with a place marker", "<%1 %2>" + version + "</%1 %2>",
         {"%1 %2", "2.1", false, "", {}}, "%1 %2");
-    row("empty root tag", "<>" + version + "</>", {"", "2.1", false, "", {}}, "");
-    row("root named like an element", "<file>" + version + "</file>",
+    add("empty root tag", "<>" + version + "</>", {"", "2.1", false, "", {}}, "");
+    add("root named like an element", "<file>" + version + "</file>",
         {"file", "2.1", false, "", {}}, "file");
-    row("first of two roots", editor("") + "<Editor><version>3</version></Editor>", plain);
-    row("root ends at its first closing mark", editor("") + block("a") + "</Editor>", plain);
-    row("root within a root", "<Editor><version>2.1</version><Editor></Editor>" + required, plain);
-    row("first of two versions", editor("<version>3</version>"), plain);
-    row("second record", "<Tool><version>1</version></Tool>\n" + editor(""), plain);
-    row("record inside another", "<Tool><version>1</version>" + editor("") + "</Tool>", plain);
-    row("only one of two flags", editor("<required>no</required><required>true</required>"), plain);
-    row("version with marks", "<Editor><version><b>2</b></version></Editor>",
+    add("first of two roots", editor("") + "<Editor><version>3</version></Editor>", plain);
+    add("root ends at its first closing mark", editor("") + block("a") + "</Editor>", plain);
+    add("root within a root", "<Editor><version>2.1</version><Editor></Editor>" + required, plain);
+    add("first of two versions", editor("<version>3</version>"), plain);
+    add("second record", "<Tool><version>1</version></Tool>\n" + editor(""), plain);
+    add("record inside another", "<Tool><version>1</version>" + editor("") + "</Tool>", plain);
+    add("only one of two flags", editor("<required>no</required><required>true</required>"), plain);
+    add("version with marks", "<Editor><version><b>2</b></version></Editor>",
         {"Editor", "<b>2</b>", false, "", {}});
-    row("version inside the changelog",
+    add("version inside the changelog",
         "<Editor><changelog>Y2<version>2.1</version>w=</changelog></Editor>",
         {"Editor", "2.1", false, "Y2w=", {}});
-    row("version that is all of the changelog",
+    add("version that is all of the changelog",
         "<Editor><changelog><version>2.1</version></changelog></Editor>", plain);
-    row("version inside a file",
+    add("version inside a file",
         "<Editor><file><version>2.1</version>" + fields("a") + "</file></Editor>",
         {"Editor", "2.1", false, "", {{"a", "5a", 1}}});
-    row("version inside the flag",
+    add("version inside the flag",
         "<Editor><required>tr <version>2.1</version> ue</required></Editor>",
         {"Editor", "2.1", true, "", {}});
-    row("flag split by the version",
+    add("flag split by the version",
         "<Editor><requ <version>2.1</version> ired>true</required></Editor>",
         {"Editor", "2.1", true, "", {}});
-    row("file split by the version",
+    add("file split by the version",
         "<Editor><file" + version + ">" + fields("a") + "</file></Editor>",
         {"Editor", "2.1", false, "", {{"a", "5a", 1}}});
-    row("flag inside the version goes with it",
+    add("flag inside the version goes with it",
         "<Editor><version>2<required>true</required></version></Editor>",
         {"Editor", "2<required>true</required>", false, "", {}});
-    row("file inside the changelog goes with it",
+    add("file inside the changelog goes with it",
         editor("<changelog>" + block("a") + "</changelog>" + block("b")),
         {"Editor", "2.1", false, block("a"), {{"b", "5a", 1}}});
-    row("changelog inside a file is cut out of it",
+    add("changelog inside a file is cut out of it",
         editor(
             "<file><name>a<changelog>Y2w=</changelog>b</name><sha1>5a</sha1><size>1</size></file>"),
         {"Editor", "2.1", false, "Y2w=", {{"ab", "5a", 1}}});
-    row("flag without its closing mark", editor("<required>true"), plain);
-    row("changelog without its closing mark", editor("<changelog>Y2w=" + block("a")),
+    add("flag without its closing mark", editor("<required>true"), plain);
+    add("changelog without its closing mark", editor("<changelog>Y2w=" + block("a")),
         {"Editor", "2.1", false, "", {{"a", "5a", 1}}});
-    row("values with place markers",
+    add("values with place markers",
         "<Editor><version>%1</version><changelog>%2</changelog>" + block("%L1", "%3") + "</Editor>",
         {"Editor", "%1", false, "%2", {{"%L1", "%3", 1}}});
-    row("entities stay", "<Editor><version>&lt;2&amp;</version></Editor>",
+    add("entities stay", "<Editor><version>&lt;2&amp;</version></Editor>",
         {"Editor", "&lt;2&amp;", false, "", {}});
-    row("long s in the names of elements",
+    add("long s in the names of elements",
         "<Editor><ver\u017fion>2.1</VER\u017fION><file><name>a</name><\u017fha1>5a</\u017fHA1>"
         "<\u017fize>1</size></file></Editor>",
         {"Editor", "2.1", false, "", {{"a", "5a", 1}}});
-    row("Kelvin sign in the root", "<\u212aiosk>" + version + "</KIOS\u212a>",
+    add("Kelvin sign in the root", "<\u212aiosk>" + version + "</KIOS\u212a>",
         {"kiosk", "2.1", false, "", {}}, "kiosk");
 }
 
@@ -625,20 +594,20 @@ void TestManifestText::recordIsRead()
 void TestManifestText::textWithoutRecordLeavesDataUntouched_data()
 {
     QTest::addColumn<QString>("text");
-    QTest::newRow("null text") << QString();
-    QTest::newRow("empty text") << "";
-    QTest::newRow("page of a web server") << "<html><body>Not Found</body></html>";
-    QTest::newRow("record of another program") << "<Tool><version>2.1</version></Tool>";
-    QTest::newRow("program with a longer name") << "<Editor2><version>2.1</version></Editor2>";
-    QTest::newRow("no root") << "<version>2.1</version>";
-    QTest::newRow("opening mark alone") << "<Editor><version>2.1</version>";
-    QTest::newRow("closing mark alone") << "<version>2.1</version></Editor>";
-    QTest::newRow("closing mark first") << "</Editor><version>2.1</version><Editor>";
-    QTest::newRow("cut off inside the closing mark") << editorText.left(editorText.size() - 2);
-    QTest::newRow("empty record") << "<Editor></Editor>";
-    QTest::newRow("blank record") << "<Editor> \r\n\t</Editor>";
-    QTest::newRow("record of unusual blanks") << "<Editor>\u00a0\u2003</Editor>";
-    QTest::newRow("empty record before a full one") << "<Editor></Editor>" + editorText;
+    row("null text", QString());
+    row("empty text", "");
+    row("page of a web server", "<html><body>Not Found</body></html>");
+    row("record of another program", "<Tool><version>2.1</version></Tool>");
+    row("program with a longer name", "<Editor2><version>2.1</version></Editor2>");
+    row("no root", "<version>2.1</version>");
+    row("opening mark alone", "<Editor><version>2.1</version>");
+    row("closing mark alone", "<version>2.1</version></Editor>");
+    row("closing mark first", "</Editor><version>2.1</version><Editor>");
+    row("cut off inside the closing mark", editorText.left(editorText.size() - 2));
+    row("empty record", "<Editor></Editor>");
+    row("blank record", "<Editor> \r\n\t</Editor>");
+    row("record of unusual blanks", "<Editor>\u00a0\u2003</Editor>");
+    row("empty record before a full one", "<Editor></Editor>" + editorText);
 }
 
 void TestManifestText::textWithoutRecordLeavesDataUntouched()
@@ -655,33 +624,25 @@ void TestManifestText::recordWithoutVersionSetsNameOnly_data()
     QTest::addColumn<QString>("text");
     QTest::addColumn<QString>("name");
     const QString rest = "<required>false</required><changelog>Y2w=</changelog>" + block("a");
-    const auto row = [&rest](const char* name, const QString& version) {
-        QTest::newRow(name) << "Editor"
-                            << "<Editor>" + version + rest + "</Editor>" << "Editor";
+    const auto add = [&rest](const char* name, const QString& version) {
+        row(name, "Editor", "<Editor>" + version + rest + "</Editor>", "Editor");
     };
-    row("no version", "");
-    row("empty version", "<version></version>");
-    row("blank version", "<version> \r\n\t</version>");
-    row("version of unusual blanks", "<version>\u00a0\u2003</version>");
-    row("version without closing mark", "<version>2.1");
-    row("version without opening mark", "2.1</version>");
-    row("blank version before another", "<version> </version><version>2.1</version>");
-    row("version across the seam of a later cut",
+    add("no version", "");
+    add("empty version", "<version></version>");
+    add("blank version", "<version> \r\n\t</version>");
+    add("version of unusual blanks", "<version>\u00a0\u2003</version>");
+    add("version without closing mark", "<version>2.1");
+    add("version without opening mark", "2.1</version>");
+    add("blank version before another", "<version> </version><version>2.1</version>");
+    add("version across the seam of a later cut",
         "<ver<required>true</required>sion>2.1</version>");
-    QTest::newRow("version behind the record")
-        << "Editor"
-        << "<Editor>" + rest + "</Editor><version>2.1</version>" << "Editor";
-    QTest::newRow("text alone") << "Editor"
-                                << "<Editor>2.1</Editor>"
-                                << "Editor";
-    QTest::newRow("root tag with blanks") << "\tEditor "
-                                          << "<\tEditor >" + rest + "</\tEditor >" << "Editor";
-    QTest::newRow("blank root tag") << " "
-                                    << "< >" + rest + "</ >" << "";
-    QTest::newRow("root named version ends with its version")
-        << "version"
-        << "<version><version>2.1</version></version>"
-        << "version";
+    row("version behind the record", "Editor",
+        "<Editor>" + rest + "</Editor><version>2.1</version>", "Editor");
+    row("text alone", "Editor", "<Editor>2.1</Editor>", "Editor");
+    row("root tag with blanks", "\tEditor ", "<\tEditor >" + rest + "</\tEditor >", "Editor");
+    row("blank root tag", " ", "< >" + rest + "</ >", "");
+    row("root named version ends with its version", "version",
+        "<version><version>2.1</version></version>", "version");
 }
 
 void TestManifestText::recordWithoutVersionSetsNameOnly()
@@ -700,20 +661,20 @@ void TestManifestText::requiredIsTrueInAnyCaseAndNothingElse_data()
 {
     QTest::addColumn<QString>("element");
     QTest::addColumn<bool>("required");
-    QTest::newRow("true") << "<required>true</required>" << true;
-    QTest::newRow("TRUE in mixed marks") << "<Required>TRUE</Required>" << true;
-    QTest::newRow("mixed case") << "<required>tRuE</required>" << true;
-    QTest::newRow("trimmed") << "<required>\n true\t</required>" << true;
-    QTest::newRow("false") << "<required>false</required>" << false;
-    QTest::newRow("1") << "<required>1</required>" << false;
-    QTest::newRow("yes") << "<required>yes</required>" << false;
-    QTest::newRow("t") << "<required>t</required>" << false;
-    QTest::newRow("true and more") << "<required>true.</required>" << false;
-    QTest::newRow("parted") << "<required>tr ue</required>" << false;
-    QTest::newRow("empty") << "<required></required>" << false;
-    QTest::newRow("blank") << "<required> </required>" << false;
-    QTest::newRow("missing") << "" << false;
-    QTest::newRow("closing mark missing") << "<required>true" << false;
+    row("true", "<required>true</required>", true);
+    row("TRUE in mixed marks", "<Required>TRUE</Required>", true);
+    row("mixed case", "<required>tRuE</required>", true);
+    row("trimmed", "<required>\n true\t</required>", true);
+    row("false", "<required>false</required>", false);
+    row("1", "<required>1</required>", false);
+    row("yes", "<required>yes</required>", false);
+    row("t", "<required>t</required>", false);
+    row("true and more", "<required>true.</required>", false);
+    row("parted", "<required>tr ue</required>", false);
+    row("empty", "<required></required>", false);
+    row("blank", "<required> </required>", false);
+    row("missing", "", false);
+    row("closing mark missing", "<required>true", false);
 }
 
 void TestManifestText::requiredIsTrueInAnyCaseAndNothingElse()
@@ -732,20 +693,13 @@ void TestManifestText::changelogIsReplacedOnlyByAnother_data()
 {
     QTest::addColumn<QString>("element");
     QTest::addColumn<QString>("changelog");
-    QTest::newRow("another") << "<changelog>Y2w=</changelog>"
-                             << "Y2w=";
-    QTest::newRow("another with blanks") << "<changelog>\n Y2 w= </changelog>"
-                                         << "Y2 w=";
-    QTest::newRow("missing") << ""
-                             << "b2xk";
-    QTest::newRow("empty") << "<changelog></changelog>"
-                           << "b2xk";
-    QTest::newRow("blank") << "<changelog> \n\u2003</changelog>"
-                           << "b2xk";
-    QTest::newRow("not closed") << "<changelog>Y2w="
-                                << "b2xk";
-    QTest::newRow("empty before another") << "<changelog></changelog><changelog>Y2w=</changelog>"
-                                          << "b2xk";
+    row("another", "<changelog>Y2w=</changelog>", "Y2w=");
+    row("another with blanks", "<changelog>\n Y2 w= </changelog>", "Y2 w=");
+    row("missing", "", "b2xk");
+    row("empty", "<changelog></changelog>", "b2xk");
+    row("blank", "<changelog> \n\u2003</changelog>", "b2xk");
+    row("not closed", "<changelog>Y2w=", "b2xk");
+    row("empty before another", "<changelog></changelog><changelog>Y2w=</changelog>", "b2xk");
 }
 
 void TestManifestText::changelogIsReplacedOnlyByAnother()
@@ -775,29 +729,29 @@ void TestManifestText::filesAreRead_data()
     const QString size = "<size>1</size>";
     const QStringList one{"a|5a|1"};
     const QStringList two{"a|5a|1", "c|5a|1"};
-    const auto row = [](const char* rowName, const QString& rest, const QStringList& files) {
-        QTest::newRow(rowName) << editor(rest) << files;
+    const auto add = [](const char* rowName, const QString& rest, const QStringList& files) {
+        row(rowName, editor(rest), files);
     };
-    const auto between = [&row](const char* rowName, const QString& block2,
+    const auto between = [&add](const char* rowName, const QString& block2,
                                 const QStringList& files) {
-        row(rowName, block("a") + block2 + block("c"), files);
+        add(rowName, block("a") + block2 + block("c"), files);
     };
 
-    row("none", "", {});
-    row("name, digest, size", "<file>" + name + sha1 + size + "</file>", one);
-    row("name, size, digest", "<file>" + name + size + sha1 + "</file>", one);
-    row("digest, name, size", "<file>" + sha1 + name + size + "</file>", one);
-    row("digest, size, name", "<file>" + sha1 + size + name + "</file>", one);
-    row("size, name, digest", "<file>" + size + name + sha1 + "</file>", one);
-    row("size, digest, name", "<file>" + size + sha1 + name + "</file>", one);
-    row("with another element", "<file><mode>1</mode>" + name + "x" + sha1 + size + "</file>", one);
-    row("in any case", "<FILE><Name>a</NAME><sHA1>5a</Sha1><siZE>1</SIze></filE>", one);
-    row("in document order, twice as well", block("c") + block("a") + block("b") + block("a"),
+    add("none", "", {});
+    add("name, digest, size", "<file>" + name + sha1 + size + "</file>", one);
+    add("name, size, digest", "<file>" + name + size + sha1 + "</file>", one);
+    add("digest, name, size", "<file>" + sha1 + name + size + "</file>", one);
+    add("digest, size, name", "<file>" + sha1 + size + name + "</file>", one);
+    add("size, name, digest", "<file>" + size + name + sha1 + "</file>", one);
+    add("size, digest, name", "<file>" + size + sha1 + name + "</file>", one);
+    add("with another element", "<file><mode>1</mode>" + name + "x" + sha1 + size + "</file>", one);
+    add("in any case", "<FILE><Name>a</NAME><sHA1>5a</Sha1><siZE>1</SIze></filE>", one);
+    add("in document order, twice as well", block("c") + block("a") + block("b") + block("a"),
         {"c|5a|1", "a|5a|1", "b|5a|1", "a|5a|1"});
-    row("with text between", "1" + block("a") + "2" + block("c") + "3", two);
-    row("digest in upper case stays", block("a", "5A"), {"a|5A|1"});
-    row("values are not checked", block("../a b", "no digest"), {"../a b|no digest|1"});
-    row("first of two names", "<file><name>a</name><name>b</name>" + sha1 + size + "</file>", one);
+    add("with text between", "1" + block("a") + "2" + block("c") + "3", two);
+    add("digest in upper case stays", block("a", "5A"), {"a|5A|1"});
+    add("values are not checked", block("../a b", "no digest"), {"../a b|no digest|1"});
+    add("first of two names", "<file><name>a</name><name>b</name>" + sha1 + size + "</file>", one);
 
     between("empty block ends the list", "<file></file>", one);
     between("blank block ends the list", "<file> \n\u00a0</file>", one);
@@ -819,22 +773,22 @@ void TestManifestText::filesAreRead_data()
     between("bad size drops its own entry only", block("b", "5b", "12a"), two);
     between("two bad sizes", block("b", "5b", "x") + block("b", "5b", "-"), two);
 
-    row("incomplete first block ends the list", "<file></file>" + block("a"), {});
-    row("bad size first", block("b", "5b", "?") + block("a"), one);
-    row("last block not closed", block("a") + "<file>" + fields("b"), one);
-    row("block not closed takes the next one's end", "<file>" + name + block("b", "5b", "2"),
+    add("incomplete first block ends the list", "<file></file>" + block("a"), {});
+    add("bad size first", block("b", "5b", "?") + block("a"), one);
+    add("last block not closed", block("a") + "<file>" + fields("b"), one);
+    add("block not closed takes the next one's end", "<file>" + name + block("b", "5b", "2"),
         {"a|5b|2"});
-    row("opening mark without the rest", block("a") + "<file" + block("c"), two);
-    row("closing mark too many", block("a") + "</file>" + block("c"), two);
-    row("block within a block ends with the inner one",
+    add("opening mark without the rest", block("a") + "<file" + block("c"), two);
+    add("closing mark too many", block("a") + "</file>" + block("c"), two);
+    add("block within a block ends with the inner one",
         "<file>" + block("a") + fields("b") + "</file>" + block("c"), two);
-    row("elements beside the blocks do not count",
+    add("elements beside the blocks do not count",
         name + sha1 + size + "<file>" + name + sha1 + "</file>" + size, {});
-    row("digest inside the name stays in the name",
+    add("digest inside the name stays in the name",
         "<file><name>a<sha1>5b</sha1></name>" + sha1 + size + "</file>", {"a<sha1>5b</sha1>|5a|1"});
-    row("name inside the digest is cut out of it",
+    add("name inside the digest is cut out of it",
         "<file><sha1>5<name>a</name>a</sha1>" + size + "</file>", one);
-    row("name and digest inside the size are cut out of it",
+    add("name and digest inside the size are cut out of it",
         "<file><size>1<name>a</name>2<sha1>5a</sha1>3</size></file>", {"a|5a|123"});
 }
 
@@ -849,43 +803,35 @@ void TestManifestText::sizeIsReadAsUnsignedNumber_data()
 {
     QTest::addColumn<QString>("size");
     QTest::addColumn<QString>("value");
-    QTest::newRow("0") << "0"
-                       << "0";
-    QTest::newRow("6") << "6"
-                       << "6";
-    QTest::newRow("leading zeros") << "0010"
-                                   << "10";
-    QTest::newRow("plus sign") << "+5"
-                               << "5";
-    QTest::newRow("blanks around") << " 7 "
-                                   << "7";
-    QTest::newRow("unusual blanks around") << "\u00a0\n8\u2003"
-                                           << "8";
-    QTest::newRow("more than signed") << "9223372036854775808"
-                                      << "9223372036854775808";
-    QTest::newRow("largest") << "18446744073709551615"
-                             << "18446744073709551615";
+    row("0", "0", "0");
+    row("6", "6", "6");
+    row("leading zeros", "0010", "10");
+    row("plus sign", "+5", "5");
+    row("blanks around", " 7 ", "7");
+    row("unusual blanks around", "\u00a0\n8\u2003", "8");
+    row("more than signed", "9223372036854775808", "9223372036854775808");
+    row("largest", "18446744073709551615", "18446744073709551615");
     const QString dropped = "dropped";
-    QTest::newRow("one more than the largest") << "18446744073709551616" << dropped;
-    QTest::newRow("thirty digits") << QString(30, '9') << dropped;
-    QTest::newRow("letter behind") << "12a" << dropped;
-    QTest::newRow("letter in front") << "a12" << dropped;
-    QTest::newRow("minus one") << "-1" << dropped;
-    QTest::newRow("sign alone") << "+" << dropped;
-    QTest::newRow("two signs") << "++5" << dropped;
-    QTest::newRow("hexadecimal") << "0x10" << dropped;
-    QTest::newRow("exponent") << "1e3" << dropped;
-    QTest::newRow("decimal point") << "1.0" << dropped;
-    QTest::newRow("grouped by commas") << "1,000" << dropped;
-    QTest::newRow("grouped by blanks") << "1 000" << dropped;
-    QTest::newRow("unit") << "12 MB" << dropped;
-    QTest::newRow("letter O") << "1O" << dropped;
-    QTest::newRow("marks") << "<b>1</b>" << dropped;
-    QTest::newRow("Arabic digits") << "\u0661\u0662" << dropped;
-    QTest::newRow("full-width digits") << "\uff11" << dropped;
+    row("one more than the largest", "18446744073709551616", dropped);
+    row("thirty digits", QString(30, '9'), dropped);
+    row("letter behind", "12a", dropped);
+    row("letter in front", "a12", dropped);
+    row("minus one", "-1", dropped);
+    row("sign alone", "+", dropped);
+    row("two signs", "++5", dropped);
+    row("hexadecimal", "0x10", dropped);
+    row("exponent", "1e3", dropped);
+    row("decimal point", "1.0", dropped);
+    row("grouped by commas", "1,000", dropped);
+    row("grouped by blanks", "1 000", dropped);
+    row("unit", "12 MB", dropped);
+    row("letter O", "1O", dropped);
+    row("marks", "<b>1</b>", dropped);
+    row("Arabic digits", "\u0661\u0662", dropped);
+    row("full-width digits", "\uff11", dropped);
     const QString ended = "ended";
-    QTest::newRow("empty") << "" << ended;
-    QTest::newRow("blank") << " " << ended;
+    row("empty", "", ended);
+    row("blank", " ", ended);
 }
 
 void TestManifestText::sizeIsReadAsUnsignedNumber()
@@ -904,12 +850,12 @@ void TestManifestText::marksFormAcrossSeams_data()
 {
     QTest::addColumn<QString>("text");
     QTest::addColumn<ProgramData>("expected");
-    const auto row = [](const QString& name, const QString& rest, const QStringList& fileNames,
+    const auto add = [](const QString& name, const QString& rest, const QStringList& fileNames,
                         bool required = false, const QString& changelog = QString()) {
         ProgramData expected{"Editor", "2.1", required, changelog, {}};
         for (const QString& fileName : fileNames)
             expected.files.append({fileName, "5a", 1});
-        QTest::newRow(qPrintable(name)) << editor(rest) << expected;
+        row(name, editor(rest), expected);
     };
     const QString a = block("a");
     const QString b = block("b");
@@ -922,64 +868,64 @@ void TestManifestText::marksFormAcrossSeams_data()
         const QString left = opening.left(at);
         const QString right = opening.mid(at);
         const QString split = left + '|' + right;
-        row("opening mark " + split, left + a + right + endB, {"a", "b"});
-        row("opening mark with blanks " + split, left + " \n" + a + "\t\u2003" + right + endB,
+        add("opening mark " + split, left + a + right + endB, {"a", "b"});
+        add("opening mark with blanks " + split, left + " \n" + a + "\t\u2003" + right + endB,
             {"a", "b"});
-        row("opening mark with text before " + split, "text " + left + a + right + endB,
+        add("opening mark with text before " + split, "text " + left + a + right + endB,
             {"a", "b"});
-        row("opening mark around two blocks " + split, left + a + ' ' + b + right + endC,
+        add("opening mark around two blocks " + split, left + a + ' ' + b + right + endC,
             {"a", "b", "c"});
     }
-    row("opening mark in another case", "<FI" + a + "Le>" + endB, {"a", "b"});
-    row("opening mark in three pieces", "<f" + a + "i" + b + "le>" + endC, {"a", "b", "c"});
-    row("opening mark in single characters",
+    add("opening mark in another case", "<FI" + a + "Le>" + endB, {"a", "b"});
+    add("opening mark in three pieces", "<f" + a + "i" + b + "le>" + endC, {"a", "b", "c"});
+    add("opening mark in single characters",
         "<" + a + "f" + b + "i" + a + "l" + b + "e" + a + ">" + endC,
         {"a", "b", "a", "b", "a", "c"});
-    row("opening mark twice over", "<fi<fi" + a + "le>" + endB + "le>" + endC, {"a", "b", "c"});
-    row("opening mark twice over, with blanks", "<fi <fi " + a + " le>" + endB + " le>" + endC,
+    add("opening mark twice over", "<fi<fi" + a + "le>" + endB + "le>" + endC, {"a", "b", "c"});
+    add("opening mark twice over, with blanks", "<fi <fi " + a + " le>" + endB + " le>" + endC,
         {"a", "b", "c"});
-    row("opening mark thrice over, behind text",
+    add("opening mark thrice over, behind text",
         "x <f\n<fi <file" + a + ">" + endB + "le>" + endC + "\tile>" + endB, {"a", "b", "c", "b"});
-    row("second cut uncovers blanks that must go",
+    add("second cut uncovers blanks that must go",
         "<fi \t\u00a0<" + a + "file>" + endB + "le>" + endC, {"a", "b", "c"});
-    row("opening mark split twice in turn", "<file" + a + ">" + endB + "<file" + c + ">",
+    add("opening mark split twice in turn", "<file" + a + ">" + endB + "<file" + c + ">",
         {"a", "b", "c"});
-    row("seam without a mark, then a block", "<fi" + a + "x" + b + c, {"a", "b", "c"});
-    row("half a mark is no mark", "<fi" + a + "l" + b, {"a", "b"});
-    row("zero-width space keeps the halves apart", "<fi\u200b" + a + "le>" + endB, {"a"});
-    row("formed mark comes before a later block", "<fi" + a + "le>" + endB + c, {"a", "b", "c"});
-    row("formed mark takes up to the next closing mark",
+    add("seam without a mark, then a block", "<fi" + a + "x" + b + c, {"a", "b", "c"});
+    add("half a mark is no mark", "<fi" + a + "l" + b, {"a", "b"});
+    add("zero-width space keeps the halves apart", "<fi\u200b" + a + "le>" + endB, {"a"});
+    add("formed mark comes before a later block", "<fi" + a + "le>" + endB + c, {"a", "b", "c"});
+    add("formed mark takes up to the next closing mark",
         "<fi" + a + "le>" + "<name>b</name>" + "<file><sha1>5a</sha1><size>1</size></file>" + c,
         {"a", "b", "c"});
-    row("formed mark of an empty block ends the list", "<fi" + a + "le></file>" + c, {"a"});
-    row("formed mark that is never closed ends the list", "<fi" + a + "le>" + fields("b"), {"a"});
-    row("block dropped for its size forms a mark too", "<fi" + block("a", "5a", "x") + "le>" + endB,
+    add("formed mark of an empty block ends the list", "<fi" + a + "le></file>" + c, {"a"});
+    add("formed mark that is never closed ends the list", "<fi" + a + "le>" + fields("b"), {"a"});
+    add("block dropped for its size forms a mark too", "<fi" + block("a", "5a", "x") + "le>" + endB,
         {"b"});
-    row("closing mark split by a block ends at that block's",
+    add("closing mark split by a block ends at that block's",
         "<file>" + fields("a") + "</fi" + b + "le>" + c, {"a", "c"});
-    row("closing mark does not form behind", "<fi" + a + "le>" + fields("b") + "</fi" + c + "le>",
+    add("closing mark does not form behind", "<fi" + a + "le>" + fields("b") + "</fi" + c + "le>",
         {"a", "b"});
-    row("slash at the seam", "<" + a + "/file>" + b, {"a", "b"});
+    add("slash at the seam", "<" + a + "/file>" + b, {"a", "b"});
 
-    row("flag split by the changelog is taken before it can form",
+    add("flag split by the changelog is taken before it can form",
         "<requ<changelog>Y2w=</changelog>ired>true</required>", {}, false, "Y2w=");
-    row("changelog split by the flag", "<change <required>true</required> log>Y2w=</changelog>", {},
+    add("changelog split by the flag", "<change <required>true</required> log>Y2w=</changelog>", {},
         true, "Y2w=");
-    row("file split by the flag", "<fi<required>true</required>le>" + endB, {"b"}, true);
-    row("file split by the changelog, its closing mark too",
+    add("file split by the flag", "<fi<required>true</required>le>" + endB, {"b"}, true);
+    add("file split by the changelog, its closing mark too",
         "<fi\n<changelog>Y2w=</changelog>\nle>" + fields("a") + "</fi" + b + "le>", {"a"}, false,
         "Y2w=");
-    row("file split by flag and changelog",
+    add("file split by flag and changelog",
         "<f<required>true</required>il<changelog>Y2w=</changelog>e>" + endB, {"b"}, true, "Y2w=");
-    row("digest split by the name", "<file><sh<name>a</name>a1>5a</sha1><size>1</size></file>",
+    add("digest split by the name", "<file><sh<name>a</name>a1>5a</sha1><size>1</size></file>",
         {"a"});
-    row("size split by the digest", "<file><name>a</name><size>1</si <sha1>5a</sha1> ze></file>",
+    add("size split by the digest", "<file><name>a</name><size>1</si <sha1>5a</sha1> ze></file>",
         {"a"});
-    row("size split by name and digest", "<file><s<name>a</name>iz<sha1>5a</sha1>e>1</size></file>",
+    add("size split by name and digest", "<file><s<name>a</name>iz<sha1>5a</sha1>e>1</size></file>",
         {"a"});
-    row("name split by the digest is taken before it can form",
+    add("name split by the digest is taken before it can form",
         "<file><na<sha1>5a</sha1>me>a</name><size>1</size></file>" + b, {});
-    row("long s across a seam", "<file><\u017f<name>a</name>ha1>5a</sha1><size>1</size></file>",
+    add("long s across a seam", "<file><\u017f<name>a</name>ha1>5a</sha1><size>1</size></file>",
         {"a"});
 }
 
@@ -1004,16 +950,16 @@ void TestManifestText::textThatIsReadIsNotChanged()
 void TestManifestText::writtenRecordIsReadBack_data()
 {
     QTest::addColumn<ProgramData>("data");
-    QTest::newRow("example") << editorRecord();
-    QTest::newRow("no files") << ProgramData{"T", "1", true, "Y2w=", {}};
-    QTest::newRow("no changelog") << ProgramData{"T", "1", false, "", {{"a", "5a", 1}}};
-    QTest::newRow("smallest and largest size")
-        << ProgramData{"T", "1", true, "", {{"a", "5a", 0}, {"b", "5b", largestSize}}};
-    QTest::newRow("place markers") << ProgramData{"%1", "%2", true, "%L1", {{"%1 %2", "%3", 1}}};
-    QTest::newRow("marks of other elements")
-        << ProgramData{"T", "<b>&", true, "</b>", {{"<i>\"a\"&amp;", "5a<", 1}}};
-    QTest::newRow("names with blanks inside")
-        << ProgramData{"My Editor", "2 beta", false, "", {{"dir one/a b.txt", "5 a", 1}}};
+    row("example", editorRecord());
+    row("no files", ProgramData{"T", "1", true, "Y2w=", {}});
+    row("no changelog", ProgramData{"T", "1", false, "", {{"a", "5a", 1}}});
+    row("smallest and largest size",
+        ProgramData{"T", "1", true, "", {{"a", "5a", 0}, {"b", "5b", largestSize}}});
+    row("place markers", ProgramData{"%1", "%2", true, "%L1", {{"%1 %2", "%3", 1}}});
+    row("marks of other elements",
+        ProgramData{"T", "<b>&", true, "</b>", {{"<i>\"a\"&amp;", "5a<", 1}}});
+    row("names with blanks inside",
+        ProgramData{"My Editor", "2 beta", false, "", {{"dir one/a b.txt", "5 a", 1}}});
 }
 
 void TestManifestText::writtenRecordIsReadBack()
@@ -1047,15 +993,12 @@ void TestManifestText::marksInFileNameAreNotReadBack_data()
 {
     QTest::addColumn<QString>("name");
     QTest::addColumn<QStringList>("files");
-    QTest::newRow("closing mark of the name")
-        << "b</name>c" << QStringList{"a|5a|1", "b|5b|2", "d|5d|4"};
-    QTest::newRow("closing mark of the name first") << "</name>c" << QStringList{"a|5a|1"};
-    QTest::newRow("opening mark of the name")
-        << "b<name>c" << QStringList{"a|5a|1", "b<name>c|5b|2", "d|5d|4"};
-    QTest::newRow("closing mark of the block") << "b</file>c" << QStringList{"a|5a|1"};
-    QTest::newRow("closing mark of the record") << "b</Editor>c" << QStringList{"a|5a|1"};
-    QTest::newRow("opening mark of the digest")
-        << "b<sha1>c" << QStringList{"a|5a|1", "b<sha1>c|5b|2", "d|5d|4"};
+    row("closing mark of the name", "b</name>c", QStringList{"a|5a|1", "b|5b|2", "d|5d|4"});
+    row("closing mark of the name first", "</name>c", QStringList{"a|5a|1"});
+    row("opening mark of the name", "b<name>c", QStringList{"a|5a|1", "b<name>c|5b|2", "d|5d|4"});
+    row("closing mark of the block", "b</file>c", QStringList{"a|5a|1"});
+    row("closing mark of the record", "b</Editor>c", QStringList{"a|5a|1"});
+    row("opening mark of the digest", "b<sha1>c", QStringList{"a|5a|1", "b<sha1>c|5b|2", "d|5d|4"});
 }
 
 void TestManifestText::marksInFileNameAreNotReadBack()
@@ -1071,14 +1014,10 @@ void TestManifestText::largeRecordIsReadBack_data()
 {
     QTest::addColumn<QString>("before");
     QTest::addColumn<QString>("between");
-    QTest::newRow("as written") << ""
-                                << "";
-    QTest::newRow("text before the first file") << "text"
-                                                << "";
-    QTest::newRow("text between the files") << ""
-                                            << "text";
-    QTest::newRow("blanks and halves of marks between the files") << "<fi"
-                                                                  << "\u2003</file>\n<fi";
+    row("as written", "", "");
+    row("text before the first file", "text", "");
+    row("text between the files", "", "text");
+    row("blanks and halves of marks between the files", "<fi", "\u2003</file>\n<fi");
 }
 
 void TestManifestText::largeRecordIsReadBack()
@@ -1106,9 +1045,9 @@ void TestManifestText::largeRecordIsReadBack()
 void TestManifestText::textMayLieInTheRecordThatIsFilled_data()
 {
     QTest::addColumn<int>("field");
-    QTest::newRow("name") << 0;
-    QTest::newRow("version") << 1;
-    QTest::newRow("changelog") << 2;
+    row("name", 0);
+    row("version", 1);
+    row("changelog", 2);
 }
 
 void TestManifestText::textMayLieInTheRecordThatIsFilled()

@@ -3,6 +3,7 @@
 #include "updater/Updater.h"
 
 #include "tests/support/HttpServer.h"
+#include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
 #include "tests/support/UpdaterProbe.h"
 
@@ -163,11 +164,11 @@ private Q_SLOTS:
     {
         QTest::addColumn<QByteArray>("name");
         QTest::addColumn<bool>("known");
-        QTest::newRow("own name") << QByteArray("Updater") << true;
-        QTest::newRow("base class") << QByteArray("QObject") << true;
-        QTest::newRow("lower case") << QByteArray("updater") << false;
-        QTest::newRow("another class") << QByteArray("QWidget") << false;
-        QTest::newRow("beginning of the name") << QByteArray("Update") << false;
+        row("own name", QByteArray("Updater"), true);
+        row("base class", QByteArray("QObject"), true);
+        row("lower case", QByteArray("updater"), false);
+        row("another class", QByteArray("QWidget"), false);
+        row("beginning of the name", QByteArray("Update"), false);
     }
 
     void castKnowsTheExactClassName()
@@ -183,8 +184,8 @@ private Q_SLOTS:
     void startSendsOneRequestForTheVersionFile_data()
     {
         QTest::addColumn<bool>("checkOnly");
-        QTest::newRow("check only") << true;
-        QTest::newRow("update") << false;
+        row("check only", true);
+        row("update", false);
     }
 
     void startSendsOneRequestForTheVersionFile()
@@ -276,33 +277,15 @@ private Q_SLOTS:
         QTest::addColumn<QString>("path");
         QTest::addColumn<QString>("with");
         QTest::addColumn<QString>("without");
-        QTest::newRow("name at the end") << "/opt/app"
-                                         << "/opt/app/"
-                                         << "/opt/app";
-        QTest::newRow("slash at the end") << "/opt/app/"
-                                          << "/opt/app/"
-                                          << "/opt/app";
-        QTest::newRow("backslash at the end") << "C:\\app\\"
-                                              << "C:\\app\\"
-                                              << "C:\\app";
-        QTest::newRow("two slashes at the end") << "/opt//"
-                                                << "/opt//"
-                                                << "/opt";
-        QTest::newRow("both kinds at the end") << "/opt\\/"
-                                               << "/opt\\/"
-                                               << "/opt";
-        QTest::newRow("single slash") << "/"
-                                      << "/"
-                                      << "";
-        QTest::newRow("only separators") << "/\\//"
-                                         << "/\\//"
-                                         << "";
-        QTest::newRow("empty") << ""
-                               << "/"
-                               << "";
-        QTest::newRow("separators inside stay") << "/a//b"
-                                                << "/a//b/"
-                                                << "/a//b";
+        row("name at the end", "/opt/app", "/opt/app/", "/opt/app");
+        row("slash at the end", "/opt/app/", "/opt/app/", "/opt/app");
+        row("backslash at the end", "C:\\app\\", "C:\\app\\", "C:\\app");
+        row("two slashes at the end", "/opt//", "/opt//", "/opt");
+        row("both kinds at the end", "/opt\\/", "/opt\\/", "/opt");
+        row("single slash", "/", "/", "");
+        row("only separators", "/\\//", "/\\//", "");
+        row("empty", "", "/", "");
+        row("separators inside stay", "/a//b", "/a//b/", "/a//b");
     }
 
     void pathsGainAndLoseSeparators()

@@ -8,6 +8,7 @@
 #include "tests/support/OwnProcess.h"
 #include "tests/support/RelaunchedProgram.h"
 #include "tests/support/Restrictions.h"
+#include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
 #include "tests/support/UpdaterProbe.h"
 #include "tests/support/UpdaterProcess.h"
@@ -283,9 +284,6 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("given");
         QTest::addColumn<QString>("requested");
-        const auto row = [](const char* name, const char* given, const char* requested) {
-            QTest::newRow(name) << QString::fromUtf8(given) << QString(requested);
-        };
         row("file", "/releases/index.txt", "/releases/index.txt");
         row("directory gets no file name", "/releases/", "/releases/");
         row("name without a slash behind it", "/releases", "/releases");
@@ -335,19 +333,16 @@ private Q_SLOTS:
         const QByteArray whole = manifest("2.1");
         const QByteArray padded = whole + QByteArray(5000, ' ');
         const int length = static_cast<int>(whole.size());
-        QTest::newRow("complete") << HttpReply::ok(whole) << "2.1";
+        row("complete", HttpReply::ok(whole), "2.1");
         for (const int status : {201, 400, 401, 403, 404, 410, 500, 503}) {
             QTest::addRow("status %d", status) << HttpReply::error(status, whole) << "2.1";
             QTest::addRow("status %d without a body", status) << HttpReply::error(status) << "";
         }
-        QTest::newRow("cut short behind the record")
-            << HttpReply::cutShort(padded, length + 10) << "2.1";
-        QTest::newRow("cut short inside the record")
-            << HttpReply::cutShort(padded, length - 5) << "";
-        QTest::newRow("reset inside the record")
-            << HttpReply::resetInBody(padded, length - 5) << "";
-        QTest::newRow("reset before the first byte") << HttpReply::reset() << "";
-        QTest::newRow("empty") << HttpReply::ok("") << "";
+        row("cut short behind the record", HttpReply::cutShort(padded, length + 10), "2.1");
+        row("cut short inside the record", HttpReply::cutShort(padded, length - 5), "");
+        row("reset inside the record", HttpReply::resetInBody(padded, length - 5), "");
+        row("reset before the first byte", HttpReply::reset(), "");
+        row("empty", HttpReply::ok(""), "");
     }
 
     void bodyIsReadHoweverTheTransferWent()
@@ -364,9 +359,9 @@ private Q_SLOTS:
     {
         QTest::addColumn<QByteArray>("body");
         QTest::addColumn<QString>("version");
-        QTest::newRow("readable") << manifest("2.1") << "2.1";
-        QTest::newRow("unreadable") << QByteArray("moved") << "";
-        QTest::newRow("empty") << QByteArray() << "";
+        row("readable", manifest("2.1"), "2.1");
+        row("unreadable", QByteArray("moved"), "");
+        row("empty", QByteArray(), "");
     }
 
     void redirectIsJudgedByItsOwnBody()
@@ -384,12 +379,12 @@ private Q_SLOTS:
     void serverOutOfReachCountsAsUnreadable_data()
     {
         QTest::addColumn<QString>("url");
-        QTest::newRow("nobody listens") << unreachableUrl();
-        QTest::newRow("no scheme") << "index.txt";
-        QTest::newRow("unknown scheme") << "gopher://127.0.0.1/index.txt";
-        QTest::newRow("invalid") << "http://[";
-        QTest::newRow("missing local file") << "file:///no/such/index.txt";
-        QTest::newRow("empty") << "";
+        row("nobody listens", unreachableUrl());
+        row("no scheme", "index.txt");
+        row("unknown scheme", "gopher://127.0.0.1/index.txt");
+        row("invalid", "http://[");
+        row("missing local file", "file:///no/such/index.txt");
+        row("empty", "");
     }
 
     void serverOutOfReachCountsAsUnreadable()
@@ -410,16 +405,14 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("names");
         const QByteArray zero(1, '\0');
         const QByteArray one = entry("one", "1");
-        QTest::newRow("behind the record")
-            << manifest("2.1", one) + zero << "2.1" << QStringList{"one"};
-        QTest::newRow("before the record") << zero + manifest("2.1", one) << "" << QStringList();
-        QTest::newRow("inside the record")
-            << manifest("2.1", one + zero + entry("two", "2")) << "" << QStringList();
-        QTest::newRow("between two records")
-            << record("Other", "<version>9</version>") + zero + manifest("2.1") << ""
-            << QStringList();
-        QTest::newRow("two of them: the first counts")
-            << manifest("2.1") + zero + "text" + zero << "2.1" << QStringList();
+        row("behind the record", manifest("2.1", one) + zero, "2.1", QStringList{"one"});
+        row("before the record", zero + manifest("2.1", one), "", QStringList());
+        row("inside the record", manifest("2.1", one + zero + entry("two", "2")), "",
+            QStringList());
+        row("between two records", record("Other", "<version>9</version>") + zero + manifest("2.1"),
+            "", QStringList());
+        row("two of them: the first counts", manifest("2.1") + zero + "text" + zero, "2.1",
+            QStringList());
     }
 
     void textEndsAtTheFirstZeroByte()
@@ -437,9 +430,9 @@ private Q_SLOTS:
     void bytesAreLatin1_data()
     {
         QTest::addColumn<QByteArray>("version");
-        QTest::newRow("Latin-1") << QByteArray("2.\xE4");
-        QTest::newRow("UTF-8 is two characters") << QByteArray("2.\xC3\xA4");
-        QTest::newRow("the whole upper half") << QByteArray("\xA1\xBF\xFF\x80\x9F\xDF");
+        row("Latin-1", QByteArray("2.\xE4"));
+        row("UTF-8 is two characters", QByteArray("2.\xC3\xA4"));
+        row("the whole upper half", QByteArray("\xA1\xBF\xFF\x80\x9F\xDF"));
     }
 
     void bytesAreLatin1()
@@ -457,9 +450,9 @@ private Q_SLOTS:
     void packedBodyIsUnpacked_data()
     {
         QTest::addColumn<int>("blanks");
-        QTest::newRow("small") << 0;
-        QTest::newRow("below 10 MiB, high ratio") << 9 * 1024 * 1024;
-        QTest::newRow("past 10 MiB, high ratio") << 24 * 1024 * 1024;
+        row("small", 0);
+        row("below 10 MiB, high ratio", 9 * 1024 * 1024);
+        row("past 10 MiB, high ratio", 24 * 1024 * 1024);
     }
 
     void packedBodyIsUnpacked()
@@ -475,14 +468,10 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("name");
         QTest::addColumn<QString>("version");
-        QTest::newRow("first") << "Editor"
-                               << "2.1";
-        QTest::newRow("second") << "Viewer"
-                                << "7.5";
-        QTest::newRow("in another case") << "eDITOR"
-                                         << "2.1";
-        QTest::newRow("none of the two") << "Edit"
-                                         << "";
+        row("first", "Editor", "2.1");
+        row("second", "Viewer", "7.5");
+        row("in another case", "eDITOR", "2.1");
+        row("none of the two", "Edit", "");
     }
 
     void recordOfTheProgramIsRead()
@@ -503,19 +492,16 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("body");
         QTest::addColumn<QByteArray>("text");
         QTest::addColumn<char>("flag");
-        QTest::newRow("required") << manifest("2.1", "<required>true</required>")
-                                  << QByteArray("2.1") << '1';
-        QTest::newRow("not required")
-            << manifest("2.1", "<required>false</required>") << QByteArray("2.1") << '0';
-        QTest::newRow("no word of it") << manifest("2.1") << QByteArray("2.1") << '0';
-        QTest::newRow("trimmed version") << manifest(" \t2.1\n ") << QByteArray("2.1") << '0';
-        QTest::newRow("same version as installed") << manifest("1.0") << QByteArray("1.0") << '0';
-        QTest::newRow("no record") << QByteArray("<html></html>") << QByteArray() << '0';
-        QTest::newRow("blank record") << record("Editor", " ") << QByteArray() << '0';
-        QTest::newRow("record without a version")
-            << record("Editor", "<required>true</required>") << QByteArray() << '0';
-        QTest::newRow("blank version")
-            << manifest(" ", "<required>true</required>") << QByteArray() << '0';
+        row("required", manifest("2.1", "<required>true</required>"), QByteArray("2.1"), '1');
+        row("not required", manifest("2.1", "<required>false</required>"), QByteArray("2.1"), '0');
+        row("no word of it", manifest("2.1"), QByteArray("2.1"), '0');
+        row("trimmed version", manifest(" \t2.1\n "), QByteArray("2.1"), '0');
+        row("same version as installed", manifest("1.0"), QByteArray("1.0"), '0');
+        row("no record", QByteArray("<html></html>"), QByteArray(), '0');
+        row("blank record", record("Editor", " "), QByteArray(), '0');
+        row("record without a version", record("Editor", "<required>true</required>"), QByteArray(),
+            '0');
+        row("blank version", manifest(" ", "<required>true</required>"), QByteArray(), '0');
     }
 
     void publishedVersionAndFlagAreReported()
@@ -536,9 +522,9 @@ private Q_SLOTS:
     void runGoesOnWithoutReport_data()
     {
         QTest::addColumn<int>("segmentSize");
-        QTest::newRow("no key") << -1;
-        QTest::newRow("no segment") << 0;
-        QTest::newRow("segment too small") << 5;
+        row("no key", -1);
+        row("no segment", 0);
+        row("segment too small", 5);
     }
 
     void runGoesOnWithoutReport()
@@ -565,16 +551,13 @@ private Q_SLOTS:
         QTest::addColumn<QString>("held");
         QTest::addColumn<bool>("required");
         QTest::addColumn<QByteArray>("expected");
-        QTest::newRow("fresh record") << 16 << "" << false << reported("", '0', 16);
-        QTest::newRow("flag of the record") << 16 << "" << true << reported("", '1', 16);
-        QTest::newRow("version of the record") << 16 << "9.9" << true << reported("9.9", '1', 16);
+        row("fresh record", 16, "", false, reported("", '0', 16));
+        row("flag of the record", 16, "", true, reported("", '1', 16));
+        row("version of the record", 16, "9.9", true, reported("9.9", '1', 16));
         // Where only the first of the two reports fits, it stays.
-        QTest::newRow("error is reported first")
-            << 8 << "10.0.0" << true << reported("ERROR", '0', 8);
-        QTest::newRow("segment too small for both")
-            << 7 << "10.0.0" << true << HostProcess::untouched(7);
-        QTest::newRow("segment too small for the error")
-            << 6 << "9.9" << true << reported("9.9", '1', 6);
+        row("error is reported first", 8, "10.0.0", true, reported("ERROR", '0', 8));
+        row("segment too small for both", 7, "10.0.0", true, HostProcess::untouched(7));
+        row("segment too small for the error", 6, "9.9", true, reported("9.9", '1', 6));
     }
 
     void unreadableManifestReportsWhatTheRecordHolds()
@@ -609,16 +592,11 @@ private Q_SLOTS:
         QTest::addColumn<QString>("installed");
         QTest::addColumn<QString>("held");
         QTest::addColumn<QStringList>("directories");
-        QTest::newRow("check") << true << "1.0"
-                               << "" << QStringList();
-        QTest::newRow("update of the version held") << false << "9.9"
-                                                    << "9.9" << QStringList();
-        QTest::newRow("update of no version") << false << ""
-                                              << "" << QStringList();
-        QTest::newRow("update goes on to the installation") << false << "1.0"
-                                                            << "" << QStringList{"wUp"};
-        QTest::newRow("update, a version is held") << false << "1.0"
-                                                   << "9.9" << QStringList{"wUp9.9"};
+        row("check", true, "1.0", "", QStringList());
+        row("update of the version held", false, "9.9", "9.9", QStringList());
+        row("update of no version", false, "", "", QStringList());
+        row("update goes on to the installation", false, "1.0", "", QStringList{"wUp"});
+        row("update, a version is held", false, "1.0", "9.9", QStringList{"wUp9.9"});
     }
 
     void unreadableManifestEndsLikeAnyOther()
@@ -664,10 +642,10 @@ private Q_SLOTS:
         QTest::addColumn<bool>("checkOnly");
         QTest::addColumn<QString>("installed");
         QTest::addColumn<int>("standing");
-        QTest::newRow("check") << true << "1.0" << 0;
-        QTest::newRow("check, up to date") << true << "2.1" << 0;
-        QTest::newRow("update, up to date") << false << "2.1" << 0;
-        QTest::newRow("update") << false << "1.0" << static_cast<int>(Run::Downloading);
+        row("check", true, "1.0", 0);
+        row("check, up to date", true, "2.1", 0);
+        row("update, up to date", false, "2.1", 0);
+        row("update", false, "1.0", static_cast<int>(Run::Downloading));
     }
 
     void changelogFileIsWrittenInEveryMode()
@@ -689,8 +667,8 @@ private Q_SLOTS:
     void unreadableManifestRemovesTheChangelogOfNoVersion_data()
     {
         QTest::addColumn<bool>("checkOnly");
-        QTest::newRow("check") << true;
-        QTest::newRow("update") << false;
+        row("check", true);
+        row("update", false);
     }
 
     void unreadableManifestRemovesTheChangelogOfNoVersion()
@@ -744,24 +722,23 @@ private Q_SLOTS:
         QTest::addColumn<QString>("installed");
         QTest::addColumn<QByteArray>("published");
         QTest::addColumn<bool>("update");
-        const auto row = [](const char* name, const char* installed, const char* published,
+        const auto add = [](const char* name, const char* installed, const char* published,
                             bool update) {
-            QTest::newRow(name) << QString::fromLatin1(installed) << QByteArray(published)
-                                << update;
+            row(name, QString::fromLatin1(installed), QByteArray(published), update);
         };
-        row("equal", "2.1", "2.1", false);
-        row("equal but for the case", "2.1a", "2.1A", false);
-        row("equal but for the case, the other way", "2.1BETA", "2.1beta", false);
-        row("equal but for the case of an umlaut", "2.1\xE4", "2.1\xC4", false);
-        row("blanks around the published one", "2.1", " 2.1\n", false);
-        row("blank around the installed one", "2.1 ", "2.1", true);
-        row("newer", "1.0", "2.1", true);
-        row("older", "3.0", "2.1", true);
-        row("same number, written otherwise", "1.0", "1.00", true);
-        row("shorter", "1.0.0", "1.0", true);
-        row("longer", "1.0", "1.0.0", true);
-        row("nothing installed", "", "2.1", true);
-        row("blank inside", "2.1 a", "2.1a", true);
+        add("equal", "2.1", "2.1", false);
+        add("equal but for the case", "2.1a", "2.1A", false);
+        add("equal but for the case, the other way", "2.1BETA", "2.1beta", false);
+        add("equal but for the case of an umlaut", "2.1\xE4", "2.1\xC4", false);
+        add("blanks around the published one", "2.1", " 2.1\n", false);
+        add("blank around the installed one", "2.1 ", "2.1", true);
+        add("newer", "1.0", "2.1", true);
+        add("older", "3.0", "2.1", true);
+        add("same number, written otherwise", "1.0", "1.00", true);
+        add("shorter", "1.0.0", "1.0", true);
+        add("longer", "1.0", "1.0.0", true);
+        add("nothing installed", "", "2.1", true);
+        add("blank inside", "2.1 a", "2.1a", true);
     }
 
     void onlyAnotherVersionIsAnUpdate()
@@ -783,8 +760,8 @@ private Q_SLOTS:
     void checkEndsWithTheReport_data()
     {
         QTest::addColumn<QString>("installed");
-        QTest::newRow("up to date") << "2.1";
-        QTest::newRow("another version") << "1.0";
+        row("up to date", "2.1");
+        row("another version", "1.0");
     }
 
     void checkEndsWithTheReport()
@@ -815,27 +792,26 @@ private Q_SLOTS:
         QTest::addColumn<QString>("name");
         QTest::addColumn<QByteArray>("version");
         QTest::addColumn<QString>("directory");
-        const auto row = [](const char* row, const char* name, const char* version,
+        const auto add = [](const char* name, const char* program, const char* version,
                             const char* directory) {
-            QTest::newRow(row) << QString(name) << QByteArray(version)
-                               << QString::fromUtf8(directory);
+            row(name, QString(program), QByteArray(version), QString::fromUtf8(directory));
         };
-        row("plain", "Editor", "2.1", "wUpEditor2.1");
-        row("blanks inside", "My Editor", "2.1 beta", "wUpMy Editor2.1 beta");
-        row("blanks around are trimmed", " Editor ", " 2.1 ", "wUpEditor2.1");
-        row("case of the option, not of the file", "eDITOR", "2.1", "wUpeDITOR2.1");
-        row("Latin-1", "Editor", "2.\xE4", "wUpEditor2.\xC3\xA4");
-        row("slash makes a subdirectory", "Editor", "2/1", "wUpEditor2/1");
+        add("plain", "Editor", "2.1", "wUpEditor2.1");
+        add("blanks inside", "My Editor", "2.1 beta", "wUpMy Editor2.1 beta");
+        add("blanks around are trimmed", " Editor ", " 2.1 ", "wUpEditor2.1");
+        add("case of the option, not of the file", "eDITOR", "2.1", "wUpeDITOR2.1");
+        add("Latin-1", "Editor", "2.\xE4", "wUpEditor2.\xC3\xA4");
+        add("slash makes a subdirectory", "Editor", "2/1", "wUpEditor2/1");
         // The name is filled in first, and its place markers take part in the second step.
-        row("first marker in the name", "A%1B", "2.1", "wUpA2.1B%2");
-        row("second marker in the name", "A%2B", "2.1", "wUpA2.1B2.1");
-        row("third marker in the name", "A%3B", "2.1", "wUpA%3B2.1");
-        row("both markers in the name", "%1%2", "2.1", "wUp2.1%2%2");
-        row("local marker in the name", "A%L1B", "2.1", "wUpA2.1B%2");
-        row("percent sign in the name", "100%", "2.1", "wUp100%2.1");
-        row("first marker in the version", "Editor", "2%1", "wUpEditor2%1");
-        row("second marker in the version", "Editor", "2%2", "wUpEditor2%2");
-        row("markers in both", "A%1", "2%1%2", "wUpA2%1%2%2");
+        add("first marker in the name", "A%1B", "2.1", "wUpA2.1B%2");
+        add("second marker in the name", "A%2B", "2.1", "wUpA2.1B2.1");
+        add("third marker in the name", "A%3B", "2.1", "wUpA%3B2.1");
+        add("both markers in the name", "%1%2", "2.1", "wUp2.1%2%2");
+        add("local marker in the name", "A%L1B", "2.1", "wUpA2.1B%2");
+        add("percent sign in the name", "100%", "2.1", "wUp100%2.1");
+        add("first marker in the version", "Editor", "2%1", "wUpEditor2%1");
+        add("second marker in the version", "Editor", "2%2", "wUpEditor2%2");
+        add("markers in both", "A%1", "2%1%2", "wUpA2%1%2%2");
     }
 
     void downloadDirectoryIsNamedAfterTheRelease()
@@ -858,8 +834,8 @@ private Q_SLOTS:
     void downloadDirectoryIsMadeForNothing_data()
     {
         QTest::addColumn<QByteArray>("entries");
-        QTest::newRow("no files listed") << QByteArray();
-        QTest::newRow("all files in place") << entry("a.dat", "same");
+        row("no files listed", QByteArray());
+        row("all files in place", entry("a.dat", "same"));
     }
 
     void downloadDirectoryIsMadeForNothing()
@@ -897,30 +873,30 @@ private Q_SLOTS:
     {
         QTest::addColumn<Setup>("setup");
         QTest::addColumn<bool>("download");
-        const auto row = [](const char* name, bool download, const Setup& setup) {
-            QTest::newRow(name) << setup << download;
+        const auto add = [](const char* name, bool download, const Setup& setup) {
+            row(name, setup, download);
         };
-        row("missing", true, [](const QString&) {});
-        row("identical", false,
+        add("missing", true, [](const QString&) {});
+        add("identical", false,
             [](const QString& dir) { files::write(dir + "/a.dat", "contents"); });
-        row("other contents, same size", true,
+        add("other contents, same size", true,
             [](const QString& dir) { files::write(dir + "/a.dat", "Contents"); });
-        row("shorter", true, [](const QString& dir) { files::write(dir + "/a.dat", "content"); });
-        row("longer", true, [](const QString& dir) { files::write(dir + "/a.dat", "contents "); });
-        row("empty", true, [](const QString& dir) { files::write(dir + "/a.dat", ""); });
-        row("directory", true, [](const QString& dir) { files::makeDirectory(dir + "/a.dat"); });
-        row("link to an identical file", false, [](const QString& dir) {
+        add("shorter", true, [](const QString& dir) { files::write(dir + "/a.dat", "content"); });
+        add("longer", true, [](const QString& dir) { files::write(dir + "/a.dat", "contents "); });
+        add("empty", true, [](const QString& dir) { files::write(dir + "/a.dat", ""); });
+        add("directory", true, [](const QString& dir) { files::makeDirectory(dir + "/a.dat"); });
+        add("link to an identical file", false, [](const QString& dir) {
             files::write(dir + "/target", "contents");
             files::link("target", dir + "/a.dat");
         });
-        row("link to another file", true, [](const QString& dir) {
+        add("link to another file", true, [](const QString& dir) {
             files::write(dir + "/target", "Contents");
             files::link("target", dir + "/a.dat");
         });
-        row("broken link", true, [](const QString& dir) { files::link("gone", dir + "/a.dat"); });
-        row("identical, name in another case", true,
+        add("broken link", true, [](const QString& dir) { files::link("gone", dir + "/a.dat"); });
+        add("identical, name in another case", true,
             [](const QString& dir) { files::write(dir + "/A.dat", "contents"); });
-        row("identical, elsewhere", true,
+        add("identical, elsewhere", true,
             [](const QString& dir) { files::write(dir + "/sub/a.dat", "contents"); });
     }
 
@@ -964,17 +940,16 @@ private Q_SLOTS:
         QTest::addColumn<quint64>("size");
         QTest::addColumn<bool>("download");
         const QString sha1 = files::sha1("contents");
-        QTest::newRow("as it is") << sha1 << quint64(8) << false;
-        QTest::newRow("digest in upper case") << sha1.toUpper() << quint64(8) << false;
-        QTest::newRow("digest in both cases")
-            << sha1.left(20).toUpper() + sha1.mid(20) << quint64(8) << false;
-        QTest::newRow("another digest") << files::sha1("Contents") << quint64(8) << true;
-        QTest::newRow("digest cut short") << sha1.left(39) << quint64(8) << true;
-        QTest::newRow("no digest at all") << "x" << quint64(8) << true;
-        QTest::newRow("another size") << sha1 << quint64(9) << true;
-        QTest::newRow("size 0") << sha1 << quint64(0) << true;
-        QTest::newRow("size beyond 32 bits") << sha1 << (quint64(1) << 32) + 8 << true;
-        QTest::newRow("largest size") << sha1 << ~quint64(0) << true;
+        row("as it is", sha1, quint64(8), false);
+        row("digest in upper case", sha1.toUpper(), quint64(8), false);
+        row("digest in both cases", sha1.left(20).toUpper() + sha1.mid(20), quint64(8), false);
+        row("another digest", files::sha1("Contents"), quint64(8), true);
+        row("digest cut short", sha1.left(39), quint64(8), true);
+        row("no digest at all", "x", quint64(8), true);
+        row("another size", sha1, quint64(9), true);
+        row("size 0", sha1, quint64(0), true);
+        row("size beyond 32 bits", sha1, (quint64(1) << 32) + 8, true);
+        row("largest size", sha1, ~quint64(0), true);
     }
 
     void entryDecidesWhatIsIdentical()
@@ -1002,15 +977,11 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("ending");
         QTest::addColumn<QString>("place");
-        QTest::newRow("no separator at the end") << ""
-                                                 << "/";
-        QTest::newRow("slash at the end") << "/"
-                                          << "/";
-        QTest::newRow("two slashes at the end") << "//"
-                                                << "/";
+        row("no separator at the end", "", "/");
+        row("slash at the end", "/", "/");
+        row("two slashes at the end", "//", "/");
         // Nothing is added to a backslash, which is a letter of the name here.
-        QTest::newRow("backslash at the end") << "\\"
-                                              << "\\";
+        row("backslash at the end", "\\", "\\");
     }
 
     void filesAreLookedForInTheBaseDirectory()
@@ -1045,17 +1016,15 @@ private Q_SLOTS:
         const auto away = [](const char* name) {
             return entry(name, "away");
         };
-        QTest::newRow("first in place") << here + away("b") + away("a") << QStringList{"b", "a"};
-        QTest::newRow("last in place") << away("b") + away("a") + here << QStringList{"b", "a"};
-        QTest::newRow("between") << away("b") + here + away("a") << QStringList{"b", "a"};
-        QTest::newRow("neighbours in place")
-            << away("c") + here + here + away("a") + here + away("b") << QStringList{"c", "a", "b"};
-        QTest::newRow("none in place")
-            << away("c") + away("a") + away("b") << QStringList{"c", "a", "b"};
-        QTest::newRow("one missing file twice")
-            << away("a") + here + away("a") << QStringList{"a", "a"};
-        QTest::newRow("one file in place, listed with other contents, too")
-            << here + entry("here", "else") + here << QStringList{"here"};
+        row("first in place", here + away("b") + away("a"), QStringList{"b", "a"});
+        row("last in place", away("b") + away("a") + here, QStringList{"b", "a"});
+        row("between", away("b") + here + away("a"), QStringList{"b", "a"});
+        row("neighbours in place", away("c") + here + here + away("a") + here + away("b"),
+            QStringList{"c", "a", "b"});
+        row("none in place", away("c") + away("a") + away("b"), QStringList{"c", "a", "b"});
+        row("one missing file twice", away("a") + here + away("a"), QStringList{"a", "a"});
+        row("one file in place, listed with other contents, too",
+            here + entry("here", "else") + here, QStringList{"here"});
     }
 
     void selectionKeepsTheOrder()
@@ -1116,10 +1085,10 @@ private Q_SLOTS:
     void installationFollowsWhenThereIsNothingToDownload_data()
     {
         QTest::addColumn<QByteArray>("body");
-        QTest::newRow("all files in place") << manifest("2.1", entry("a.dat", "same"));
-        QTest::newRow("no files listed") << manifest("2.1");
-        QTest::newRow("unreadable manifest") << QByteArray("unreadable");
-        QTest::newRow("record without a version") << record("Editor", "<required>true</required>");
+        row("all files in place", manifest("2.1", entry("a.dat", "same")));
+        row("no files listed", manifest("2.1"));
+        row("unreadable manifest", QByteArray("unreadable"));
+        row("record without a version", record("Editor", "<required>true</required>"));
     }
 
     void installationFollowsWhenThereIsNothingToDownload()
@@ -1145,8 +1114,8 @@ private Q_SLOTS:
     {
         QTest::addColumn<bool>("checkOnly");
         QTest::addColumn<QString>("installed");
-        QTest::newRow("check") << true << "1.0";
-        QTest::newRow("update, up to date") << false << "2.1";
+        row("check", true, "1.0");
+        row("update, up to date", false, "2.1");
     }
 
     void noProgramIsStartedWithoutAnUpdate()
@@ -1196,9 +1165,9 @@ private Q_SLOTS:
     void cancelEndsTheRunWithZero_data()
     {
         QTest::addColumn<QByteArray>("way");
-        QTest::newRow("button") << QByteArray("button");
-        QTest::newRow("closing the window") << QByteArray("close");
-        QTest::newRow("signal") << QByteArray("signal");
+        row("button", QByteArray("button"));
+        row("closing the window", QByteArray("close"));
+        row("signal", QByteArray("signal"));
     }
 
     void cancelEndsTheRunWithZero()
