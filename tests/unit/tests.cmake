@@ -5,8 +5,10 @@ foreach(source
     Digest
     Downloads
     Installation
+    LargeRelease
     ManifestDifferential
-    ManifestText
+    ManifestReader
+    ManifestWriter
     Options
     Paths
     QtVersions
@@ -15,11 +17,9 @@ foreach(source
     TreeScan
     Updater
     VersionCheck
-    VersionFile
-    selection)
+    VersionFile)
   updater_test(${source})
 endforeach()
 
-# These take seconds in linear time, and minutes in quadratic time.
-limit_time(ManifestText 90)
-limit_time(selection 60)
+# It takes seconds in linear time, and minutes in quadratic time.
+limit_time(LargeRelease 150)

@@ -8,6 +8,7 @@
 #include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
 #include "tests/support/UpdaterProbe.h"
+#include "tests/unit/ManifestExamples.h"
 
 #include <QFileInfo>
 #if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
@@ -125,28 +126,7 @@ private Q_SLOTS:
         publisher.changelogFile = publisher.outside("notes");
 
         QVERIFY(publisher.build());
-        QCOMPARE(files::read(publisher.index()),
-                 QByteArray("<Editor>\n"
-                            "\t<version>2.1</version>\n"
-                            "\t<required>false</required>\n"
-                            "\t<changelog>VmVyc2lvbiAyLjEKLSBGYXN0ZXIgc3RhcnQtdXAKLSBGaXhlZCBwc"
-                            "mludGluZwo=</changelog>\n"
-                            "\t<file>\n"
-                            "\t\t<name>.hidden</name>\n"
-                            "\t\t<sha1>a9993e364706816aba3e25717850c26c9cd0d89d</sha1>\n"
-                            "\t\t<size>3</size>\n"
-                            "\t</file>\n"
-                            "\t<file>\n"
-                            "\t\t<name>Contents/Resources/empty.dat</name>\n"
-                            "\t\t<sha1>da39a3ee5e6b4b0d3255bfef95601890afd80709</sha1>\n"
-                            "\t\t<size>0</size>\n"
-                            "\t</file>\n"
-                            "\t<file>\n"
-                            "\t\t<name>Contents/Resources/readme.txt</name>\n"
-                            "\t\t<sha1>f572d396fae9206628714fb2ce00f72e94f2258f</sha1>\n"
-                            "\t\t<size>6</size>\n"
-                            "\t</file>\n"
-                            "</Editor>\n"));
+        QCOMPARE(files::read(publisher.index()), exampleText.toUtf8());
         QCOMPARE(publisher.path, publisher.index());
     }
 

@@ -1,4 +1,4 @@
-// The text form of a manifest: writer, extractor of one element, reader.
+// The reader of the manifest text, and the extraction of one element.
 //
 // Whatever is read here is read by the literal reader, too, so that the rows check both.
 
@@ -8,49 +8,17 @@
 #include "tests/support/Records.h"
 #include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
+#include "tests/unit/ManifestExamples.h"
 
 Q_DECLARE_METATYPE(ProgramData)
 
 namespace {
-
-const QString tree = "f572d396fae9206628714fb2ce00f72e94f2258f";
-const QString none = "da39a3ee5e6b4b0d3255bfef95601890afd80709";
-constexpr quint64 largestSize = 18446744073709551615U;
 
 /// A record whose values all differ from a fresh one's.
 ProgramData oldRecord()
 {
     return {"Old", "1.0", true, "b2xk", {{"old.txt", "0d", 1}}};
 }
-
-/// The record that docs/version-file.md shows.
-ProgramData editorRecord()
-{
-    const QByteArray changelog = "Version 2.1\n- Faster start-up\n- Fixed printing\n";
-    return {
-        "Editor",
-        "2.1",
-        false,
-        QString::fromLatin1(changelog.toBase64()),
-        {{"Contents/Resources/readme.txt", tree, 6}, {"Contents/Resources/empty.dat", none, 0}}};
-}
-
-const QString editorText = "<Editor>\n"
-                           "\t<version>2.1</version>\n"
-                           "\t<required>false</required>\n"
-                           "\t<changelog>VmVyc2lvbiAyLjEKLSBGYXN0ZXIgc3RhcnQtdXAKLSBGaXhlZCBwcmlu"
-                           "dGluZwo=</changelog>\n"
-                           "\t<file>\n"
-                           "\t\t<name>Contents/Resources/readme.txt</name>\n"
-                           "\t\t<sha1>f572d396fae9206628714fb2ce00f72e94f2258f</sha1>\n"
-                           "\t\t<size>6</size>\n"
-                           "\t</file>\n"
-                           "\t<file>\n"
-                           "\t\t<name>Contents/Resources/empty.dat</name>\n"
-                           "\t\t<sha1>da39a3ee5e6b4b0d3255bfef95601890afd80709</sha1>\n"
-                           "\t\t<size>0</size>\n"
-                           "\t</file>\n"
-                           "</Editor>\n";
 
 /// The three elements of a file block.
 QString fields(const QString& name, const QString& sha1 = "5a", const QString& size = "1")
@@ -77,29 +45,11 @@ QString editorWithSize(const QString& size)
 
 } // namespace
 
-class TestManifestText : public QObject
+class TestManifestReader : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    // Writer.
-    void everyLineHasItsForm_data();
-    void everyLineHasItsForm();
-    void exampleIsWrittenToTheByte();
-    void fileBlocksFollowOneAnotherInListOrder();
-    void recordWithoutFilesHasNoFileBlocks_data();
-    void recordWithoutFilesHasNoFileBlocks();
-    void blankNameOrVersionIsRefused_data();
-    void blankNameOrVersionIsRefused();
-    void secondRecordIsSetOffByOneLineFeed();
-    void recordIsAppendedToWhateverTheTextHolds();
-    void nameVersionAndChangelogAreTrimmed();
-    void fileNameAndDigestAreWrittenAsTheyStand();
-    void valueIsWrittenUnchanged_data();
-    void valueIsWrittenUnchanged();
-    void sizeIsPlainDecimal_data();
-    void sizeIsPlainDecimal();
-
     // Extractor.
     void elementIsExtracted_data();
     void elementIsExtracted();
@@ -129,219 +79,9 @@ private Q_SLOTS:
     void marksFormAcrossSeams_data();
     void marksFormAcrossSeams();
     void textThatIsReadIsNotChanged();
-
-    // Writer and reader.
-    void writtenRecordIsReadBack_data();
-    void writtenRecordIsReadBack();
-    void eitherOfTwoRecordsIsFoundByItsName();
-    void blanksAroundFileNameAreLost();
-    void marksInFileNameAreNotReadBack_data();
-    void marksInFileNameAreNotReadBack();
-    void largeRecordIsReadBack_data();
-    void largeRecordIsReadBack();
-    void textMayLieInTheRecordThatIsFilled_data();
-    void textMayLieInTheRecordThatIsFilled();
-
-private:
-    QString written(const ProgramData& data)
-    {
-        QString text;
-        if (!manifest::write(data, text))
-            return "refused";
-        return text;
-    }
-
-    /// Reads @p text into @p data and expects the literal reader to come to the same.
-    bool read(const QString& text, ProgramData& data, const QString& rootTag = "Editor")
-    {
-        ProgramData literalData = data;
-        const bool literalResult = literal::read(rootTag, text, literalData);
-        const bool result = manifest::read(rootTag, text, data);
-        if (result != literalResult || !records::same(data, literalData))
-            QTest::qFail("the literal reader disagrees", __FILE__, __LINE__);
-        return result;
-    }
-
-    QStringList filesRead(const QString& text)
-    {
-        ProgramData data;
-        return read(text, data) ? records::files(data) : QStringList{"nothing read"};
-    }
 };
 
-// Compares every field, and prints all of them when they differ.
-#define COMPARE_RECORDS(actual, expected)                                                          \
-    do {                                                                                           \
-        QCOMPARE(records::described(actual), records::described(expected));                        \
-        QVERIFY(records::same(actual, expected));                                                  \
-    } while (false)
-
-void TestManifestText::everyLineHasItsForm_data()
-{
-    QTest::addColumn<int>("line");
-    QTest::addColumn<QString>("expected");
-    row("opening root line", 0, "<Tool 2>");
-    row("version", 1, "\t<version>3 beta</version>");
-    row("required", 2, "\t<required>true</required>");
-    row("changelog", 3, "\t<changelog>Y2w=</changelog>");
-    row("block begins", 4, "\t<file>");
-    row("file name", 5, "\t\t<name>dir/a.txt</name>");
-    row("digest", 6, "\t\t<sha1>5A</sha1>");
-    row("size", 7, "\t\t<size>1234567</size>");
-    row("block ends", 8, "\t</file>");
-    row("closing root line", 9, "</Tool 2>");
-    row("nothing behind the last line feed", 10, "");
-}
-
-void TestManifestText::everyLineHasItsForm()
-{
-    QFETCH(int, line);
-    QFETCH(QString, expected);
-    const QStringList lines =
-        written({"Tool 2", "3 beta", true, "Y2w=", {{"dir/a.txt", "5A", 1234567}}}).split('\n');
-    QCOMPARE(lines.size(), 11);
-    QCOMPARE(lines.at(line), expected);
-}
-
-void TestManifestText::exampleIsWrittenToTheByte()
-{
-    QCOMPARE(written(editorRecord()).toUtf8(), editorText.toUtf8());
-}
-
-void TestManifestText::fileBlocksFollowOneAnotherInListOrder()
-{
-    const QString text =
-        written({"T", "1", false, "", {{"b", "2", 3}, {"a", "1", 2}, {"b", "2", 3}}});
-    const QString b =
-        "\t<file>\n\t\t<name>b</name>\n\t\t<sha1>2</sha1>\n\t\t<size>3</size>\n\t</file>\n";
-    const QString a =
-        "\t<file>\n\t\t<name>a</name>\n\t\t<sha1>1</sha1>\n\t\t<size>2</size>\n\t</file>\n";
-    QCOMPARE(text.mid(text.indexOf("\t<file>")), b + a + b + "</T>\n");
-}
-
-void TestManifestText::recordWithoutFilesHasNoFileBlocks_data()
-{
-    QTest::addColumn<QString>("changelog");
-    QTest::addColumn<QString>("line");
-    row("with a changelog", "Y2w=", "\t<changelog>Y2w=</changelog>\n");
-    row("without a changelog", QString(), "\t<changelog></changelog>\n");
-    row("with a blank changelog", " \n", "\t<changelog></changelog>\n");
-}
-
-void TestManifestText::recordWithoutFilesHasNoFileBlocks()
-{
-    QFETCH(QString, changelog);
-    QFETCH(QString, line);
-    QCOMPARE(written({"Editor", "2.1", true, changelog, {}}),
-             "<Editor>\n\t<version>2.1</version>\n\t<required>true</required>\n" + line +
-                 "</Editor>\n");
-}
-
-void TestManifestText::blankNameOrVersionIsRefused_data()
-{
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<QString>("version");
-    row("null name", QString(), "2.1");
-    row("empty name", "", "2.1");
-    row("blank name", " \t\r\n", "2.1");
-    row("unusual blanks for a name", "\u00a0\u2003", "2.1");
-    row("null version", "Editor", QString());
-    row("empty version", "Editor", "");
-    row("blank version", "Editor", " \t\r\n");
-    row("both blank", " ", " ");
-}
-
-void TestManifestText::blankNameOrVersionIsRefused()
-{
-    QFETCH(QString, name);
-    QFETCH(QString, version);
-    const ProgramData data{name, version, true, "Y2w=", {{"a", "5a", 1}}};
-    QString text = "as it was";
-    QVERIFY(!manifest::write(data, text));
-    QCOMPARE(text, QString("as it was"));
-    QString empty;
-    QVERIFY(!manifest::write(data, empty));
-    QCOMPARE(empty, QString());
-}
-
-void TestManifestText::secondRecordIsSetOffByOneLineFeed()
-{
-    QString text;
-    QVERIFY(manifest::write(editorRecord(), text));
-    QVERIFY(manifest::write({"Tool", "3", true, "", {}}, text));
-    QCOMPARE(text, editorText + "\n<Tool>\n\t<version>3</version>\n\t<required>true</required>\n"
-                                "\t<changelog></changelog>\n</Tool>\n");
-}
-
-void TestManifestText::recordIsAppendedToWhateverTheTextHolds()
-{
-    QString text = "no line feed";
-    QVERIFY(manifest::write(editorRecord(), text));
-    QCOMPARE(text, "no line feed\n" + editorText);
-    QString blank = " ";
-    QVERIFY(manifest::write(editorRecord(), blank));
-    QCOMPARE(blank, " \n" + editorText);
-}
-
-void TestManifestText::nameVersionAndChangelogAreTrimmed()
-{
-    QCOMPARE(written({"\t Ed it \n", "\r\n2 . 1\u2003", false, " Y2\nw= \t", {}}),
-             QString("<Ed it>\n\t<version>2 . 1</version>\n\t<required>false</required>\n"
-                     "\t<changelog>Y2\nw=</changelog>\n</Ed it>\n"));
-}
-
-void TestManifestText::fileNameAndDigestAreWrittenAsTheyStand()
-{
-    const QString text = written({"T", "1", false, "", {{" a \n", "\t5A ", 1}, {"", "", 2}}});
-    QVERIFY(text.contains("\t\t<name> a \n</name>\n\t\t<sha1>\t5A </sha1>\n\t\t<size>1</size>\n"));
-    QVERIFY(text.contains("\t\t<name></name>\n\t\t<sha1></sha1>\n\t\t<size>2</size>\n"));
-}
-
-void TestManifestText::valueIsWrittenUnchanged_data()
-{
-    QTest::addColumn<QString>("value");
-    const QStringList values{"%1",  "%2",  "%L1", "%L2",       "%1%2%3", "100%",  "%",   "%%1",
-                             "a<b", "a>b", "a&b", "&lt;&amp;", "\"a\"",  "'a'",   "</>", "<name>",
-                             "ä€",  "\\n", "%01", "%99",       "a\nb",   "$1 \\1"};
-    for (const QString& value : values)
-        row(records::escaped(value), value);
-}
-
-void TestManifestText::valueIsWrittenUnchanged()
-{
-    QFETCH(QString, value);
-    QCOMPARE(written({value, value, false, value, {{value, value, 7}}}),
-             "<" + value + ">\n\t<version>" + value +
-                 "</version>\n\t<required>false</required>\n"
-                 "\t<changelog>" +
-                 value + "</changelog>\n\t<file>\n\t\t<name>" + value + "</name>\n\t\t<sha1>" +
-                 value + "</sha1>\n\t\t<size>7</size>\n\t</file>\n</" + value + ">\n");
-}
-
-void TestManifestText::sizeIsPlainDecimal_data()
-{
-    QTest::addColumn<quint64>("size");
-    QTest::addColumn<QString>("expected");
-    row("nothing", quint64(0), "0");
-    row("thousands, not grouped", quint64(1234567), "1234567");
-    row("more than 32 bits", quint64(4294967296), "4294967296");
-    row("largest signed", quint64(9223372036854775807), "9223372036854775807");
-    row("more than signed", quint64(9223372036854775808U), "9223372036854775808");
-    row("largest", largestSize, "18446744073709551615");
-}
-
-void TestManifestText::sizeIsPlainDecimal()
-{
-    QFETCH(quint64, size);
-    QFETCH(QString, expected);
-    const QLocale previous;
-    QLocale::setDefault(QLocale(QLocale::German)); // Groups digits, and must not matter.
-    const QString text = written({"T", "1", false, "", {{"a", "5a", size}}});
-    QLocale::setDefault(previous);
-    QVERIFY2(text.contains("\t\t<size>" + expected + "</size>\n"), qPrintable(text));
-}
-
-void TestManifestText::elementIsExtracted_data()
+void TestManifestReader::elementIsExtracted_data()
 {
     QTest::addColumn<QString>("tag");
     QTest::addColumn<QString>("source");
@@ -389,7 +129,7 @@ void TestManifestText::elementIsExtracted_data()
     row("umlaut", "ä", "<Ä>1</ä>", "1", "");
 }
 
-void TestManifestText::elementIsExtracted()
+void TestManifestReader::elementIsExtracted()
 {
     QFETCH(QString, tag);
     QFETCH(QString, source);
@@ -408,7 +148,7 @@ void TestManifestText::elementIsExtracted()
     QCOMPARE(withoutFlag, rest);
 }
 
-void TestManifestText::elementIsRemovedOnlyOnRequest()
+void TestManifestReader::elementIsRemovedOnlyOnRequest()
 {
     QFETCH(QString, tag);
     QFETCH(QString, source);
@@ -422,7 +162,7 @@ void TestManifestText::elementIsRemovedOnlyOnRequest()
     QCOMPARE(source, before);
 }
 
-void TestManifestText::missingElementGivesNullStringAndLeavesSource_data()
+void TestManifestReader::missingElementGivesNullStringAndLeavesSource_data()
 {
     QTest::addColumn<QString>("source");
     row("empty text", "");
@@ -436,7 +176,7 @@ void TestManifestText::missingElementGivesNullStringAndLeavesSource_data()
     row("opening mark twice", " <x>1<x> ");
 }
 
-void TestManifestText::missingElementGivesNullStringAndLeavesSource()
+void TestManifestReader::missingElementGivesNullStringAndLeavesSource()
 {
     QFETCH(QString, source);
     const QString before = source;
@@ -450,7 +190,7 @@ void TestManifestText::missingElementGivesNullStringAndLeavesSource()
     }
 }
 
-void TestManifestText::emptyValueIsNotNull()
+void TestManifestReader::emptyValueIsNotNull()
 {
     QString source = "<x></x>";
     bool found = false;
@@ -461,7 +201,7 @@ void TestManifestText::emptyValueIsNotNull()
     QVERIFY(source.isEmpty());
 }
 
-void TestManifestText::repeatedExtractionTakesElementsInTurn()
+void TestManifestReader::repeatedExtractionTakesElementsInTurn()
 {
     QString source = "<x>1</x>\n<x>2</x>\n<y/>\n<x>3</x>";
     bool found = false;
@@ -474,7 +214,7 @@ void TestManifestText::repeatedExtractionTakesElementsInTurn()
     QCOMPARE(source, QString("<y/>"));
 }
 
-void TestManifestText::recordIsRead_data()
+void TestManifestReader::recordIsRead_data()
 {
     QTest::addColumn<QString>("rootTag");
     QTest::addColumn<QString>("text");
@@ -489,11 +229,11 @@ void TestManifestText::recordIsRead_data()
     const QString required = "<required>true</required>";
     const QString changelog = "<changelog>Y2w=</changelog>";
 
-    add("example", editorText, editorRecord());
+    add("example", exampleText, exampleRecord());
     add("version alone", "<Editor><version>2.1</version></Editor>", plain);
     add("text around the record", "\ufeff<?xml?> 1 <Editor>" + version + "</Editor> 2 ", plain);
-    add("line ends with carriage returns", QString(editorText).replace("\n", "\r\n"),
-        editorRecord());
+    add("line ends with carriage returns", QString(exampleText).replace("\n", "\r\n"),
+        exampleRecord());
     add("in the writer's order", editor(required + changelog + block("a")), full);
     add("in the opposite order",
         "<Editor>" + block("a") + changelog + required + version + "</Editor>", full);
@@ -505,13 +245,14 @@ void TestManifestText::recordIsRead_data()
         full);
     add("with attributes, which hide an element",
         editor("<required a='b'>true</required><changelog >Y2w=</changelog>"), plain);
-    add("all names in upper case", editorText.toUpper(),
+    add("all names in upper case", exampleText.toUpper(),
         {"Editor",
          "2.1",
          false,
-         editorRecord().changelog.toUpper(),
-         {{"CONTENTS/RESOURCES/README.TXT", tree.toUpper(), 6},
-          {"CONTENTS/RESOURCES/EMPTY.DAT", none.toUpper(), 0}}});
+         exampleRecord().changelog.toUpper(),
+         {{".HIDDEN", "A9993E364706816ABA3E25717850C26C9CD0D89D", 3},
+          {"CONTENTS/RESOURCES/EMPTY.DAT", "DA39A3EE5E6B4B0D3255BFEF95601890AFD80709", 0},
+          {"CONTENTS/RESOURCES/README.TXT", "F572D396FAE9206628714FB2CE00F72E94F2258F", 6}}});
     add("root in upper case", "<EDITOR>" + version + "</EDITOR>", plain);
     add("root in two cases", "<eDITOR>" + version + "</EdItOr>", plain);
     add("root tag in lower case", "<Editor>" + version + "</Editor>",
@@ -581,7 +322,7 @@ void TestManifestText::recordIsRead_data()
         {"kiosk", "2.1", false, "", {}}, "kiosk");
 }
 
-void TestManifestText::recordIsRead()
+void TestManifestReader::recordIsRead()
 {
     QFETCH(QString, rootTag);
     QFETCH(QString, text);
@@ -591,7 +332,7 @@ void TestManifestText::recordIsRead()
     COMPARE_RECORDS(data, expected);
 }
 
-void TestManifestText::textWithoutRecordLeavesDataUntouched_data()
+void TestManifestReader::textWithoutRecordLeavesDataUntouched_data()
 {
     QTest::addColumn<QString>("text");
     row("null text", QString());
@@ -603,14 +344,14 @@ void TestManifestText::textWithoutRecordLeavesDataUntouched_data()
     row("opening mark alone", "<Editor><version>2.1</version>");
     row("closing mark alone", "<version>2.1</version></Editor>");
     row("closing mark first", "</Editor><version>2.1</version><Editor>");
-    row("cut off inside the closing mark", editorText.left(editorText.size() - 2));
+    row("cut off inside the closing mark", exampleText.left(exampleText.size() - 2));
     row("empty record", "<Editor></Editor>");
     row("blank record", "<Editor> \r\n\t</Editor>");
     row("record of unusual blanks", "<Editor>\u00a0\u2003</Editor>");
-    row("empty record before a full one", "<Editor></Editor>" + editorText);
+    row("empty record before a full one", "<Editor></Editor>" + exampleText);
 }
 
-void TestManifestText::textWithoutRecordLeavesDataUntouched()
+void TestManifestReader::textWithoutRecordLeavesDataUntouched()
 {
     QFETCH(QString, text);
     ProgramData data = oldRecord();
@@ -618,7 +359,7 @@ void TestManifestText::textWithoutRecordLeavesDataUntouched()
     COMPARE_RECORDS(data, oldRecord());
 }
 
-void TestManifestText::recordWithoutVersionSetsNameOnly_data()
+void TestManifestReader::recordWithoutVersionSetsNameOnly_data()
 {
     QTest::addColumn<QString>("rootTag");
     QTest::addColumn<QString>("text");
@@ -645,7 +386,7 @@ void TestManifestText::recordWithoutVersionSetsNameOnly_data()
         "<version><version>2.1</version></version>", "version");
 }
 
-void TestManifestText::recordWithoutVersionSetsNameOnly()
+void TestManifestReader::recordWithoutVersionSetsNameOnly()
 {
     QFETCH(QString, rootTag);
     QFETCH(QString, text);
@@ -657,7 +398,7 @@ void TestManifestText::recordWithoutVersionSetsNameOnly()
     COMPARE_RECORDS(data, expected);
 }
 
-void TestManifestText::requiredIsTrueInAnyCaseAndNothingElse_data()
+void TestManifestReader::requiredIsTrueInAnyCaseAndNothingElse_data()
 {
     QTest::addColumn<QString>("element");
     QTest::addColumn<bool>("required");
@@ -677,7 +418,7 @@ void TestManifestText::requiredIsTrueInAnyCaseAndNothingElse_data()
     row("closing mark missing", "<required>true", false);
 }
 
-void TestManifestText::requiredIsTrueInAnyCaseAndNothingElse()
+void TestManifestReader::requiredIsTrueInAnyCaseAndNothingElse()
 {
     QFETCH(QString, element);
     QFETCH(bool, required);
@@ -689,7 +430,7 @@ void TestManifestText::requiredIsTrueInAnyCaseAndNothingElse()
     }
 }
 
-void TestManifestText::changelogIsReplacedOnlyByAnother_data()
+void TestManifestReader::changelogIsReplacedOnlyByAnother_data()
 {
     QTest::addColumn<QString>("element");
     QTest::addColumn<QString>("changelog");
@@ -702,7 +443,7 @@ void TestManifestText::changelogIsReplacedOnlyByAnother_data()
     row("empty before another", "<changelog></changelog><changelog>Y2w=</changelog>", "b2xk");
 }
 
-void TestManifestText::changelogIsReplacedOnlyByAnother()
+void TestManifestReader::changelogIsReplacedOnlyByAnother()
 {
     QFETCH(QString, element);
     QFETCH(QString, changelog);
@@ -711,7 +452,7 @@ void TestManifestText::changelogIsReplacedOnlyByAnother()
     QCOMPARE(data.changelog, changelog);
 }
 
-void TestManifestText::filesAreAppended()
+void TestManifestReader::filesAreAppended()
 {
     ProgramData data = oldRecord();
     QVERIFY(read(editor(block("a") + block("b")), data));
@@ -720,7 +461,7 @@ void TestManifestText::filesAreAppended()
     QCOMPARE(records::files(data), QStringList({"old.txt|0d|1", "a|5a|1", "b|5a|1", "a|5a|1"}));
 }
 
-void TestManifestText::filesAreRead_data()
+void TestManifestReader::filesAreRead_data()
 {
     QTest::addColumn<QString>("text");
     QTest::addColumn<QStringList>("files");
@@ -792,14 +533,14 @@ void TestManifestText::filesAreRead_data()
         "<file><size>1<name>a</name>2<sha1>5a</sha1>3</size></file>", {"a|5a|123"});
 }
 
-void TestManifestText::filesAreRead()
+void TestManifestReader::filesAreRead()
 {
     QFETCH(QString, text);
     QFETCH(QStringList, files);
     QCOMPARE(filesRead(text), files);
 }
 
-void TestManifestText::sizeIsReadAsUnsignedNumber_data()
+void TestManifestReader::sizeIsReadAsUnsignedNumber_data()
 {
     QTest::addColumn<QString>("size");
     QTest::addColumn<QString>("value");
@@ -834,7 +575,7 @@ void TestManifestText::sizeIsReadAsUnsignedNumber_data()
     row("blank", " ", ended);
 }
 
-void TestManifestText::sizeIsReadAsUnsignedNumber()
+void TestManifestReader::sizeIsReadAsUnsignedNumber()
 {
     QFETCH(QString, size);
     QFETCH(QString, value);
@@ -846,7 +587,7 @@ void TestManifestText::sizeIsReadAsUnsignedNumber()
     QCOMPARE(filesRead(editorWithSize(size)), expected);
 }
 
-void TestManifestText::marksFormAcrossSeams_data()
+void TestManifestReader::marksFormAcrossSeams_data()
 {
     QTest::addColumn<QString>("text");
     QTest::addColumn<ProgramData>("expected");
@@ -929,7 +670,7 @@ void TestManifestText::marksFormAcrossSeams_data()
         {"a"});
 }
 
-void TestManifestText::marksFormAcrossSeams()
+void TestManifestReader::marksFormAcrossSeams()
 {
     QFETCH(QString, text);
     QFETCH(ProgramData, expected);
@@ -938,128 +679,14 @@ void TestManifestText::marksFormAcrossSeams()
     COMPARE_RECORDS(data, expected);
 }
 
-void TestManifestText::textThatIsReadIsNotChanged()
+void TestManifestReader::textThatIsReadIsNotChanged()
 {
-    const QString text = editorText + '\n' + editor(block("a"));
+    const QString text = exampleText + '\n' + editor(block("a"));
     const QString before(text.constData(), text.size());
     ProgramData data;
     QVERIFY(manifest::read("Editor", text, data));
     QCOMPARE(text, before);
 }
 
-void TestManifestText::writtenRecordIsReadBack_data()
-{
-    QTest::addColumn<ProgramData>("data");
-    row("example", editorRecord());
-    row("no files", ProgramData{"T", "1", true, "Y2w=", {}});
-    row("no changelog", ProgramData{"T", "1", false, "", {{"a", "5a", 1}}});
-    row("smallest and largest size",
-        ProgramData{"T", "1", true, "", {{"a", "5a", 0}, {"b", "5b", largestSize}}});
-    row("place markers", ProgramData{"%1", "%2", true, "%L1", {{"%1 %2", "%3", 1}}});
-    row("marks of other elements",
-        ProgramData{"T", "<b>&", true, "</b>", {{"<i>\"a\"&amp;", "5a<", 1}}});
-    row("names with blanks inside",
-        ProgramData{"My Editor", "2 beta", false, "", {{"dir one/a b.txt", "5 a", 1}}});
-}
-
-void TestManifestText::writtenRecordIsReadBack()
-{
-    QFETCH(ProgramData, data);
-    ProgramData back;
-    QVERIFY(read(written(data), back, data.name));
-    COMPARE_RECORDS(back, data);
-}
-
-void TestManifestText::eitherOfTwoRecordsIsFoundByItsName()
-{
-    const ProgramData tool{"Tool", "3", true, "Y2w=", {{"a", "5a", 1}}};
-    QString text = written(editorRecord());
-    QVERIFY(manifest::write(tool, text));
-    ProgramData first;
-    QVERIFY(read(text, first, "Editor"));
-    COMPARE_RECORDS(first, editorRecord());
-    ProgramData second;
-    QVERIFY(read(text, second, "Tool"));
-    COMPARE_RECORDS(second, tool);
-}
-
-void TestManifestText::blanksAroundFileNameAreLost()
-{
-    QCOMPARE(filesRead(written({"Editor", "1", false, "", {{" a b ", "\t5a\n", 1}}})),
-             QStringList("a b|5a|1"));
-}
-
-void TestManifestText::marksInFileNameAreNotReadBack_data()
-{
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<QStringList>("files");
-    row("closing mark of the name", "b</name>c", QStringList{"a|5a|1", "b|5b|2", "d|5d|4"});
-    row("closing mark of the name first", "</name>c", QStringList{"a|5a|1"});
-    row("opening mark of the name", "b<name>c", QStringList{"a|5a|1", "b<name>c|5b|2", "d|5d|4"});
-    row("closing mark of the block", "b</file>c", QStringList{"a|5a|1"});
-    row("closing mark of the record", "b</Editor>c", QStringList{"a|5a|1"});
-    row("opening mark of the digest", "b<sha1>c", QStringList{"a|5a|1", "b<sha1>c|5b|2", "d|5d|4"});
-}
-
-void TestManifestText::marksInFileNameAreNotReadBack()
-{
-    QFETCH(QString, name);
-    QFETCH(QStringList, files);
-    QCOMPARE(filesRead(written(
-                 {"Editor", "1", false, "", {{"a", "5a", 1}, {name, "5b", 2}, {"d", "5d", 4}}})),
-             files);
-}
-
-void TestManifestText::largeRecordIsReadBack_data()
-{
-    QTest::addColumn<QString>("before");
-    QTest::addColumn<QString>("between");
-    row("as written", "", "");
-    row("text before the first file", "text", "");
-    row("text between the files", "", "text");
-    row("blanks and halves of marks between the files", "<fi", "\u2003</file>\n<fi");
-}
-
-void TestManifestText::largeRecordIsReadBack()
-{
-    QFETCH(QString, before);
-    QFETCH(QString, between);
-    // What it costs is measured by bench_manifest. A reader whose cost grows with the square of the
-    // entries takes minutes for these rows, and ctest ends this program long before.
-    constexpr int count = 100000;
-    ProgramData data{"Editor", "2.1", true, "Y2w=", {}};
-    for (int number = 0; number < count; ++number) {
-        const QString name = QString("Contents/Resources/%1.dat").arg(number);
-        data.files.append({name, QString::number(number, 16).rightJustified(40, '0'),
-                           static_cast<quint64>(number)});
-    }
-    QString text = written(data);
-    text.replace("</changelog>", "</changelog>" + before);
-    text.replace("\t</file>", "\t</file>" + between);
-    ProgramData back;
-    QVERIFY(manifest::read("Editor", text, back));
-    QCOMPARE(back.files.size(), data.files.size());
-    QVERIFY(records::same(back, data));
-}
-
-void TestManifestText::textMayLieInTheRecordThatIsFilled_data()
-{
-    QTest::addColumn<int>("field");
-    row("name", 0);
-    row("version", 1);
-    row("changelog", 2);
-}
-
-void TestManifestText::textMayLieInTheRecordThatIsFilled()
-{
-    QFETCH(int, field);
-    ProgramData data;
-    QString* const fields[] = {&data.name, &data.version, &data.changelog};
-    // Nobody else holds the text: what overwrites the field frees it.
-    *fields[field] = written(editorRecord());
-    QVERIFY(manifest::read("Editor", *fields[field], data));
-    COMPARE_RECORDS(data, editorRecord());
-}
-
-UPDATER_TEST_MAIN(TestManifestText)
-#include "tst_ManifestText.moc"
+UPDATER_TEST_MAIN(TestManifestReader)
+#include "tst_ManifestReader.moc"
