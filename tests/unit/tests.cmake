@@ -3,6 +3,7 @@
 foreach(source
     Changelog
     Digest
+    DownloadFailures
     Downloads
     Installation
     LargeRelease
@@ -11,8 +12,10 @@ foreach(source
     ManifestWriter
     Options
     Paths
+    Progress
     QtVersions
     Report
+    Selection
     SelfCopy
     TreeScan
     Updater
