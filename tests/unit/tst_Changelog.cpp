@@ -4,6 +4,7 @@
 
 #include "manifest/ManifestText.h"
 
+#include "tests/support/Messages.h"
 #include "tests/support/Restrictions.h"
 #include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
@@ -40,13 +41,6 @@ private:
     const ScopedTmpDir m_tmp{tempDir()};
     const Updater m_updater{"", "", "", "", "", ""};
 };
-
-int messages = 0;
-
-void countMessage(QtMsgType, const QMessageLogContext&, const QString&)
-{
-    ++messages;
-}
 
 } // namespace
 
@@ -168,12 +162,9 @@ private Q_SLOTS:
     void emptyNameHasNoPayloadAndIsNotTried()
     {
         QFETCH(QString, name);
-        messages = 0;
-        const QtMessageHandler previous = qInstallMessageHandler(countMessage);
-        const QString payload = payloadOf(name);
-        qInstallMessageHandler(previous);
-        QVERIFY(payload.isEmpty());
-        QCOMPARE(messages, 0);
+        const Messages messages;
+        QVERIFY(payloadOf(name).isEmpty());
+        QCOMPARE(messages.all().size(), 0);
     }
 
     void notesAreLeftAsTheyAre()

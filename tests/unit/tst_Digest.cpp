@@ -4,6 +4,7 @@
 
 #include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
+#include "tests/unit/EveryByte.h"
 
 #include <QProcess>
 
@@ -69,15 +70,6 @@ private Q_SLOTS:
         files::makeDirectory(dir / "directory");
         files::link("nowhere", dir / "broken");
         QVERIFY(!digest::sha1OfFile(dir / name).has_value());
-    }
-
-private:
-    static QByteArray everyByte()
-    {
-        QByteArray bytes;
-        for (int value = 0; value < 256; ++value)
-            bytes.append(static_cast<char>(value));
-        return bytes;
     }
 };
 

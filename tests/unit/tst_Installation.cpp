@@ -8,25 +8,12 @@
 #include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
 #include "tests/support/UpdaterProbe.h"
+#include "tests/unit/EventLoop.h"
 
 #include <QFileInfo>
 #include <QProcess>
-#include <QTimer>
 
 namespace {
-
-constexpr int neverEnded = -99;
-
-/// Runs @p step from the event loop, as the downloads do.
-/// @return The exit status that the loop then ends with.
-template <typename Step> int exitStatusOf(Step step)
-{
-    QTimer guard;
-    QObject::connect(&guard, &QTimer::timeout, [] { QCoreApplication::exit(neverEnded); });
-    guard.start(60000);
-    QTimer::singleShot(0, qApp, step);
-    return QCoreApplication::exec();
-}
 
 /// An installation in "app", a download directory "tmp/new" beside it, and an updater whose
 /// downloads are complete. Files are named from the directory that holds both.

@@ -32,21 +32,11 @@ QVector<ProgramFile> filesOfSizes(const QVector<quint64>& sizes)
 
 } // namespace
 
-class TestProgress : public QObject
+class TestProgress : public RunTest
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase() { QApplication::setQuitOnLastWindowClosed(false); }
-
-    void init() { m_tmp = std::make_unique<OwnTmpDir>(); }
-
-    void cleanup()
-    {
-        expectNoWindows();
-        m_tmp.reset();
-    }
-
     // ---- The dialog
 
     void dialogShowsTheDownloads()
@@ -406,10 +396,8 @@ private Q_SLOTS:
         run.updater().updateProgressLabel();
         QCOMPARE(run.dialog()->labelText(), QString("Downloading file 2 of 3 (3.00 MB left)"));
     }
-
-private:
-    std::unique_ptr<OwnTmpDir> m_tmp;
 };
 
 UPDATER_TEST_MAIN(TestProgress)
+#include "moc_Run.cpp"
 #include "tst_Progress.moc"

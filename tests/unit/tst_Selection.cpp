@@ -22,21 +22,11 @@ using Setup = std::function<void(const QString& baseDir)>;
 
 Q_DECLARE_METATYPE(Setup)
 
-class TestSelection : public QObject
+class TestSelection : public RunTest
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase() { QApplication::setQuitOnLastWindowClosed(false); }
-
-    void init() { m_tmp = std::make_unique<OwnTmpDir>(); }
-
-    void cleanup()
-    {
-        expectNoWindows();
-        m_tmp.reset();
-    }
-
     // ---- The download directory
 
     void downloadDirectoryIsNamedAfterTheRelease_data()
@@ -72,14 +62,14 @@ private Q_SLOTS:
         QFETCH(QByteArray, version);
         QFETCH(QString, directory);
         for (const char* ending : {"", "/"}) {
-            const ScopedTmpDir tmp(m_tmp->path() + ending);
+            const ScopedTmpDir tmp(tmpPath() + ending);
             Run run;
             run.programName = name;
             run.publish(record(name.toLatin1(),
                                "<version>" + version + "</version>" + entry("missing", "1")));
             QCOMPARE(run.update(), static_cast<int>(Run::Downloading));
-            QCOMPARE(run.state().tempDir, m_tmp->path() + '/' + directory);
-            QVERIFY(QFileInfo(m_tmp->path() + '/' + directory).isDir());
+            QCOMPARE(run.state().tempDir, tmpPath() + '/' + directory);
+            QVERIFY(QFileInfo(tmpPath() + '/' + directory).isDir());
         }
     }
 
@@ -98,25 +88,25 @@ private Q_SLOTS:
         run.publish(versionFile("2.1", entries));
         QCOMPARE(run.update(), 0);
         QCOMPARE(downloadDirectories(), QStringList{"wUpEditor2.1"});
-        QCOMPARE(run.state().tempDir, m_tmp->path() + "/wUpEditor2.1");
+        QCOMPARE(run.state().tempDir, tmpPath() + "/wUpEditor2.1");
     }
 
     void downloadDirectoryMayBeThere()
     {
-        files::write(m_tmp->path() + "/wUpEditor2.1/old.dat", "old");
+        files::write(tmpPath() + "/wUpEditor2.1/old.dat", "old");
         Run run;
         run.publish(anUpdate());
         QCOMPARE(run.update(), static_cast<int>(Run::Downloading));
-        QCOMPARE(files::read(m_tmp->path() + "/wUpEditor2.1/old.dat"), QByteArray("old"));
+        QCOMPARE(files::read(tmpPath() + "/wUpEditor2.1/old.dat"), QByteArray("old"));
     }
 
     void downloadDirectoryThatCannotBeMadeIsNoMatter()
     {
-        files::write(m_tmp->path() + "/wUpEditor2.1", "in the way");
+        files::write(tmpPath() + "/wUpEditor2.1", "in the way");
         Run run;
         run.publish(anUpdate());
         QCOMPARE(run.update(), static_cast<int>(Run::Downloading));
-        QCOMPARE(run.state().tempDir, m_tmp->path() + "/wUpEditor2.1");
+        QCOMPARE(run.state().tempDir, tmpPath() + "/wUpEditor2.1");
     }
 
     // ---- The files
@@ -334,10 +324,8 @@ private Q_SLOTS:
         QCOMPARE(run.state().currentFile, 0);
         QCOMPARE(run.state().downloadedFiles, 0);
     }
-
-private:
-    std::unique_ptr<OwnTmpDir> m_tmp;
 };
 
 UPDATER_TEST_MAIN(TestSelection)
+#include "moc_Run.cpp"
 #include "tst_Selection.moc"

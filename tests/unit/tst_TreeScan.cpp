@@ -7,6 +7,7 @@
 #include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
 #include "tests/support/UpdaterProbe.h"
+#include "tests/unit/EveryByte.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -64,14 +65,6 @@ QString lineOf(const QString& name, const QByteArray& contents)
 QString lineWithoutDigest(const QString& name, qint64 size)
 {
     return " " + QString::number(size) + " " + name;
-}
-
-QByteArray everyByte()
-{
-    QByteArray bytes;
-    for (int value = 0; value < 256; ++value)
-        bytes.append(static_cast<char>(value));
-    return bytes;
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 #include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
 #include "tests/support/UpdaterProbe.h"
+#include "tests/unit/EventLoop.h"
 
 #include <QNetworkReply>
 #include <QPointer>
@@ -21,12 +22,6 @@ namespace {
 std::unique_ptr<Updater> makeUpdater(const QString& url = QString())
 {
     return std::make_unique<Updater>("Editor", "/opt/editor", "1.0", url, QString(), QString());
-}
-
-/// Ends the event loop with an exit code that nothing else gives, should nothing else end it.
-void endSometime(QObject* context)
-{
-    QTimer::singleShot(10000, context, [] { QCoreApplication::exit(7); });
 }
 
 int slotIndex(const char* signature)
@@ -140,12 +135,11 @@ private Q_SLOTS:
         const auto updater = makeUpdater();
         void* noArguments[] = {nullptr};
         int left = 0;
-        endSometime(updater.get());
         QTimer::singleShot(0, updater.get(), [&] {
             left = updater->qt_metacall(QMetaObject::InvokeMetaMethod,
                                         Updater::staticMetaObject.methodOffset() + 2, noArguments);
         });
-        QCOMPARE(QCoreApplication::exec(), 0);
+        QCOMPARE(runEventLoop(), 0);
         QCOMPARE(left, -1);
     }
 
@@ -224,8 +218,7 @@ private Q_SLOTS:
     {
         const auto updater = makeUpdater();
         QTimer::singleShot(0, updater.get(), SLOT(cancelUpdate()));
-        endSometime(updater.get());
-        QCOMPARE(QCoreApplication::exec(), 0);
+        QCOMPARE(runEventLoop(), 0);
     }
 
     void cancelLeavesTransfersAlone()
@@ -235,9 +228,8 @@ private Q_SLOTS:
         const auto updater = makeUpdater(server.url("/index.txt"));
         updater->start(true);
         const auto* reply = UpdaterProbe(*updater).netManager.findChild<QNetworkReply*>();
-        endSometime(updater.get());
         QTimer::singleShot(0, updater.get(), SLOT(cancelUpdate()));
-        QCOMPARE(QCoreApplication::exec(), 0);
+        QCOMPARE(runEventLoop(), 0);
         QVERIFY(reply->isRunning());
         QCOMPARE(reply->error(), QNetworkReply::NoError);
     }

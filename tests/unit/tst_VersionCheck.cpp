@@ -50,21 +50,11 @@ QByteArray changelogLeft(const QString& version)
 
 Q_DECLARE_METATYPE(HttpReply)
 
-class TestVersionCheck : public QObject
+class TestVersionCheck : public RunTest
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase() { QApplication::setQuitOnLastWindowClosed(false); }
-
-    void init() { m_tmp = std::make_unique<OwnTmpDir>(); }
-
-    void cleanup()
-    {
-        expectNoWindows();
-        m_tmp.reset();
-    }
-
     // The request.
 
     void urlIsUsedAsGiven_data()
@@ -561,10 +551,10 @@ private Q_SLOTS:
         run.publish(anUpdate());
         run.state().currentFile = 7;
         run.state().downloadedFiles = 9;
-        const QStringList before = files::list(m_tmp->path());
+        const QStringList before = files::list(tmpPath());
         QCOMPARE(run.check(), 0);
         QCoreApplication::processEvents();
-        QCOMPARE(files::list(m_tmp->path()), before);
+        QCOMPARE(files::list(tmpPath()), before);
         QVERIFY(!run.dialog());
         QVERIFY(QApplication::topLevelWidgets().isEmpty());
         QCOMPARE(run.server.requests().size(), 1);
@@ -630,10 +620,8 @@ private Q_SLOTS:
         QTRY_COMPARE(program.starts().size(), 1);
         QVERIFY(program.starts().first().startsWith("later|"));
     }
-
-private:
-    std::unique_ptr<OwnTmpDir> m_tmp;
 };
 
 UPDATER_TEST_MAIN(TestVersionCheck)
+#include "moc_Run.cpp"
 #include "tst_VersionCheck.moc"
