@@ -3,23 +3,26 @@
 foreach(source
     Changelog
     Digest
+    DownloadFailures
     Downloads
     Installation
+    LargeRelease
     ManifestDifferential
-    ManifestText
+    ManifestReader
+    ManifestWriter
     Options
     Paths
+    Progress
     QtVersions
     Report
+    Selection
     SelfCopy
     TreeScan
     Updater
     VersionCheck
-    VersionFile
-    selection)
+    VersionFile)
   updater_test(${source})
 endforeach()
 
-# These take seconds in linear time, and minutes in quadratic time.
-limit_time(ManifestText 90)
-limit_time(selection 60)
+# It takes seconds in linear time, and minutes in quadratic time.
+limit_time(LargeRelease 150)

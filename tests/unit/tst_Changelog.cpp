@@ -4,7 +4,9 @@
 
 #include "manifest/ManifestText.h"
 
+#include "tests/support/Messages.h"
 #include "tests/support/Restrictions.h"
+#include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
 
 namespace {
@@ -40,19 +42,6 @@ private:
     const Updater m_updater{"", "", "", "", "", ""};
 };
 
-int messages = 0;
-
-void countMessage(QtMsgType, const QMessageLogContext&, const QString&)
-{
-    ++messages;
-}
-
-/// Adds a row of two texts.
-void row(const char* tag, const QString& first, const QString& second)
-{
-    QTest::newRow(tag) << first << second;
-}
-
 } // namespace
 
 class TestChangelog : public QObject
@@ -64,24 +53,22 @@ private Q_SLOTS:
     {
         QTest::addColumn<QByteArray>("file");
         QTest::addColumn<QString>("payload"); // Taken with base64 -w0 from the text expected.
-        QTest::newRow("three lines")
-            << QByteArray("Version 2.1\n- Faster start-up\n- Fixed printing\n")
-            << "VmVyc2lvbiAyLjEKLSBGYXN0ZXIgc3RhcnQtdXAKLSBGaXhlZCBwcmludGluZwo=";
-        QTest::newRow("line feed alone") << QByteArray("\n") << "Cg==";
-        QTest::newRow("two digits of padding") << QByteArray("a") << "YQ==";
-        QTest::newRow("one digit of padding") << QByteArray("ab") << "YWI=";
-        QTest::newRow("no padding") << QByteArray("abc") << "YWJj";
-        QTest::newRow("digit 62") << QByteArray(">>>") << "Pj4+";
-        QTest::newRow("digit 63") << QByteArray("???") << "Pz8/";
-        QTest::newRow("blank alone") << QByteArray(" ") << "IA==";
-        QTest::newRow("blanks around") << QByteArray(" a\t\n") << "IGEJCg==";
-        QTest::newRow("markup") << QByteArray("<b>&amp;</changelog>\"")
-                                << "PGI+JmFtcDs8L2NoYW5nZWxvZz4i";
-        QTest::newRow("base64 already") << QByteArray("Cg==") << "Q2c9PQ==";
-        QTest::newRow("zero byte") << QByteArray("a\0b", 3) << "YQBi";
-        QTest::newRow("two bytes per character") << QByteArray("Gr\xc3\xb6\xc3\x9f") << "R3LDtsOf";
-        QTest::newRow("three bytes per character") << QByteArray("\xe2\x82\xac") << "4oKs";
-        QTest::newRow("beyond the basic plane") << QByteArray("\xf0\x9d\x84\x9e!") << "8J2EniE=";
+        row("three lines", QByteArray("Version 2.1\n- Faster start-up\n- Fixed printing\n"),
+            "VmVyc2lvbiAyLjEKLSBGYXN0ZXIgc3RhcnQtdXAKLSBGaXhlZCBwcmludGluZwo=");
+        row("line feed alone", QByteArray("\n"), "Cg==");
+        row("two digits of padding", QByteArray("a"), "YQ==");
+        row("one digit of padding", QByteArray("ab"), "YWI=");
+        row("no padding", QByteArray("abc"), "YWJj");
+        row("digit 62", QByteArray(">>>"), "Pj4+");
+        row("digit 63", QByteArray("???"), "Pz8/");
+        row("blank alone", QByteArray(" "), "IA==");
+        row("blanks around", QByteArray(" a\t\n"), "IGEJCg==");
+        row("markup", QByteArray("<b>&amp;</changelog>\""), "PGI+JmFtcDs8L2NoYW5nZWxvZz4i");
+        row("base64 already", QByteArray("Cg=="), "Q2c9PQ==");
+        row("zero byte", QByteArray("a\0b", 3), "YQBi");
+        row("two bytes per character", QByteArray("Gr\xc3\xb6\xc3\x9f"), "R3LDtsOf");
+        row("three bytes per character", QByteArray("\xe2\x82\xac"), "4oKs");
+        row("beyond the basic plane", QByteArray("\xf0\x9d\x84\x9e!"), "8J2EniE=");
     }
 
     void payloadIsTheTextInBase64() { payloadIsThatOfTheRow(); }
@@ -90,10 +77,10 @@ private Q_SLOTS:
     {
         QTest::addColumn<QByteArray>("file");
         QTest::addColumn<QString>("payload");
-        QTest::newRow("at line ends") << QByteArray("a\r\nb\r\n") << "YQpiCg==";
-        QTest::newRow("inside a line") << QByteArray("a\rb") << "YWI=";
-        QTest::newRow("before another") << QByteArray("a\r\r\n") << "YQo=";
-        QTest::newRow("alone, which leaves no text") << QByteArray("\r") << "";
+        row("at line ends", QByteArray("a\r\nb\r\n"), "YQpiCg==");
+        row("inside a line", QByteArray("a\rb"), "YWI=");
+        row("before another", QByteArray("a\r\r\n"), "YQo=");
+        row("alone, which leaves no text", QByteArray("\r"), "");
     }
 
     void textModeDropsCarriageReturns() { payloadIsThatOfTheRow(); }
@@ -102,10 +89,9 @@ private Q_SLOTS:
     {
         QTest::addColumn<QByteArray>("file");
         QTest::addColumn<QString>("payload");
-        QTest::newRow("before text") << QByteArray("\357\273\277abc") << "YWJj";
-        QTest::newRow("alone, which leaves no text") << QByteArray("\xef\xbb\xbf") << "";
-        QTest::newRow("of another encoding, which is decoded")
-            << QByteArray("\377\376a\0b\0", 6) << "YWI=";
+        row("before text", QByteArray("\357\273\277abc"), "YWJj");
+        row("alone, which leaves no text", QByteArray("\xef\xbb\xbf"), "");
+        row("of another encoding, which is decoded", QByteArray("\377\376a\0b\0", 6), "YWI=");
     }
 
     void byteOrderMarkIsDropped() { payloadIsThatOfTheRow(); }
@@ -114,9 +100,9 @@ private Q_SLOTS:
     {
         QTest::addColumn<QByteArray>("file");
         QTest::addColumn<QString>("payload");
-        QTest::newRow("byte that never occurs") << QByteArray("a\377b") << "Ye+/vWI=";
-        QTest::newRow("continuation alone") << QByteArray("a\200b") << "Ye+/vWI=";
-        QTest::newRow("Latin-1") << QByteArray("Gr\xf6 ") << "R3Lvv70g";
+        row("byte that never occurs", QByteArray("a\377b"), "Ye+/vWI=");
+        row("continuation alone", QByteArray("a\200b"), "Ye+/vWI=");
+        row("Latin-1", QByteArray("Gr\xf6 "), "R3Lvv70g");
     }
 
     void invalidUtf8BecomesTheReplacementCharacter() { payloadIsThatOfTheRow(); }
@@ -137,11 +123,11 @@ private Q_SLOTS:
     void fileWithoutTextHasNoPayload_data()
     {
         QTest::addColumn<QString>("name");
-        QTest::newRow("empty file") << "empty";
-        QTest::newRow("missing file") << "missing";
-        QTest::newRow("missing directory") << "missing/notes";
-        QTest::newRow("directory") << "directory";
-        QTest::newRow("broken link") << "broken";
+        row("empty file", "empty");
+        row("missing file", "missing");
+        row("missing directory", "missing/notes");
+        row("directory", "directory");
+        row("broken link", "broken");
     }
 
     void fileWithoutTextHasNoPayload()
@@ -169,19 +155,16 @@ private Q_SLOTS:
     void emptyNameHasNoPayloadAndIsNotTried_data()
     {
         QTest::addColumn<QString>("name");
-        QTest::newRow("null") << QString();
-        QTest::newRow("empty") << QString("");
+        row("null", QString());
+        row("empty", QString(""));
     }
 
     void emptyNameHasNoPayloadAndIsNotTried()
     {
         QFETCH(QString, name);
-        messages = 0;
-        const QtMessageHandler previous = qInstallMessageHandler(countMessage);
-        const QString payload = payloadOf(name);
-        qInstallMessageHandler(previous);
-        QVERIFY(payload.isEmpty());
-        QCOMPARE(messages, 0);
+        const Messages messages;
+        QVERIFY(payloadOf(name).isEmpty());
+        QCOMPARE(messages.all().size(), 0);
     }
 
     void notesAreLeftAsTheyAre()
@@ -264,14 +247,12 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("payload");
         QTest::addColumn<QByteArray>("contents");
-        QTest::newRow("base64 text, not decoded")
-            << "VmVyc2lvbiAyLjEK" << QByteArray("VmVyc2lvbiAyLjEK");
-        QTest::newRow("no base64") << "<not base64>" << QByteArray("<not base64>");
-        QTest::newRow("blank, which is not empty") << " " << QByteArray(" ");
-        QTest::newRow("white space") << " a\r\nb\n" << QByteArray(" a\r\nb\n");
-        QTest::newRow("beyond ASCII, as UTF-8")
-            << QString::fromUtf8("ä€") << QByteArray("\xc3\xa4\xe2\x82\xac");
-        QTest::newRow("long") << QString(100000, 'Q') << QByteArray(100000, 'Q');
+        row("base64 text, not decoded", "VmVyc2lvbiAyLjEK", QByteArray("VmVyc2lvbiAyLjEK"));
+        row("no base64", "<not base64>", QByteArray("<not base64>"));
+        row("blank, which is not empty", " ", QByteArray(" "));
+        row("white space", " a\r\nb\n", QByteArray(" a\r\nb\n"));
+        row("beyond ASCII, as UTF-8", QString::fromUtf8("ä€"), QByteArray("\xc3\xa4\xe2\x82\xac"));
+        row("long", QString(100000, 'Q'), QByteArray(100000, 'Q'));
     }
 
     void fileHoldsThePayloadToTheByte()
@@ -305,8 +286,8 @@ private Q_SLOTS:
     void nothingIsWrittenWithoutPayload_data()
     {
         QTest::addColumn<QString>("payload");
-        QTest::newRow("null") << QString();
-        QTest::newRow("empty") << QString("");
+        row("null", QString());
+        row("empty", QString(""));
     }
 
     void nothingIsWrittenWithoutPayload()
@@ -326,8 +307,8 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("payload");
         QTest::addColumn<QStringList>("left");
-        QTest::newRow("payload") << "Cg==" << QStringList{"velmora_cl_2.1.dat"};
-        QTest::newRow("no payload") << "" << QStringList();
+        row("payload", "Cg==", QStringList{"velmora_cl_2.1.dat"});
+        row("no payload", "", QStringList());
     }
 
     void linkAtThePathGoesAndItsTargetStays()
@@ -408,15 +389,12 @@ private Q_SLOTS:
     void textGoesFromThePublisherToTheHost_data()
     {
         QTest::addColumn<QByteArray>("text");
-        QTest::newRow("three lines")
-            << QByteArray("Version 2.1\n- Faster start-up\n- Fixed printing\n");
-        QTest::newRow("line feed alone") << QByteArray("\n");
-        QTest::newRow("white space around") << QByteArray(" \t\n text \n\n ");
-        QTest::newRow("marks of the manifest")
-            << QByteArray("</changelog><file></Editor><version>3</version>");
-        QTest::newRow("beyond ASCII")
-            << QByteArray("Gr\xc3\xb6\xc3\x9f \xe2\x82\xac \xf0\x9d\x84\x9e");
-        QTest::newRow("zero byte") << QByteArray("a\0b", 3);
+        row("three lines", QByteArray("Version 2.1\n- Faster start-up\n- Fixed printing\n"));
+        row("line feed alone", QByteArray("\n"));
+        row("white space around", QByteArray(" \t\n text \n\n "));
+        row("marks of the manifest", QByteArray("</changelog><file></Editor><version>3</version>"));
+        row("beyond ASCII", QByteArray("Gr\xc3\xb6\xc3\x9f \xe2\x82\xac \xf0\x9d\x84\x9e"));
+        row("zero byte", QByteArray("a\0b", 3));
     }
 
     // The publisher builds the version file; the client reads it as it downloads it, one character

@@ -2,7 +2,9 @@
 
 #include "manifest/Digest.h"
 
+#include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
+#include "tests/unit/EveryByte.h"
 
 #include <QProcess>
 
@@ -15,10 +17,10 @@ private Q_SLOTS:
     {
         QTest::addColumn<QByteArray>("contents");
         QTest::addColumn<QString>("expected");
-        QTest::newRow("nothing") << QByteArray() << "da39a3ee5e6b4b0d3255bfef95601890afd80709";
-        QTest::newRow("abc") << QByteArray("abc") << "a9993e364706816aba3e25717850c26c9cd0d89d";
-        QTest::newRow("a million letters")
-            << QByteArray(1000000, 'a') << "34aa973cd4c4daa4f61eeb2bdbad27316534016f";
+        row("nothing", QByteArray(), "da39a3ee5e6b4b0d3255bfef95601890afd80709");
+        row("abc", QByteArray("abc"), "a9993e364706816aba3e25717850c26c9cd0d89d");
+        row("a million letters", QByteArray(1000000, 'a'),
+            "34aa973cd4c4daa4f61eeb2bdbad27316534016f");
     }
 
     void digestOfBytesIsLowerCaseHexadecimal()
@@ -31,11 +33,11 @@ private Q_SLOTS:
     void digestOfFileIsWhatSha1sumPrints_data()
     {
         QTest::addColumn<QByteArray>("contents");
-        QTest::newRow("empty") << QByteArray();
-        QTest::newRow("one byte") << QByteArray(1, '\0');
-        QTest::newRow("line ends of both kinds") << QByteArray("a\r\nb\n\r");
-        QTest::newRow("every byte") << everyByte();
-        QTest::newRow("several reads long") << everyByte().repeated(20000);
+        row("empty", QByteArray());
+        row("one byte", QByteArray(1, '\0'));
+        row("line ends of both kinds", QByteArray("a\r\nb\n\r"));
+        row("every byte", everyByte());
+        row("several reads long", everyByte().repeated(20000));
     }
 
     void digestOfFileIsWhatSha1sumPrints()
@@ -56,9 +58,9 @@ private Q_SLOTS:
     void fileThatCannotBeOpenedHasNone_data()
     {
         QTest::addColumn<QString>("name");
-        QTest::newRow("missing") << "missing";
-        QTest::newRow("directory") << "directory";
-        QTest::newRow("broken link") << "broken";
+        row("missing", "missing");
+        row("directory", "directory");
+        row("broken link", "broken");
     }
 
     void fileThatCannotBeOpenedHasNone()
@@ -68,15 +70,6 @@ private Q_SLOTS:
         files::makeDirectory(dir / "directory");
         files::link("nowhere", dir / "broken");
         QVERIFY(!digest::sha1OfFile(dir / name).has_value());
-    }
-
-private:
-    static QByteArray everyByte()
-    {
-        QByteArray bytes;
-        for (int value = 0; value < 256; ++value)
-            bytes.append(static_cast<char>(value));
-        return bytes;
     }
 };
 

@@ -5,27 +5,15 @@
 
 #include "tests/support/OwnProcess.h"
 #include "tests/support/RelaunchedProgram.h"
+#include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
 #include "tests/support/UpdaterProbe.h"
+#include "tests/unit/EventLoop.h"
 
 #include <QFileInfo>
 #include <QProcess>
-#include <QTimer>
 
 namespace {
-
-constexpr int neverEnded = -99;
-
-/// Runs @p step from the event loop, as the downloads do.
-/// @return The exit status that the loop then ends with.
-template <typename Step> int exitStatusOf(Step step)
-{
-    QTimer guard;
-    QObject::connect(&guard, &QTimer::timeout, [] { QCoreApplication::exit(neverEnded); });
-    guard.start(60000);
-    QTimer::singleShot(0, qApp, step);
-    return QCoreApplication::exec();
-}
 
 /// An installation in "app", a download directory "tmp/new" beside it, and an updater whose
 /// downloads are complete. Files are named from the directory that holds both.
@@ -114,7 +102,7 @@ void addTreeColumns()
 void treeRow(const char* name, const QStringList& entries, const QStringList& before,
              const QStringList& after)
 {
-    QTest::newRow(name) << entries << before << after;
+    row(name, entries, before, after);
 }
 
 void checkTree()
@@ -156,11 +144,11 @@ private Q_SLOTS:
     {
         QTest::addColumn<int>("currentFile");
         QTest::addColumn<QStringList>("entries");
-        QTest::newRow("nothing saved") << 0 << QStringList{"a.txt"};
-        QTest::newRow("one of two saved") << 1 << QStringList{"a.txt", "b.txt"};
-        QTest::newRow("more saved than listed") << 2 << QStringList{"a.txt"};
-        QTest::newRow("one saved of none") << 1 << QStringList();
-        QTest::newRow("index below zero") << -1 << QStringList();
+        row("nothing saved", 0, QStringList{"a.txt"});
+        row("one of two saved", 1, QStringList{"a.txt", "b.txt"});
+        row("more saved than listed", 2, QStringList{"a.txt"});
+        row("one saved of none", 1, QStringList());
+        row("index below zero", -1, QStringList());
     }
 
     void nothingHappensWhileFilesAreMissing()
@@ -279,30 +267,13 @@ private Q_SLOTS:
         QTest::addColumn<QString>("tempDir");
         QTest::addColumn<QString>("downloaded");
         QTest::addColumn<QString>("installed");
-        QTest::newRow("none") << "app"
-                              << "tmp/new"
-                              << "tmp/new/a.txt"
-                              << "app/a.txt";
-        QTest::newRow("slash at the base directory") << "app/"
-                                                     << "tmp/new"
-                                                     << "tmp/new/a.txt"
-                                                     << "app/a.txt";
-        QTest::newRow("slash at the download directory") << "app"
-                                                         << "tmp/new/"
-                                                         << "tmp/new/a.txt"
-                                                         << "app/a.txt";
-        QTest::newRow("two slashes at both") << "app//"
-                                             << "tmp/new//"
-                                             << "tmp/new/a.txt"
-                                             << "app/a.txt";
-        QTest::newRow("backslash at the base directory") << "app\\"
-                                                         << "tmp/new"
-                                                         << "tmp/new/a.txt"
-                                                         << "app\\a.txt";
-        QTest::newRow("backslash at the download directory") << "app"
-                                                             << "tmp/new\\"
-                                                             << "tmp/new\\a.txt"
-                                                             << "app/a.txt";
+        row("none", "app", "tmp/new", "tmp/new/a.txt", "app/a.txt");
+        row("slash at the base directory", "app/", "tmp/new", "tmp/new/a.txt", "app/a.txt");
+        row("slash at the download directory", "app", "tmp/new/", "tmp/new/a.txt", "app/a.txt");
+        row("two slashes at both", "app//", "tmp/new//", "tmp/new/a.txt", "app/a.txt");
+        row("backslash at the base directory", "app\\", "tmp/new", "tmp/new/a.txt", "app\\a.txt");
+        row("backslash at the download directory", "app", "tmp/new\\", "tmp/new\\a.txt",
+            "app/a.txt");
     }
 
     void directoriesMayEndWithASeparator()
@@ -390,11 +361,11 @@ private Q_SLOTS:
     void filesKeepTheModeOfTheDownload_data()
     {
         QTest::addColumn<unsigned>("mode");
-        QTest::newRow("private") << 0600U;
-        QTest::newRow("readable") << 0644U;
-        QTest::newRow("read-only") << 0444U;
-        QTest::newRow("executable by the owner") << 0700U;
-        QTest::newRow("open to all") << 0777U;
+        row("private", 0600U);
+        row("readable", 0644U);
+        row("read-only", 0444U);
+        row("executable by the owner", 0700U);
+        row("open to all", 0777U);
     }
 
     void filesKeepTheModeOfTheDownload()
@@ -415,19 +386,19 @@ private Q_SLOTS:
         QTest::addColumn<QString>("name");
         QTest::addColumn<unsigned>("downloaded");
         QTest::addColumn<unsigned>("installed");
-        QTest::newRow("lower case") << "app.icns" << 0640U << 0755U;
-        QTest::newRow("upper case in a directory") << "icons/App.ICNS" << 0640U << 0755U;
-        QTest::newRow("mixed case, deep down") << "a/b/c/App.IcNs" << 0600U << 0755U;
-        QTest::newRow("ending as the whole name") << ".icns" << 0600U << 0755U;
-        QTest::newRow("backslash before the ending") << "icons\\.icns" << 0600U << 0755U;
-        QTest::newRow("wider mode becomes narrower") << "app.icns" << 0777U << 0755U;
-        QTest::newRow("special bits go") << "app.icns" << 04755U << 0755U;
-        QTest::newRow("ending inside the name") << "x.icns.bak" << 0640U << 0640U;
-        QTest::newRow("longer ending") << "x.icnsx" << 0640U << 0640U;
-        QTest::newRow("no dot") << "xicns" << 0640U << 0640U;
-        QTest::newRow("blank behind the ending") << "x.icns " << 0640U << 0640U;
-        QTest::newRow("ending of a directory") << "x.icns/a.png" << 0640U << 0640U;
-        QTest::newRow("another kind of icon") << "x.ico" << 0640U << 0640U;
+        row("lower case", "app.icns", 0640U, 0755U);
+        row("upper case in a directory", "icons/App.ICNS", 0640U, 0755U);
+        row("mixed case, deep down", "a/b/c/App.IcNs", 0600U, 0755U);
+        row("ending as the whole name", ".icns", 0600U, 0755U);
+        row("backslash before the ending", "icons\\.icns", 0600U, 0755U);
+        row("wider mode becomes narrower", "app.icns", 0777U, 0755U);
+        row("special bits go", "app.icns", 04755U, 0755U);
+        row("ending inside the name", "x.icns.bak", 0640U, 0640U);
+        row("longer ending", "x.icnsx", 0640U, 0640U);
+        row("no dot", "xicns", 0640U, 0640U);
+        row("blank behind the ending", "x.icns ", 0640U, 0640U);
+        row("ending of a directory", "x.icns/a.png", 0640U, 0640U);
+        row("another kind of icon", "x.ico", 0640U, 0640U);
     }
 
     void iconFilesBecomeExecutable()
@@ -458,10 +429,6 @@ private Q_SLOTS:
         QTest::addColumn<QString>("programName");
         QTest::addColumn<QString>("name");
         QTest::addColumn<bool>("known");
-        const auto row = [](const char* row, const char* programName, const char* name,
-                            bool known) {
-            QTest::newRow(row) << programName << name << known;
-        };
         row("in a bundle", "Editor", "Editor.app/Contents/MacOS/Editor", true);
         row("in another case", "Editor", "Editor.app/Contents/MacOS/editor", true);
         row("directories in another case", "Editor", "Editor.app/contents/MACOS/EDITOR", true);
@@ -513,10 +480,9 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("first");
         QTest::addColumn<QString>("second");
-        QTest::newRow("in order of names") << "A.app/Contents/MacOS/Editor"
-                                           << "B.app/Contents/MacOS/Editor";
-        QTest::newRow("against the order of names") << "B.app/Contents/MacOS/Editor"
-                                                    << "A.app/Contents/MacOS/Editor";
+        row("in order of names", "A.app/Contents/MacOS/Editor", "B.app/Contents/MacOS/Editor");
+        row("against the order of names", "B.app/Contents/MacOS/Editor",
+            "A.app/Contents/MacOS/Editor");
     }
 
     void firstBundleExecutableIsTheOnlyOne()
@@ -548,9 +514,9 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("name");
         QTest::addColumn<unsigned>("mode");
-        QTest::newRow("icon file") << "app.icns" << 0755U;
-        QTest::newRow("bundle executable") << "Contents/MacOS/Editor" << 0755U;
-        QTest::newRow("another file") << "a.txt" << 0700U;
+        row("icon file", "app.icns", 0755U);
+        row("bundle executable", "Contents/MacOS/Editor", 0755U);
+        row("another file", "a.txt", 0700U);
     }
 
     void permissionsAreSetThoughTheMoveFailed()
@@ -576,47 +542,47 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("entries");
         QTest::addColumn<QString>("chosen");
         QTest::addColumn<QString>("started");
-        const auto row = [](const char* name, const char* given, const QStringList& programs,
+        const auto add = [](const char* name, const char* given, const QStringList& programs,
                             const QStringList& entries, const char* chosen, const char* started) {
-            QTest::newRow(name) << given << programs << entries << chosen << started;
+            row(name, given, programs, entries, chosen, started);
         };
         const QString bundleExe = "Editor.app/Contents/MacOS/Editor";
-        row("given, nothing to install", "app/run", {"app/run"}, {}, "app/run", "app/run");
-        row("given, no bundle executable in the update", "app/run", {"app/run", "tmp/new/tool"},
+        add("given, nothing to install", "app/run", {"app/run"}, {}, "app/run", "app/run");
+        add("given, no bundle executable in the update", "app/run", {"app/run", "tmp/new/tool"},
             {"tool"}, "app/run", "app/run");
-        row("given wins over the bundle executable", "app/run", {"app/run", "tmp/new/" + bundleExe},
+        add("given wins over the bundle executable", "app/run", {"app/run", "tmp/new/" + bundleExe},
             {bundleExe}, "app/run", "app/run");
-        row("given outside the installation", "elsewhere/run",
+        add("given outside the installation", "elsewhere/run",
             {"elsewhere/run", "tmp/new/" + bundleExe}, {bundleExe}, "elsewhere/run",
             "elsewhere/run");
-        row("given one is replaced by the update", "app/run", {"app/run", "tmp/new/run"}, {"run"},
+        add("given one is replaced by the update", "app/run", {"app/run", "tmp/new/run"}, {"run"},
             "app/run", "tmp/new/run");
-        row("given one comes with the update", "app/run", {"tmp/new/run", "tmp/new/" + bundleExe},
+        add("given one comes with the update", "app/run", {"tmp/new/run", "tmp/new/" + bundleExe},
             {"run", bundleExe}, "app/run", "tmp/new/run");
-        row("given one is lost in the update", "app/run", {"app/run", "tmp/new/" + bundleExe},
+        add("given one is lost in the update", "app/run", {"app/run", "tmp/new/" + bundleExe},
             {"run", bundleExe}, "app/Editor.app/Contents/MacOS/Editor",
             "tmp/new/Editor.app/Contents/MacOS/Editor");
-        row("given one is missing", "app/run", {"tmp/new/" + bundleExe}, {bundleExe},
+        add("given one is missing", "app/run", {"tmp/new/" + bundleExe}, {bundleExe},
             "app/Editor.app/Contents/MacOS/Editor", "tmp/new/Editor.app/Contents/MacOS/Editor");
-        row("none given", "", {"tmp/new/" + bundleExe}, {bundleExe},
+        add("none given", "", {"tmp/new/" + bundleExe}, {bundleExe},
             "app/Editor.app/Contents/MacOS/Editor", "tmp/new/Editor.app/Contents/MacOS/Editor");
-        row("bundle executable is replaced", "", {"app/" + bundleExe, "tmp/new/" + bundleExe},
+        add("bundle executable is replaced", "", {"app/" + bundleExe, "tmp/new/" + bundleExe},
             {bundleExe}, "app/Editor.app/Contents/MacOS/Editor",
             "tmp/new/Editor.app/Contents/MacOS/Editor");
-        row("bundle executable is not the last file", "",
+        add("bundle executable is not the last file", "",
             {"tmp/new/a", "tmp/new/" + bundleExe, "tmp/new/z"}, {"a", bundleExe, "z"},
             "app/Editor.app/Contents/MacOS/Editor", "tmp/new/Editor.app/Contents/MacOS/Editor");
 
-        row("given one is missing, no bundle executable in the update", "app/run",
+        add("given one is missing, no bundle executable in the update", "app/run",
             {"app/" + bundleExe, "tmp/new/tool"}, {"tool"}, "app/run", "");
-        row("given one is missing, that of the bundle too", "app/run", {}, {bundleExe}, "app/run",
+        add("given one is missing, that of the bundle too", "app/run", {}, {bundleExe}, "app/run",
             "");
-        row("none given, no bundle executable in the update", "",
+        add("none given, no bundle executable in the update", "",
             {"app/" + bundleExe, "tmp/new/tool"}, {"tool"}, "", "");
-        row("none given, nothing to install", "", {"app/" + bundleExe}, {}, "", "");
-        row("none given, bundle executable is missing", "", {"app/" + bundleExe}, {bundleExe}, "",
+        add("none given, nothing to install", "", {"app/" + bundleExe}, {}, "", "");
+        add("none given, bundle executable is missing", "", {"app/" + bundleExe}, {bundleExe}, "",
             "");
-        row("given one is a directory", "app/sub", {"app/sub/run", "tmp/new/" + bundleExe},
+        add("given one is a directory", "app/sub", {"app/sub/run", "tmp/new/" + bundleExe},
             {bundleExe}, "app/sub", "");
     }
 
@@ -677,34 +643,16 @@ private Q_SLOTS:
         QTest::addColumn<QString>("file");
         QTest::addColumn<QString>("path");
         QTest::addColumn<QString>("directory");
-        QTest::newRow("absolute path") << "app/run"
-                                       << "@top/app/run"
-                                       << "app";
-        QTest::newRow("blanks") << "my app/the program"
-                                << "@top/my app/the program"
-                                << "my app";
-        QTest::newRow("quotes and dollars") << "a'b/\"$HOME\""
-                                            << "@top/a'b/\"$HOME\""
-                                            << "a'b";
-        QTest::newRow("two slashes before the name") << "app/run"
-                                                     << "@top/app//run"
-                                                     << "app";
-        QTest::newRow("backslash before the name") << "app\\run"
-                                                   << "@top/app\\run"
-                                                   << "app";
-        QTest::newRow("slash behind a backslash") << "a\\b/run"
-                                                  << "@top/a\\b/run"
-                                                  << "a\\b";
-        QTest::newRow("relative path") << "here/run"
-                                       << "./run"
-                                       << "here";
-        QTest::newRow("bare name") << "here/run"
-                                   << "run"
-                                   << "base";
+        row("absolute path", "app/run", "@top/app/run", "app");
+        row("blanks", "my app/the program", "@top/my app/the program", "my app");
+        row("quotes and dollars", "a'b/\"$HOME\"", "@top/a'b/\"$HOME\"", "a'b");
+        row("two slashes before the name", "app/run", "@top/app//run", "app");
+        row("backslash before the name", "app\\run", "@top/app\\run", "app");
+        row("slash behind a backslash", "a\\b/run", "@top/a\\b/run", "a\\b");
+        row("relative path", "here/run", "./run", "here");
+        row("bare name", "here/run", "run", "base");
         // Nothing stands before the separator: the process stays where the updater is.
-        QTest::newRow("only separator comes first") << "here/\\run"
-                                                    << "\\run"
-                                                    << "here";
+        row("only separator comes first", "here/\\run", "\\run", "here");
     }
 
     void programRunsInItsDirectory()
@@ -729,16 +677,16 @@ private Q_SLOTS:
     void failedStartLeavesTheNextOneFree_data()
     {
         QTest::addColumn<QString>("path");
-        QTest::newRow("empty path") << QString();
-        QTest::newRow("missing file") << "@top/app/missing";
-        QTest::newRow("missing directory") << "@top/missing/program";
-        QTest::newRow("file without permission") << "@top/app/plain";
-        QTest::newRow("file that is no program") << "@top/app/text";
-        QTest::newRow("directory") << "@top/app";
-        QTest::newRow("broken link") << "@top/app/link";
-        QTest::newRow("name that only the PATH knows") << "in-path";
+        row("empty path", QString());
+        row("missing file", "@top/app/missing");
+        row("missing directory", "@top/missing/program");
+        row("file without permission", "@top/app/plain");
+        row("file that is no program", "@top/app/text");
+        row("directory", "@top/app");
+        row("broken link", "@top/app/link");
+        row("name that only the PATH knows", "in-path");
         // It is looked up from its own directory, and so not found.
-        QTest::newRow("relative path") << "app/relative";
+        row("relative path", "app/relative");
     }
 
     void failedStartLeavesTheNextOneFree()
@@ -764,11 +712,11 @@ private Q_SLOTS:
     void secondStartIsRefusedInSilence_data()
     {
         QTest::addColumn<QString>("path");
-        QTest::newRow("same program") << "@top/app/first";
-        QTest::newRow("another program") << "@top/app/second";
-        QTest::newRow("missing file") << "@top/app/missing";
-        QTest::newRow("file that is no program") << "@top/app/text";
-        QTest::newRow("empty path") << QString();
+        row("same program", "@top/app/first");
+        row("another program", "@top/app/second");
+        row("missing file", "@top/app/missing");
+        row("file that is no program", "@top/app/text");
+        row("empty path", QString());
     }
 
     void secondStartIsRefusedInSilence()

@@ -8,6 +8,7 @@
 #include "tests/support/LiteralReader.h"
 #include "tests/support/ManifestTexts.h"
 #include "tests/support/Records.h"
+#include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
 
 #include <functional>
@@ -190,12 +191,12 @@ void TestManifestDifferential::faultyReaderIsToldFromSoundOne_data()
     QTest::addColumn<int>("looksBack");
     QTest::addColumn<double>("least");
     constexpr int ignored = Qt::CaseInsensitive;
-    QTest::newRow("no fault") << ignored << true << true << -1 << 0.0;
-    QTest::newRow("letter case counts") << int(Qt::CaseSensitive) << true << true << -1 << 20.0;
-    QTest::newRow("no trimming before gluing") << ignored << false << true << -1 << 5.0;
-    QTest::newRow("blind to marks across a seam") << ignored << true << false << -1 << 5.0;
-    QTest::newRow("goes on behind the cut") << ignored << true << true << 0 << 5.0;
-    QTest::newRow("looks back one too few") << ignored << true << true << 4 << 1.0;
+    row("no fault", ignored, true, true, -1, 0.0);
+    row("letter case counts", int(Qt::CaseSensitive), true, true, -1, 20.0);
+    row("no trimming before gluing", ignored, false, true, -1, 5.0);
+    row("blind to marks across a seam", ignored, true, false, -1, 5.0);
+    row("goes on behind the cut", ignored, true, true, 0, 5.0);
+    row("looks back one too few", ignored, true, true, 4, 1.0);
 }
 
 void TestManifestDifferential::faultyReaderIsToldFromSoundOne()

@@ -3,6 +3,7 @@
 #include "app/Options.h"
 
 #include "tests/support/Messages.h"
+#include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
 
 #include <cerrno>
@@ -117,72 +118,72 @@ private Q_SLOTS:
     {
         QTest::addColumn<Words>("words");
         QTest::addColumn<Options>("expected");
-        const auto row = [](const char* name, const Words& words, void (*change)(Options&)) {
-            QTest::newRow(name) << words << with(change);
+        const auto add = [](const char* name, const Words& words, void (*change)(Options&)) {
+            row(name, words, with(change));
         };
 
-        row("no arguments", {}, [](Options&) {});
-        row("-b", {"-b"}, [](Options& o) { o.build = true; });
-        row("-c", {"-c"}, [](Options& o) { o.check = true; });
-        row("-r", {"-r"}, [](Options& o) { o.required = true; });
-        row("-u", {"-u"}, [](Options& o) { o.update = true; });
-        row("-d", {"-d", "/opt"}, [](Options& o) { o.baseDir = "/opt"; });
-        row("-l", {"-l", "http://h/i"}, [](Options& o) { o.url = "http://h/i"; });
-        row("-n", {"-n", "Editor"}, [](Options& o) { o.name = "Editor"; });
-        row("-s", {"-s", "key"}, [](Options& o) { o.key = "key"; });
-        row("-v", {"-v", "1.2"}, [](Options& o) { o.version = "1.2"; });
-        row("-x", {"-x", "/opt/e"}, [](Options& o) { o.exe = "/opt/e"; });
-        row("all together",
+        add("no arguments", {}, [](Options&) {});
+        add("-b", {"-b"}, [](Options& o) { o.build = true; });
+        add("-c", {"-c"}, [](Options& o) { o.check = true; });
+        add("-r", {"-r"}, [](Options& o) { o.required = true; });
+        add("-u", {"-u"}, [](Options& o) { o.update = true; });
+        add("-d", {"-d", "/opt"}, [](Options& o) { o.baseDir = "/opt"; });
+        add("-l", {"-l", "http://h/i"}, [](Options& o) { o.url = "http://h/i"; });
+        add("-n", {"-n", "Editor"}, [](Options& o) { o.name = "Editor"; });
+        add("-s", {"-s", "key"}, [](Options& o) { o.key = "key"; });
+        add("-v", {"-v", "1.2"}, [](Options& o) { o.version = "1.2"; });
+        add("-x", {"-x", "/opt/e"}, [](Options& o) { o.exe = "/opt/e"; });
+        add("all together",
             {"-b", "-c", "-u", "-r", "-n", "N", "-d", "D", "-v", "V", "-l", "L", "-s", "S", "-x",
              "X"},
             [](Options& o) { o = {"N", "D", "V", "L", "S", "X", "", true, true, true, true}; });
 
-        row("plain words are ignored", {"word", "-b", "another"},
+        add("plain words are ignored", {"word", "-b", "another"},
             [](Options& o) { o.build = true; });
-        row("empty word is ignored", {"", "-b"}, [](Options& o) { o.build = true; });
-        row("flag twice", {"-b", "-b"}, [](Options& o) { o.build = true; });
-        row("only the second character counts for a flag", {"-cu"},
+        add("empty word is ignored", {"", "-b"}, [](Options& o) { o.build = true; });
+        add("flag twice", {"-b", "-b"}, [](Options& o) { o.build = true; });
+        add("only the second character counts for a flag", {"-cu"},
             [](Options& o) { o.check = true; });
-        row("only the second character counts for a value", {"-name", "Editor"},
+        add("only the second character counts for a value", {"-name", "Editor"},
             [](Options& o) { o.name = "Editor"; });
-        row("value glued to its letter is ignored", {"-nEditor", "Real"},
+        add("value glued to its letter is ignored", {"-nEditor", "Real"},
             [](Options& o) { o.name = "Real"; });
-        row("value that looks like an option is taken", {"-n", "-u"},
+        add("value that looks like an option is taken", {"-n", "-u"},
             [](Options& o) { o.name = "-u"; });
-        row("value that looks like a long option is taken", {"-n", "--cleanup", "-b"},
+        add("value that looks like a long option is taken", {"-n", "--cleanup", "-b"},
             [](Options& o) {
                 o.name = "--cleanup";
                 o.build = true;
             });
-        row("empty value", {"-n", ""}, [](Options&) {});
-        row("quotes around a value go", {"-v", "\"1.2\""}, [](Options& o) { o.version = "1.2"; });
-        row("two quotes are an empty value", {"-n", "\"\""}, [](Options&) {});
-        row("last value wins", {"-n", "a", "-n", "b"}, [](Options& o) { o.name = "b"; });
-        row("values are Latin-1", {"-n", "\xE4\xC3\xA4"},
+        add("empty value", {"-n", ""}, [](Options&) {});
+        add("quotes around a value go", {"-v", "\"1.2\""}, [](Options& o) { o.version = "1.2"; });
+        add("two quotes are an empty value", {"-n", "\"\""}, [](Options&) {});
+        add("last value wins", {"-n", "a", "-n", "b"}, [](Options& o) { o.name = "b"; });
+        add("values are Latin-1", {"-n", "\xE4\xC3\xA4"},
             [](Options& o) { o.name = QString::fromLatin1("\xE4\xC3\xA4"); });
 
-        row("unknown long option is ignored", {"--unknown"}, [](Options&) {});
-        row("unknown long option takes no value", {"--unknown", "-b"},
+        add("unknown long option is ignored", {"--unknown"}, [](Options&) {});
+        add("unknown long option takes no value", {"--unknown", "-b"},
             [](Options& o) { o.build = true; });
-        row("two dashes alone are ignored", {"--", "-b"}, [](Options& o) { o.build = true; });
-        row("changelog at the end is ignored", {"-b", "--changelog"},
+        add("two dashes alone are ignored", {"--", "-b"}, [](Options& o) { o.build = true; });
+        add("changelog at the end is ignored", {"-b", "--changelog"},
             [](Options& o) { o.build = true; });
-        row("cleanup at the end is ignored", {"-b", "--cleanup"},
+        add("cleanup at the end is ignored", {"-b", "--cleanup"},
             [](Options& o) { o.build = true; });
-        row("long option with an equals sign is unknown", {"--changelog=/dev/null", "-b"},
+        add("long option with an equals sign is unknown", {"--changelog=/dev/null", "-b"},
             [](Options& o) { o.build = true; });
-        row("long option cut short is unknown", {"--change", "/dev/null"}, [](Options&) {});
-        row("changelog", {"--changelog", "/dev/null", "-b"}, [](Options& o) {
+        add("long option cut short is unknown", {"--change", "/dev/null"}, [](Options&) {});
+        add("changelog", {"--changelog", "/dev/null", "-b"}, [](Options& o) {
             o.changelog = "/dev/null";
             o.build = true;
         });
-        row("changelog in upper case", {"--CHANGELOG", "/dev/null"},
+        add("changelog in upper case", {"--CHANGELOG", "/dev/null"},
             [](Options& o) { o.changelog = "/dev/null"; });
-        row("changelog in quotes", {"--changelog", "\"/dev/null\""},
+        add("changelog in quotes", {"--changelog", "\"/dev/null\""},
             [](Options& o) { o.changelog = "/dev/null"; });
-        row("changelog takes what looks like an option", {"--changelog", "-b", "-c"},
+        add("changelog takes what looks like an option", {"--changelog", "-b", "-c"},
             [](Options& o) { o.check = true; });
-        row("last changelog wins", {"--changelog", "/dev/null", "--changelog", "/dev/zero"},
+        add("last changelog wins", {"--changelog", "/dev/null", "--changelog", "/dev/zero"},
             [](Options& o) { o.changelog = "/dev/zero"; });
     }
 
@@ -208,10 +209,10 @@ private Q_SLOTS:
             QTest::addRow("-%c", digit) << Words{QByteArray("-") + digit};
         for (const char* letter : {"d", "l", "n", "s", "v", "x"})
             QTest::addRow("-%s without its value", letter) << Words{QByteArray("-") + letter};
-        QTest::newRow("bare dash") << Words{"-"};
-        QTest::newRow("dash and blank") << Words{"- b"};
-        QTest::newRow("question mark") << Words{"-?"};
-        QTest::newRow("unknown letter before a known one") << Words{"-zb"};
+        row("bare dash", Words{"-"});
+        row("dash and blank", Words{"- b"});
+        row("question mark", Words{"-?"});
+        row("unknown letter before a known one", Words{"-zb"});
     }
 
     void rejectedCommandLineKeepsWhatWasSetBefore()
@@ -262,12 +263,12 @@ private Q_SLOTS:
     {
         QTest::addColumn<QByteArray>("argument");
         QTest::addColumn<QString>("name");
-        QTest::newRow("plain name") << QByteArray("/nowhere/notes.txt") << "/nowhere/notes.txt";
-        QTest::newRow("quotes inside") << QByteArray("/no\"where") << "/no\"where";
-        QTest::newRow("backslash") << QByteArray("C:\\notes.txt") << "C:\\notes.txt";
-        QTest::newRow("quotes around") << QByteArray("\"/nowhere\"") << "/nowhere";
-        QTest::newRow("place marker") << QByteArray("/no/%1") << "/no/%1";
-        QTest::newRow("empty") << QByteArray("") << "";
+        row("plain name", QByteArray("/nowhere/notes.txt"), "/nowhere/notes.txt");
+        row("quotes inside", QByteArray("/no\"where"), "/no\"where");
+        row("backslash", QByteArray("C:\\notes.txt"), "C:\\notes.txt");
+        row("quotes around", QByteArray("\"/nowhere\""), "/nowhere");
+        row("place marker", QByteArray("/no/%1"), "/no/%1");
+        row("empty", QByteArray(""), "");
     }
 
     void missingChangelogIsAnnouncedAndDropped()
@@ -296,23 +297,21 @@ private Q_SLOTS:
                 left.removeAll(name);
             return left;
         };
-        QTest::newRow("one file") << QByteArray("--cleanup") << "@/a" << without({"a"});
-        QTest::newRow("several files, an empty part between")
-            << QByteArray("--cleanup") << "@/a;;@/b" << without({"a", "b"});
-        QTest::newRow("upper case") << QByteArray("--CleanUP") << "@/a" << without({"a"});
-        QTest::newRow("blank in a name") << QByteArray("--cleanup") << "@/c d" << without({"c d"});
-        QTest::newRow("missing files do no harm")
-            << QByteArray("--cleanup") << "@/x;@/b;@/y" << without({"b"});
-        QTest::newRow("a directory stays, the next file goes")
-            << QByteArray("--cleanup") << "@/dir;@/a" << without({"a"});
-        QTest::newRow("file in a directory")
-            << QByteArray("--cleanup") << "@/dir/e" << without({"dir/e"});
-        QTest::newRow("local encoding") << QByteArray("--cleanup") << QString::fromUtf8("@/ö")
-                                        << without({QString::fromUtf8("ö")});
-        QTest::newRow("quotes are part of the name") << QByteArray("--cleanup") << "\"@/a\"" << all;
-        QTest::newRow("only separators") << QByteArray("--cleanup") << ";;;" << all;
-        QTest::newRow("empty list") << QByteArray("--cleanup") << "" << all;
-        QTest::newRow("equals sign") << QByteArray("--cleanup=@/a") << "@/b" << all;
+        row("one file", QByteArray("--cleanup"), "@/a", without({"a"}));
+        row("several files, an empty part between", QByteArray("--cleanup"), "@/a;;@/b",
+            without({"a", "b"}));
+        row("upper case", QByteArray("--CleanUP"), "@/a", without({"a"}));
+        row("blank in a name", QByteArray("--cleanup"), "@/c d", without({"c d"}));
+        row("missing files do no harm", QByteArray("--cleanup"), "@/x;@/b;@/y", without({"b"}));
+        row("a directory stays, the next file goes", QByteArray("--cleanup"), "@/dir;@/a",
+            without({"a"}));
+        row("file in a directory", QByteArray("--cleanup"), "@/dir/e", without({"dir/e"}));
+        row("local encoding", QByteArray("--cleanup"), QString::fromUtf8("@/ö"),
+            without({QString::fromUtf8("ö")}));
+        row("quotes are part of the name", QByteArray("--cleanup"), "\"@/a\"", all);
+        row("only separators", QByteArray("--cleanup"), ";;;", all);
+        row("empty list", QByteArray("--cleanup"), "", all);
+        row("equals sign", QByteArray("--cleanup=@/a"), "@/b", all);
     }
 
     void cleanupDeletesTheListedFiles()
@@ -343,11 +342,11 @@ private Q_SLOTS:
         QTest::addColumn<int>("refusals");
         QTest::addColumn<int>("attempts");
         QTest::addColumn<bool>("gone");
-        QTest::newRow("goes at once") << 0 << 1 << true;
-        QTest::newRow("goes at the second attempt") << 1 << 2 << true;
-        QTest::newRow("goes at the fiftieth attempt") << 49 << 50 << true;
-        QTest::newRow("would go at the next attempt") << 50 << 50 << false;
-        QTest::newRow("never goes") << 1000000 << 50 << false;
+        row("goes at once", 0, 1, true);
+        row("goes at the second attempt", 1, 2, true);
+        row("goes at the fiftieth attempt", 49, 50, true);
+        row("would go at the next attempt", 50, 50, false);
+        row("never goes", 1000000, 50, false);
     }
 
     void cleanupTriesAFileFiftyTimes()
@@ -369,8 +368,8 @@ private Q_SLOTS:
     void cleanupTriesOnlyWhatExists_data()
     {
         QTest::addColumn<bool>("brokenLink");
-        QTest::newRow("missing file") << false;
-        QTest::newRow("broken link") << true;
+        row("missing file", false);
+        row("broken link", true);
     }
 
     void cleanupTriesOnlyWhatExists()
@@ -399,32 +398,19 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("text");
         QTest::addColumn<QString>("expected");
-        QTest::newRow("pair") << "\"x\""
-                              << "x";
-        QTest::newRow("two pairs") << "\"\"x\"\""
-                                   << "\"x\"";
-        QTest::newRow("nothing inside") << "\"\""
-                                        << "";
-        QTest::newRow("single quote character") << "\""
-                                                << "\"";
-        QTest::newRow("only in front") << "\"x"
-                                       << "\"x";
-        QTest::newRow("only behind") << "x\""
-                                     << "x\"";
-        QTest::newRow("inside") << "a\"\"b"
-                                << "a\"\"b";
-        QTest::newRow("apostrophes") << "'x'"
-                                     << "'x'";
-        QTest::newRow("blanks inside the pair stay") << "\" x \""
-                                                     << " x ";
-        QTest::newRow("blank behind the pair") << "\"x\" "
-                                               << "\"x\" ";
-        QTest::newRow("no quotes") << "x"
-                                   << "x";
-        QTest::newRow("empty") << ""
-                               << "";
-        QTest::newRow("three quotes") << "\"\"\""
-                                      << "\"";
+        row("pair", "\"x\"", "x");
+        row("two pairs", "\"\"x\"\"", "\"x\"");
+        row("nothing inside", "\"\"", "");
+        row("single quote character", "\"", "\"");
+        row("only in front", "\"x", "\"x");
+        row("only behind", "x\"", "x\"");
+        row("inside", "a\"\"b", "a\"\"b");
+        row("apostrophes", "'x'", "'x'");
+        row("blanks inside the pair stay", "\" x \"", " x ");
+        row("blank behind the pair", "\"x\" ", "\"x\" ");
+        row("no quotes", "x", "x");
+        row("empty", "", "");
+        row("three quotes", "\"\"\"", "\"");
     }
 
     void trimQuotesTakesOnePair()

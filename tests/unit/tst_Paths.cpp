@@ -2,6 +2,7 @@
 
 #include "manifest/Paths.h"
 
+#include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
 
 class TestPaths : public QObject
@@ -14,13 +15,13 @@ private Q_SLOTS:
         QTest::addColumn<QString>("path");
         QTest::addColumn<bool>("ends");
         QTest::addColumn<QString>("expected");
-        QTest::newRow("name at the end") << "/opt/app" << false << "/opt/app/";
-        QTest::newRow("slash at the end") << "/opt/app/" << true << "/opt/app/";
-        QTest::newRow("backslash at the end") << "C:\\app\\" << true << "C:\\app\\";
-        QTest::newRow("two slashes at the end") << "/opt//" << true << "/opt//";
-        QTest::newRow("separators only inside") << "a/b\\c" << false << "a/b\\c/";
-        QTest::newRow("root") << "/" << true << "/";
-        QTest::newRow("empty") << "" << false << "/";
+        row("name at the end", "/opt/app", false, "/opt/app/");
+        row("slash at the end", "/opt/app/", true, "/opt/app/");
+        row("backslash at the end", "C:\\app\\", true, "C:\\app\\");
+        row("two slashes at the end", "/opt//", true, "/opt//");
+        row("separators only inside", "a/b\\c", false, "a/b\\c/");
+        row("root", "/", true, "/");
+        row("empty", "", false, "/");
     }
 
     void separatorIsAddedOnlyWhereNoneStands()
@@ -36,9 +37,6 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("path");
         QTest::addColumn<QString>("expected");
-        const auto row = [](const char* name, const char* path, const char* expected) {
-            QTest::newRow(name) << path << expected;
-        };
         row("name at the end", "/opt/app", "/opt/app");
         row("slash at the end", "/opt/app/", "/opt/app");
         row("backslash at the end", "C:\\app\\", "C:\\app");
@@ -62,10 +60,6 @@ private Q_SLOTS:
         QTest::addColumn<QString>("path");
         QTest::addColumn<int>("separator");
         QTest::addColumn<QString>("directory");
-        const auto row = [](const char* name, const char* path, int separator,
-                            const char* directory) {
-            QTest::newRow(name) << path << separator << QString(directory);
-        };
         row("slashes", "/opt/app/run", 8, "/opt/app");
         row("backslashes", "C:\\app\\run", 6, "C:\\app");
         row("slash behind a backslash", "a\\b/c", 3, "a\\b");
@@ -89,8 +83,8 @@ private Q_SLOTS:
     void bareNameHasNoDirectory_data()
     {
         QTest::addColumn<QString>("path");
-        QTest::newRow("name") << "run";
-        QTest::newRow("empty") << "";
+        row("name", "run");
+        row("empty", "");
     }
 
     void bareNameHasNoDirectory()
@@ -105,9 +99,6 @@ private Q_SLOTS:
         QTest::addColumn<QString>("path");
         QTest::addColumn<QString>("top");
         QTest::addColumn<bool>("inside");
-        const auto row = [](const char* name, const char* path, const char* top, bool inside) {
-            QTest::newRow(name) << path << top << inside;
-        };
         row("below, slash at the top", "/tmp/EditorUpdate.app/Contents/MacOS", "/tmp/", true);
         row("below", "/tmp/EditorUpdate.app/Contents/MacOS", "/tmp", true);
         row("below another top", "/tmp/EditorUpdate.app/Contents/MacOS", "/tmp2", false);

@@ -6,6 +6,7 @@
 #include "updater/Requests.h"
 
 #include "tests/support/Messages.h"
+#include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
 
 #include <QBuffer>
@@ -18,11 +19,11 @@ private Q_SLOTS:
     void debugTextReachesTheHandlerToTheLetter_data()
     {
         QTest::addColumn<QString>("text");
-        QTest::newRow("plain") << "plain";
-        QTest::newRow("blank at the end") << "text ";
-        QTest::newRow("quotes and backslashes") << "a \"b\" \\n c";
-        QTest::newRow("outside ASCII") << QString::fromUtf8("Größe \xE2\x82\xAC");
-        QTest::newRow("place markers") << "%1 %s %n";
+        row("plain", "plain");
+        row("blank at the end", "text ");
+        row("quotes and backslashes", "a \"b\" \\n c");
+        row("outside ASCII", QString::fromUtf8("Größe \xE2\x82\xAC"));
+        row("place markers", "%1 %s %n");
     }
 
     void debugTextReachesTheHandlerToTheLetter()
@@ -82,12 +83,11 @@ private Q_SLOTS:
     {
         QTest::addColumn<QByteArray>("bytes");
         QTest::addColumn<QString>("expected");
-        QTest::newRow("nothing") << QByteArray() << QString();
-        QTest::newRow("ASCII") << QByteArray("abc") << "abc";
-        QTest::newRow("bytes above 127")
-            << QByteArray("\xC3\xA4") << QString(QChar(0xC3)) + QChar(0xA4);
-        QTest::newRow("zero byte inside") << QByteArray("ab\0cd", 5) << "ab";
-        QTest::newRow("zero byte first") << QByteArray("\0cd", 3) << QString();
+        row("nothing", QByteArray(), QString());
+        row("ASCII", QByteArray("abc"), "abc");
+        row("bytes above 127", QByteArray("\xC3\xA4"), QString(QChar(0xC3)) + QChar(0xA4));
+        row("zero byte inside", QByteArray("ab\0cd", 5), "ab");
+        row("zero byte first", QByteArray("\0cd", 3), QString());
     }
 
     void bytesBecomeOneCharacterEachUpToTheFirstZero()

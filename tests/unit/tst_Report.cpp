@@ -5,6 +5,7 @@
 #include "tests/support/HostProcess.h"
 #include "tests/support/Messages.h"
 #include "tests/support/Restrictions.h"
+#include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
 
 #include <QChildEvent>
@@ -81,51 +82,39 @@ private Q_SLOTS:
         QTest::addColumn<bool>("flag");
         QTest::addColumn<QByteArray>("expected");
 
-        QTest::newRow("flag set, exactly large enough")
-            << 6 << "2.1" << true << QByteArray("2.1\0001\0", 6);
-        QTest::newRow("flag not set, exactly large enough")
-            << 6 << "2.1" << false << QByteArray("2.1\0000\0", 6);
-        QTest::newRow("one byte more becomes zero")
-            << 7 << "2.1" << true << QByteArray("2.1\0001\0\0", 7);
-        QTest::newRow("all of the rest becomes zero")
-            << 5000 << "2.1" << true << QByteArray("2.1\0001\0", 6) + zeros(4994);
-        QTest::newRow("one byte too small stays as it was")
-            << 5 << "2.1" << true << HostProcess::untouched(5);
-        QTest::newRow("room for the text only stays as it was")
-            << 3 << "2.1" << true << HostProcess::untouched(3);
-        QTest::newRow("single byte stays as it was")
-            << 1 << "2.1" << true << HostProcess::untouched(1);
+        row("flag set, exactly large enough", 6, "2.1", true, QByteArray("2.1\0001\0", 6));
+        row("flag not set, exactly large enough", 6, "2.1", false, QByteArray("2.1\0000\0", 6));
+        row("one byte more becomes zero", 7, "2.1", true, QByteArray("2.1\0001\0\0", 7));
+        row("all of the rest becomes zero", 5000, "2.1", true,
+            QByteArray("2.1\0001\0", 6) + zeros(4994));
+        row("one byte too small stays as it was", 5, "2.1", true, HostProcess::untouched(5));
+        row("room for the text only stays as it was", 3, "2.1", true, HostProcess::untouched(3));
+        row("single byte stays as it was", 1, "2.1", true, HostProcess::untouched(1));
 
-        QTest::newRow("error, exactly large enough")
-            << 8 << "ERROR" << false << QByteArray("ERROR\0000\0", 8);
-        QTest::newRow("error, one byte too small")
-            << 7 << "ERROR" << false << HostProcess::untouched(7);
+        row("error, exactly large enough", 8, "ERROR", false, QByteArray("ERROR\0000\0", 8));
+        row("error, one byte too small", 7, "ERROR", false, HostProcess::untouched(7));
 
-        QTest::newRow("empty text, flag not set")
-            << 5 << "" << false << QByteArray("\0000\0\0\0", 5);
-        QTest::newRow("empty text, flag set, exactly large enough")
-            << 3 << "" << true << QByteArray("\0001\0", 3);
-        QTest::newRow("empty text, one byte too small")
-            << 2 << "" << true << HostProcess::untouched(2);
-        QTest::newRow("null text") << 3 << QString() << false << QByteArray("\0000\0", 3);
+        row("empty text, flag not set", 5, "", false, QByteArray("\0000\0\0\0", 5));
+        row("empty text, flag set, exactly large enough", 3, "", true, QByteArray("\0001\0", 3));
+        row("empty text, one byte too small", 2, "", true, HostProcess::untouched(2));
+        row("null text", 3, QString(), false, QByteArray("\0000\0", 3));
 
-        QTest::newRow("Latin-1 characters are one byte each")
-            << 7 << QString::fromUtf8("\xC3\xA4\xC3\xBF\xC2\xA0\xC3\x80") << true
-            << QByteArray("\xE4\xFF\xA0\xC0\0001\0", 7);
-        QTest::newRow("characters that Latin-1 lacks are question marks")
-            << 6 << QString::fromUtf8("1\xE2\x82\xAC\xC4\x80") << true
-            << QByteArray("1??\0001\0", 6);
-        QTest::newRow("character outside the basic plane is two question marks")
-            << 6 << QString::fromUtf8("1\xF0\x9F\x98\x80") << true << QByteArray("1??\0001\0", 6);
-        QTest::newRow("size counts characters, not UTF-8 bytes")
-            << 4 << QString::fromUtf8("\xE2\x82\xAC") << true << QByteArray("?\0001\0", 4);
-        QTest::newRow("zero character inside the text")
-            << 8 << QString(QLatin1String("a\0b", 3)) << true << QByteArray("a\0b\0001\0\0\0", 8);
-        QTest::newRow("zero character counts for the size")
-            << 5 << QString(QLatin1String("a\0b", 3)) << true << HostProcess::untouched(5);
-        QTest::newRow("blanks stay") << 7 << " 1 \n" << true << QByteArray(" 1 \n\0001\0", 7);
-        QTest::newRow("long text") << 100003 << QString(100000, 'x') << true
-                                   << QByteArray(100000, 'x') + QByteArray("\0001\0", 3);
+        row("Latin-1 characters are one byte each", 7,
+            QString::fromUtf8("\xC3\xA4\xC3\xBF\xC2\xA0\xC3\x80"), true,
+            QByteArray("\xE4\xFF\xA0\xC0\0001\0", 7));
+        row("characters that Latin-1 lacks are question marks", 6,
+            QString::fromUtf8("1\xE2\x82\xAC\xC4\x80"), true, QByteArray("1??\0001\0", 6));
+        row("character outside the basic plane is two question marks", 6,
+            QString::fromUtf8("1\xF0\x9F\x98\x80"), true, QByteArray("1??\0001\0", 6));
+        row("size counts characters, not UTF-8 bytes", 4, QString::fromUtf8("\xE2\x82\xAC"), true,
+            QByteArray("?\0001\0", 4));
+        row("zero character inside the text", 8, QString(QLatin1String("a\0b", 3)), true,
+            QByteArray("a\0b\0001\0\0\0", 8));
+        row("zero character counts for the size", 5, QString(QLatin1String("a\0b", 3)), true,
+            HostProcess::untouched(5));
+        row("blanks stay", 7, " 1 \n", true, QByteArray(" 1 \n\0001\0", 7));
+        row("long text", 100003, QString(100000, 'x'), true,
+            QByteArray(100000, 'x') + QByteArray("\0001\0", 3));
     }
 
     void reportHasFixedBytes()
@@ -161,8 +150,8 @@ private Q_SLOTS:
     void emptyKeyMeansThatNothingHappens_data()
     {
         QTest::addColumn<QString>("key");
-        QTest::newRow("empty") << "";
-        QTest::newRow("null") << QString();
+        row("empty", "");
+        row("null", QString());
     }
 
     void emptyKeyMeansThatNothingHappens()
@@ -264,8 +253,8 @@ private Q_SLOTS:
     void nothingIsHeldAfterAReport_data()
     {
         QTest::addColumn<int>("size");
-        QTest::newRow("segment large enough") << 16;
-        QTest::newRow("segment too small") << 2;
+        row("segment large enough", 16);
+        row("segment too small", 2);
     }
 
     void nothingIsHeldAfterAReport()

@@ -2,6 +2,7 @@
 
 #include "updater/Updater.h"
 
+#include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
 #include "tests/support/UpdaterProbe.h"
 
@@ -60,27 +61,27 @@ private Q_SLOTS:
         QTest::addColumn<QString>("appDir");
         QTest::addColumn<QString>("tmpDir");
         QTest::addColumn<QByteArray>("answer");
-        const auto row = [](const char* name, const char* appDir, const char* tmpDir,
+        const auto add = [](const char* name, const char* appDir, const char* tmpDir,
                             const char* answer) {
-            QTest::newRow(name) << appDir << tmpDir << QByteArray(answer);
+            row(name, appDir, tmpDir, QByteArray(answer));
         };
-        row("bundle below", "tmp/EditorUpdate.app/Contents/MacOS", "@top/tmp", "inside");
-        row("bundle below, slash at the end", "tmp/EditorUpdate.app/Contents/MacOS", "@top/tmp/",
+        add("bundle below", "tmp/EditorUpdate.app/Contents/MacOS", "@top/tmp", "inside");
+        add("bundle below, slash at the end", "tmp/EditorUpdate.app/Contents/MacOS", "@top/tmp/",
             "inside");
-        row("bundle elsewhere", "tmp/EditorUpdate.app/Contents/MacOS", "@top/tmp2", "outside");
-        row("directory itself", "tmp", "@top/tmp", "inside");
-        row("directory itself, slash at the end", "tmp", "@top/tmp/", "inside");
-        row("sibling that begins with the same letters", "tmpfiles", "@top/tmp", "outside");
-        row("below such a sibling", "tmpfiles/app", "@top/tmp", "outside");
-        row("above", "tmp", "@top/tmp/deeper", "outside");
-        row("elsewhere, same length", "app", "@top/tmp", "outside");
-        row("directory in another case", "TMP/x", "@top/tmp", "inside");
-        row("equal but for the case", "tmp", "@top/TMP", "inside");
-        row("sibling in another case", "TMPfiles/x", "@top/tmp", "outside");
-        row("backslash for a slash", "tmp\\x", "@top/tmp", "inside");
-        row("backslash at the end", "tmp/x", "@top/tmp\\", "inside");
-        row("backslashes inside", "a/b/x", "@top/a\\b", "inside");
-        row("root", "tmp", "/", "outside");
+        add("bundle elsewhere", "tmp/EditorUpdate.app/Contents/MacOS", "@top/tmp2", "outside");
+        add("directory itself", "tmp", "@top/tmp", "inside");
+        add("directory itself, slash at the end", "tmp", "@top/tmp/", "inside");
+        add("sibling that begins with the same letters", "tmpfiles", "@top/tmp", "outside");
+        add("below such a sibling", "tmpfiles/app", "@top/tmp", "outside");
+        add("above", "tmp", "@top/tmp/deeper", "outside");
+        add("elsewhere, same length", "app", "@top/tmp", "outside");
+        add("directory in another case", "TMP/x", "@top/tmp", "inside");
+        add("equal but for the case", "tmp", "@top/TMP", "inside");
+        add("sibling in another case", "TMPfiles/x", "@top/tmp", "outside");
+        add("backslash for a slash", "tmp\\x", "@top/tmp", "inside");
+        add("backslash at the end", "tmp/x", "@top/tmp\\", "inside");
+        add("backslashes inside", "a/b/x", "@top/a\\b", "inside");
+        add("root", "tmp", "/", "outside");
     }
 
     void executableKnowsThatItRunsFromTheTemporaryDirectory()
@@ -122,10 +123,6 @@ private Q_SLOTS:
         QTest::addColumn<QString>("programName");
         QTest::addColumn<QString>("tmpDir");
         QTest::addColumn<QString>("copy");
-        const auto row = [](const char* name, const char* programName, const char* tmpDir,
-                            const char* copy) {
-            QTest::newRow(name) << programName << tmpDir << copy;
-        };
         row("plain name", "Editor", "tmp", "tmp/EditorUpdater");
         row("blanks around the name", " My Editor ", "tmp", "tmp/ My Editor Updater");
         row("empty name", "", "tmp", "tmp/Updater");
@@ -210,8 +207,8 @@ private Q_SLOTS:
     void copyReplacesWhatIsThere_data()
     {
         QTest::addColumn<bool>("link");
-        QTest::newRow("older file") << false;
-        QTest::newRow("link to a file") << true;
+        row("older file", false);
+        row("link to a file", true);
     }
 
     void copyReplacesWhatIsThere()
@@ -238,8 +235,8 @@ private Q_SLOTS:
     void failedCopyIsNotRecorded_data()
     {
         QTest::addColumn<QString>("programName");
-        QTest::newRow("directory at the target") << "Blocked";
-        QTest::newRow("no directory for the target") << "missing/Editor";
+        row("directory at the target", "Blocked");
+        row("no directory for the target", "missing/Editor");
     }
 
     void failedCopyIsNotRecorded()

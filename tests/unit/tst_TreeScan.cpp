@@ -4,8 +4,10 @@
 
 #include "tests/support/ReleaseTree.h"
 #include "tests/support/Restrictions.h"
+#include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
 #include "tests/support/UpdaterProbe.h"
+#include "tests/unit/EveryByte.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -63,20 +65,6 @@ QString lineOf(const QString& name, const QByteArray& contents)
 QString lineWithoutDigest(const QString& name, qint64 size)
 {
     return " " + QString::number(size) + " " + name;
-}
-
-QByteArray everyByte()
-{
-    QByteArray bytes;
-    for (int value = 0; value < 256; ++value)
-        bytes.append(static_cast<char>(value));
-    return bytes;
-}
-
-/// Adds a row of two texts.
-void row(const char* tag, const QString& first, const QString& second)
-{
-    QTest::newRow(tag) << first << second;
 }
 
 } // namespace
@@ -230,15 +218,12 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("contents");
         QTest::addColumn<QString>("sha1");
         // The expected digests were taken with sha1sum.
-        QTest::newRow("empty") << QByteArray() << "da39a3ee5e6b4b0d3255bfef95601890afd80709";
-        QTest::newRow("three letters")
-            << QByteArray("abc") << "a9993e364706816aba3e25717850c26c9cd0d89d";
-        QTest::newRow("carriage returns")
-            << QByteArray("a\r\nb\r") << "2b42365b4afcf00d7ccc5d1d2005c11bd0f60d7f";
-        QTest::newRow("zero byte")
-            << QByteArray("a\0b", 3) << "4a3dec2d1f8245280855c42db0ee4239f917fdb8";
-        QTest::newRow("every byte, many times")
-            << everyByte().repeated(10000) << "7eefc49fb20ec508f67f7fe79307466d2492ab28";
+        row("empty", QByteArray(), "da39a3ee5e6b4b0d3255bfef95601890afd80709");
+        row("three letters", QByteArray("abc"), "a9993e364706816aba3e25717850c26c9cd0d89d");
+        row("carriage returns", QByteArray("a\r\nb\r"), "2b42365b4afcf00d7ccc5d1d2005c11bd0f60d7f");
+        row("zero byte", QByteArray("a\0b", 3), "4a3dec2d1f8245280855c42db0ee4239f917fdb8");
+        row("every byte, many times", everyByte().repeated(10000),
+            "7eefc49fb20ec508f67f7fe79307466d2492ab28");
     }
 
     void contentsGiveDigestAndSize()
@@ -299,9 +284,9 @@ private Q_SLOTS:
     void linkToFileIsListedUnderItsOwnName_data()
     {
         QTest::addColumn<QString>("target");
-        QTest::newRow("in the tree") << "sub/target";
-        QTest::newRow("outside") << "../outside";
-        QTest::newRow("to a link") << "other";
+        row("in the tree", "sub/target");
+        row("outside", "../outside");
+        row("to a link", "other");
     }
 
     void linkToFileIsListedUnderItsOwnName()
@@ -364,7 +349,7 @@ private Q_SLOTS:
              {"named pipe", "socket", "broken link", "link to itself", "link to a device",
               "link to a named pipe", "link to an empty directory", "empty directory",
               "hidden empty directory"})
-            QTest::newRow(kind) << kind;
+            row(kind, kind);
     }
 
     void otherKindsAreSkipped()
@@ -381,17 +366,16 @@ private Q_SLOTS:
     void unreadableFileIsListedWithoutDigest_data()
     {
         QTest::addColumn<QStringList>("unreadable");
-        QTest::newRow("first of all") << QStringList{"a"};
-        QTest::newRow("last of all") << QStringList{"z"};
-        QTest::newRow("first subtree") << QStringList{"b/b"};
-        QTest::newRow("deep in the first subtree") << QStringList{"b/c/d"};
-        QTest::newRow("last subtree") << QStringList{"y/x"};
-        QTest::newRow("empty file") << QStringList{"empty"};
-        QTest::newRow("version file") << QStringList{"index.txt"};
-        QTest::newRow("two, in one directory") << QStringList{"b/b", "b/c/d"};
-        QTest::newRow("two, far apart") << QStringList{"a", "y/x"};
-        QTest::newRow("every one")
-            << QStringList{"a", "b/b", "b/c/d", "b/e", "empty", "index.txt", "y/x", "z"};
+        row("first of all", QStringList{"a"});
+        row("last of all", QStringList{"z"});
+        row("first subtree", QStringList{"b/b"});
+        row("deep in the first subtree", QStringList{"b/c/d"});
+        row("last subtree", QStringList{"y/x"});
+        row("empty file", QStringList{"empty"});
+        row("version file", QStringList{"index.txt"});
+        row("two, in one directory", QStringList{"b/b", "b/c/d"});
+        row("two, far apart", QStringList{"a", "y/x"});
+        row("every one", QStringList{"a", "b/b", "b/c/d", "b/e", "empty", "index.txt", "y/x", "z"});
     }
 
     void unreadableFileIsListedWithoutDigest()
@@ -432,8 +416,8 @@ private Q_SLOTS:
     void unreadableDirectoryCountsAsEmpty_data()
     {
         QTest::addColumn<unsigned>("mode");
-        QTest::newRow("no permission") << 0u;
-        QTest::newRow("to enter, not to list") << 0300u;
+        row("no permission", 0u);
+        row("to enter, not to list", 0300u);
     }
 
     void unreadableDirectoryCountsAsEmpty()
@@ -467,10 +451,10 @@ private Q_SLOTS:
     void directoryThatCannotBeListedCountsAsEmpty_data()
     {
         QTest::addColumn<QString>("path");
-        QTest::newRow("never was") << "never";
-        QTest::newRow("vanished") << "vanished";
-        QTest::newRow("is a file") << "file";
-        QTest::newRow("is a broken link") << "broken";
+        row("never was", "never");
+        row("vanished", "vanished");
+        row("is a file", "file");
+        row("is a broken link", "broken");
     }
 
     void directoryThatCannotBeListedCountsAsEmpty()

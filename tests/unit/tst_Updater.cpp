@@ -3,8 +3,10 @@
 #include "updater/Updater.h"
 
 #include "tests/support/HttpServer.h"
+#include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
 #include "tests/support/UpdaterProbe.h"
+#include "tests/unit/EventLoop.h"
 
 #include <QNetworkReply>
 #include <QPointer>
@@ -20,12 +22,6 @@ namespace {
 std::unique_ptr<Updater> makeUpdater(const QString& url = QString())
 {
     return std::make_unique<Updater>("Editor", "/opt/editor", "1.0", url, QString(), QString());
-}
-
-/// Ends the event loop with an exit code that nothing else gives, should nothing else end it.
-void endSometime(QObject* context)
-{
-    QTimer::singleShot(10000, context, [] { QCoreApplication::exit(7); });
 }
 
 int slotIndex(const char* signature)
@@ -139,12 +135,11 @@ private Q_SLOTS:
         const auto updater = makeUpdater();
         void* noArguments[] = {nullptr};
         int left = 0;
-        endSometime(updater.get());
         QTimer::singleShot(0, updater.get(), [&] {
             left = updater->qt_metacall(QMetaObject::InvokeMetaMethod,
                                         Updater::staticMetaObject.methodOffset() + 2, noArguments);
         });
-        QCOMPARE(QCoreApplication::exec(), 0);
+        QCOMPARE(runEventLoop(), 0);
         QCOMPARE(left, -1);
     }
 
@@ -163,11 +158,11 @@ private Q_SLOTS:
     {
         QTest::addColumn<QByteArray>("name");
         QTest::addColumn<bool>("known");
-        QTest::newRow("own name") << QByteArray("Updater") << true;
-        QTest::newRow("base class") << QByteArray("QObject") << true;
-        QTest::newRow("lower case") << QByteArray("updater") << false;
-        QTest::newRow("another class") << QByteArray("QWidget") << false;
-        QTest::newRow("beginning of the name") << QByteArray("Update") << false;
+        row("own name", QByteArray("Updater"), true);
+        row("base class", QByteArray("QObject"), true);
+        row("lower case", QByteArray("updater"), false);
+        row("another class", QByteArray("QWidget"), false);
+        row("beginning of the name", QByteArray("Update"), false);
     }
 
     void castKnowsTheExactClassName()
@@ -183,8 +178,8 @@ private Q_SLOTS:
     void startSendsOneRequestForTheVersionFile_data()
     {
         QTest::addColumn<bool>("checkOnly");
-        QTest::newRow("check only") << true;
-        QTest::newRow("update") << false;
+        row("check only", true);
+        row("update", false);
     }
 
     void startSendsOneRequestForTheVersionFile()
@@ -223,8 +218,7 @@ private Q_SLOTS:
     {
         const auto updater = makeUpdater();
         QTimer::singleShot(0, updater.get(), SLOT(cancelUpdate()));
-        endSometime(updater.get());
-        QCOMPARE(QCoreApplication::exec(), 0);
+        QCOMPARE(runEventLoop(), 0);
     }
 
     void cancelLeavesTransfersAlone()
@@ -234,9 +228,8 @@ private Q_SLOTS:
         const auto updater = makeUpdater(server.url("/index.txt"));
         updater->start(true);
         const auto* reply = UpdaterProbe(*updater).netManager.findChild<QNetworkReply*>();
-        endSometime(updater.get());
         QTimer::singleShot(0, updater.get(), SLOT(cancelUpdate()));
-        QCOMPARE(QCoreApplication::exec(), 0);
+        QCOMPARE(runEventLoop(), 0);
         QVERIFY(reply->isRunning());
         QCOMPARE(reply->error(), QNetworkReply::NoError);
     }
@@ -276,33 +269,15 @@ private Q_SLOTS:
         QTest::addColumn<QString>("path");
         QTest::addColumn<QString>("with");
         QTest::addColumn<QString>("without");
-        QTest::newRow("name at the end") << "/opt/app"
-                                         << "/opt/app/"
-                                         << "/opt/app";
-        QTest::newRow("slash at the end") << "/opt/app/"
-                                          << "/opt/app/"
-                                          << "/opt/app";
-        QTest::newRow("backslash at the end") << "C:\\app\\"
-                                              << "C:\\app\\"
-                                              << "C:\\app";
-        QTest::newRow("two slashes at the end") << "/opt//"
-                                                << "/opt//"
-                                                << "/opt";
-        QTest::newRow("both kinds at the end") << "/opt\\/"
-                                               << "/opt\\/"
-                                               << "/opt";
-        QTest::newRow("single slash") << "/"
-                                      << "/"
-                                      << "";
-        QTest::newRow("only separators") << "/\\//"
-                                         << "/\\//"
-                                         << "";
-        QTest::newRow("empty") << ""
-                               << "/"
-                               << "";
-        QTest::newRow("separators inside stay") << "/a//b"
-                                                << "/a//b/"
-                                                << "/a//b";
+        row("name at the end", "/opt/app", "/opt/app/", "/opt/app");
+        row("slash at the end", "/opt/app/", "/opt/app/", "/opt/app");
+        row("backslash at the end", "C:\\app\\", "C:\\app\\", "C:\\app");
+        row("two slashes at the end", "/opt//", "/opt//", "/opt");
+        row("both kinds at the end", "/opt\\/", "/opt\\/", "/opt");
+        row("single slash", "/", "/", "");
+        row("only separators", "/\\//", "/\\//", "");
+        row("empty", "", "/", "");
+        row("separators inside stay", "/a//b", "/a//b/", "/a//b");
     }
 
     void pathsGainAndLoseSeparators()

@@ -5,8 +5,10 @@
 #include "tests/support/OpenWatch.h"
 #include "tests/support/ReleaseTree.h"
 #include "tests/support/Restrictions.h"
+#include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
 #include "tests/support/UpdaterProbe.h"
+#include "tests/unit/ManifestExamples.h"
 
 #include <QFileInfo>
 #if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
@@ -99,17 +101,11 @@ private:
 void addBlankTexts()
 {
     QTest::addColumn<QString>("text");
-    QTest::newRow("null") << QString();
-    QTest::newRow("empty") << QString("");
-    QTest::newRow("one blank") << " ";
-    QTest::newRow("blanks, tabs and line ends") << " \t\r\n ";
-    QTest::newRow("no-break space") << QString(QChar(0xa0));
-}
-
-/// Adds a row of two texts.
-void row(const char* tag, const QString& first, const QString& second)
-{
-    QTest::newRow(tag) << first << second;
+    row("null", QString());
+    row("empty", QString(""));
+    row("one blank", " ");
+    row("blanks, tabs and line ends", " \t\r\n ");
+    row("no-break space", QString(QChar(0xa0)));
 }
 
 } // namespace
@@ -130,28 +126,7 @@ private Q_SLOTS:
         publisher.changelogFile = publisher.outside("notes");
 
         QVERIFY(publisher.build());
-        QCOMPARE(files::read(publisher.index()),
-                 QByteArray("<Editor>\n"
-                            "\t<version>2.1</version>\n"
-                            "\t<required>false</required>\n"
-                            "\t<changelog>VmVyc2lvbiAyLjEKLSBGYXN0ZXIgc3RhcnQtdXAKLSBGaXhlZCBwc"
-                            "mludGluZwo=</changelog>\n"
-                            "\t<file>\n"
-                            "\t\t<name>.hidden</name>\n"
-                            "\t\t<sha1>a9993e364706816aba3e25717850c26c9cd0d89d</sha1>\n"
-                            "\t\t<size>3</size>\n"
-                            "\t</file>\n"
-                            "\t<file>\n"
-                            "\t\t<name>Contents/Resources/empty.dat</name>\n"
-                            "\t\t<sha1>da39a3ee5e6b4b0d3255bfef95601890afd80709</sha1>\n"
-                            "\t\t<size>0</size>\n"
-                            "\t</file>\n"
-                            "\t<file>\n"
-                            "\t\t<name>Contents/Resources/readme.txt</name>\n"
-                            "\t\t<sha1>f572d396fae9206628714fb2ce00f72e94f2258f</sha1>\n"
-                            "\t\t<size>6</size>\n"
-                            "\t</file>\n"
-                            "</Editor>\n"));
+        QCOMPARE(files::read(publisher.index()), exampleText.toUtf8());
         QCOMPARE(publisher.path, publisher.index());
     }
 
@@ -170,8 +145,8 @@ private Q_SLOTS:
     void requiredFlagIsTheArgument_data()
     {
         QTest::addColumn<bool>("required");
-        QTest::newRow("required") << true;
-        QTest::newRow("not required") << false;
+        row("required", true);
+        row("not required", false);
     }
 
     void requiredFlagIsTheArgument()
@@ -212,12 +187,12 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("notes");
         QTest::addColumn<QByteArray>("line");
-        QTest::newRow("text") << "notes" << QByteArray("\t<changelog>VGV4dA==</changelog>\n");
-        QTest::newRow("line feed") << "feed" << QByteArray("\t<changelog>Cg==</changelog>\n");
-        QTest::newRow("empty file") << "empty" << QByteArray("\t<changelog></changelog>\n");
-        QTest::newRow("missing file") << "missing" << QByteArray("\t<changelog></changelog>\n");
-        QTest::newRow("directory") << "tree" << QByteArray("\t<changelog></changelog>\n");
-        QTest::newRow("no file named") << "" << QByteArray("\t<changelog></changelog>\n");
+        row("text", "notes", QByteArray("\t<changelog>VGV4dA==</changelog>\n"));
+        row("line feed", "feed", QByteArray("\t<changelog>Cg==</changelog>\n"));
+        row("empty file", "empty", QByteArray("\t<changelog></changelog>\n"));
+        row("missing file", "missing", QByteArray("\t<changelog></changelog>\n"));
+        row("directory", "tree", QByteArray("\t<changelog></changelog>\n"));
+        row("no file named", "", QByteArray("\t<changelog></changelog>\n"));
     }
 
     void changelogIsThePayloadOfTheNotes()
@@ -465,12 +440,12 @@ private Q_SLOTS:
     void missingBaseDirectoryFails_data()
     {
         QTest::addColumn<QString>("dir");
-        QTest::newRow("missing") << "missing";
-        QTest::newRow("missing, with a separator") << "missing/";
-        QTest::newRow("missing, so that a file could be made beside it") << "missing\\";
-        QTest::newRow("file") << "file";
-        QTest::newRow("broken link") << "broken";
-        QTest::newRow("blank behind the name") << "tree ";
+        row("missing", "missing");
+        row("missing, with a separator", "missing/");
+        row("missing, so that a file could be made beside it", "missing\\");
+        row("file", "file");
+        row("broken link", "broken");
+        row("blank behind the name", "tree ");
     }
 
     void missingBaseDirectoryFails()
@@ -509,10 +484,10 @@ private Q_SLOTS:
     void unreadableFileFails_data()
     {
         QTest::addColumn<QString>("unreadable");
-        QTest::newRow("at the top") << "a";
-        QTest::newRow("below, with readable files behind it") << "b/c/d";
-        QTest::newRow("last of all") << "z";
-        QTest::newRow("the old version file") << "index.txt";
+        row("at the top", "a");
+        row("below, with readable files behind it", "b/c/d");
+        row("last of all", "z");
+        row("the old version file", "index.txt");
     }
 
     void unreadableFileFails()
@@ -588,8 +563,8 @@ private Q_SLOTS:
     void directoryInThePlaceOfTheVersionFileStays_data()
     {
         QTest::addColumn<QString>("inside");
-        QTest::newRow("empty") << "index.txt/";
-        QTest::newRow("with a file") << "index.txt/inside";
+        row("empty", "index.txt/");
+        row("with a file", "index.txt/inside");
     }
 
     void directoryInThePlaceOfTheVersionFileStays()
