@@ -135,39 +135,40 @@ void Walk::checkName(const QFileInfo& entry, const QString& prefix)
     const bool hasControls = std::any_of(name.begin(), name.end(), isControl);
 
     if (prefix.isEmpty() && name.compare(QLatin1String("index.txt"), Qt::CaseInsensitive) == 0)
-        m_report.finding(path,
-                         QStringLiteral("version file of an earlier build; the next one lists "
-                                        "it and replaces it, and no update will succeed"));
+        m_report.finding(path, QStringLiteral("version file of an earlier build; remove it, or the "
+                                              "next one lists it and every update fails"));
     if (std::any_of(name.begin(), name.end(), isOutsideAscii))
-        m_report.finding(path, QStringLiteral("characters outside ASCII; the version file does not "
-                                              "carry them, and the updater asks for another name"));
+        m_report.finding(
+            path,
+            QStringLiteral(
+                "characters outside ASCII; rename it: the updater would request a different file"));
     if (name.contains(QLatin1Char('<')) || name.contains(QLatin1Char('>')))
-        m_report.finding(path,
-                         QStringLiteral("\"<\" or \">\"; the version file knows no escapes and "
-                                        "can take this for one of its marks"));
+        m_report.finding(path, QStringLiteral("\"<\" or \">\"; rename it: the version file has no "
+                                              "escapes and could read this as a tag"));
     if (hasControls)
-        m_report.finding(path,
-                         QStringLiteral("control character; the version file is made of lines, and "
-                                        "not every server or disk takes such names"));
+        m_report.finding(
+            path, QStringLiteral(
+                      "control character; rename it: not every server or disk accepts such names"));
     else if (hasSpaceAtAnEnd(name, prefix.isEmpty(), entry.isDir()))
-        m_report.finding(path,
-                         QStringLiteral("blank at the begin or the end; the updater trims the "
-                                        "path and asks for another name"));
+        m_report.finding(
+            path,
+            QStringLiteral(
+                "leading or trailing space; the updater trims it and requests a different file"));
     if (entry.isDir() && hasPlaceholder(name))
         m_report.finding(
-            path, QStringLiteral("place marker (\"%\" and a digit) in a directory's name; the "
-                                 "names of its files can take its place in the version file"));
+            path, QStringLiteral("\"%\" and a digit in a directory's name; rename it: in the "
+                                 "version file the names of its files could replace them"));
     if (name.contains(QLatin1Char('\\')))
-        m_report.finding(path, entry.isDir()
-                                   ? QStringLiteral("backslash in a directory's name; it becomes "
-                                                    "\"/\" in the version file")
-                                   : QStringLiteral("backslash; the updater takes it for a "
-                                                    "separator and makes a directory"));
+        m_report.finding(
+            path,
+            entry.isDir()
+                ? QStringLiteral("backslash in a directory's name; it becomes "
+                                 "\"/\" in the version file")
+                : QStringLiteral(
+                      "backslash; the updater reads it as a separator and makes a directory"));
     if (!hasControls && isChangedByUrl(name))
-        m_report.finding(path,
-                         QStringLiteral("\"#\", \"?\" or \"%\" with two digits; the name goes "
-                                        "into the URL as it is, and the updater asks for "
-                                        "another file"));
+        m_report.finding(path, QStringLiteral("\"#\", \"?\" or \"%\" with two digits; rename it: "
+                                              "in a URL it would name a different file"));
 }
 
 void Walk::checkSiblings(const QFileInfoList& entries, const QString& prefix)
@@ -182,8 +183,8 @@ void Walk::checkSiblings(const QFileInfoList& entries, const QString& prefix)
         const QString folded = name.toCaseFolded();
         if (seen.contains(folded))
             m_report.finding(prefix + name,
-                             QStringLiteral("the same as \"%1\" but for letter case; most users' "
-                                            "disks ignore case and keep one of them")
+                             QStringLiteral("differs from \"%1\" only in letter case; most users' "
+                                            "disks ignore case and keep one of the two")
                                  .arg(seen.value(folded)));
         else
             seen.insert(folded, name);
@@ -193,9 +194,8 @@ void Walk::checkSiblings(const QFileInfoList& entries, const QString& prefix)
 void Walk::checkEntry(const QFileInfo& entry, const QString& path)
 {
     if (entry.isSymbolicLink()) {
-        m_report.finding(path,
-                         QStringLiteral("symbolic link; users get a copy of what it leads to, "
-                                        "and nothing when it leads nowhere"));
+        m_report.finding(path, QStringLiteral("symbolic link; users get a copy of its target, and "
+                                              "nothing if the target is missing"));
         if (!m_hasProgram && entry.isFile() && isProgram(path))
             takeProgram(path);
     } else if (entry.isDir()) {
@@ -212,11 +212,15 @@ void Walk::checkDirectory(const QFileInfo& entry, const QString& path)
 {
     const QDir dir(entry.filePath());
     if (!entry.isReadable() || !entry.isExecutable()) {
-        m_report.finding(path, QStringLiteral("directory that cannot be read; the version file "
-                                              "leaves out all that is in it"));
+        m_report.finding(
+            path,
+            QStringLiteral(
+                "directory that cannot be read; its files would be missing from the version file"));
     } else if (dir.isEmpty(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot)) {
-        m_report.finding(path, QStringLiteral("empty directory; the version file lists files only, "
-                                              "and users will not have it"));
+        m_report.finding(
+            path,
+            QStringLiteral(
+                "empty directory; the version file lists only files, so users will not have it"));
     } else {
         look(dir, path + QLatin1Char('/'));
     }
@@ -225,8 +229,9 @@ void Walk::checkDirectory(const QFileInfo& entry, const QString& path)
 void Walk::checkFile(const QFileInfo& entry, const QString& path)
 {
     if (!QFile(entry.filePath()).open(QIODevice::ReadOnly))
-        m_report.finding(path, QStringLiteral("file that cannot be read; no version file can be "
-                                              "built"));
+        m_report.finding(
+            path,
+            QStringLiteral("file that cannot be read; the build of the version file would fail"));
 
     // The installation takes the first of several. Without a name, any of them may be the program.
     const bool program = isProgram(path) && (m_program.isEmpty() || !m_hasProgram);
@@ -236,9 +241,8 @@ void Walk::checkFile(const QFileInfo& entry, const QString& path)
         (entry.permissions() & (QFile::ExeOwner | QFile::ExeGroup | QFile::ExeOther)) != 0;
     if (executable && !program && !path.endsWith(QLatin1String(".icns"), Qt::CaseInsensitive))
         m_report.finding(path,
-                         QStringLiteral("executable here, but not for users; the installation "
-                                        "makes only the program in Contents/MacOS and *.icns "
-                                        "executable"));
+                         QStringLiteral("executable here, but not for users; an update makes only "
+                                        "the program in Contents/MacOS and *.icns executable"));
 }
 
 bool Walk::isProgram(const QString& path) const
@@ -259,11 +263,10 @@ void Walk::takeProgram(const QString& path)
     m_hasProgram = true;
     const QString place = QStringLiteral("Contents/MacOS/") + m_program;
     if (!m_program.isEmpty() && path.compare(place, Qt::CaseInsensitive) != 0)
-        m_report.finding(path,
-                         QStringLiteral("the program, but not at %1 of the tree; the tree goes "
-                                        "over the installed bundle, so give the directory that "
-                                        "Contents lies in")
-                             .arg(place));
+        m_report.finding(
+            path, QStringLiteral(
+                      "the program, but not at %1; give the directory that contains \"Contents\"")
+                      .arg(place));
 }
 
 } // namespace
@@ -272,7 +275,7 @@ void lint(const QString& dir, const QString& program, const QStringList& accepte
 {
     const QFileInfo top(dir);
     if (dir.isEmpty() || !top.isDir() || !top.isReadable() || !top.isExecutable()) {
-        output.finding(dir, QStringLiteral("no directory that can be read"));
+        output.finding(dir, QStringLiteral("not a readable directory"));
         return;
     }
     Report report(accepted, output);
@@ -280,10 +283,10 @@ void lint(const QString& dir, const QString& program, const QStringList& accepte
     walk.look(QDir(dir), QString());
     if (walk.hasProgram())
         return;
-    report.finding(dir,
-                   QStringLiteral("no file Contents/MacOS/%1; the updater starts nothing after "
-                                  "an update unless it is told what (-x)")
-                       .arg(program.isEmpty() ? QStringLiteral("NAME") : program));
+    report.finding(
+        dir, QStringLiteral(
+                 "no file Contents/MacOS/%1; after an update the updater starts only what -x names")
+                 .arg(program.isEmpty() ? QStringLiteral("NAME") : program));
 }
 
 } // namespace publisher

@@ -113,9 +113,9 @@ private Q_SLOTS:
         tree.add("Contents/Resources/app.icns", 0755);
         tree.add("Contents/Resources/UPPER.ICNS", 0700);
         tree.add("Contents/Resources/index.txt");
-        tree.add("Contents/Resources/ blank before");
-        tree.add("Contents/blank behind /a");
-        tree.add("Contents/blank inside/a b");
+        tree.add("Contents/Resources/ space before");
+        tree.add("Contents/space after /a");
+        tree.add("Contents/space inside/a b");
         tree.add("Contents/other/case/INFO.PLIST");
         tree.add("%1");
         tree.add("100%");
@@ -129,8 +129,8 @@ private Q_SLOTS:
     void nameHasItsFinding_data()
     {
         const QString control = "control character";
-        const QString blank = "blank at the begin or the end";
-        const QString marker = "place marker (\"%\" and a digit) in a directory's name";
+        const QString space = "leading or trailing space";
+        const QString placeholder = "\"%\" and a digit in a directory's name";
         const QString url = "\"#\", \"?\" or \"%\" with two digits";
 
         QTest::addColumn<QString>("name");
@@ -143,13 +143,13 @@ private Q_SLOTS:
         row("escape", "sub/\x1b[1m", "sub/\\x1b[1m: " + control);
         row("delete", "\x7f", "\\x7f: " + control);
         row("tab, directory", "a\tb/f", "a\\x09b: " + control);
-        row("blank first", " a", " a: " + blank);
-        row("blank first, directory", " a/f", " a: " + blank);
-        row("blank last", "a ", "a : " + blank);
-        row("blank last, below", "sub/a ", "sub/a : " + blank);
-        row("marker", "%1/f", "%1: " + marker);
-        row("marker, below", "sub/a%0x/f", "sub/a%0x: " + marker);
-        row("marker for locales", "%L2/f", "%L2: " + marker);
+        row("leading space", " a", " a: " + space);
+        row("leading space, directory", " a/f", " a: " + space);
+        row("trailing space", "a ", "a : " + space);
+        row("trailing space, below", "sub/a ", "sub/a : " + space);
+        row("placeholder", "%1/f", "%1: " + placeholder);
+        row("placeholder, below", "sub/a%0x/f", "sub/a%0x: " + placeholder);
+        row("placeholder for locales", "%L2/f", "%L2: " + placeholder);
         row("backslash", "a\\b", "a\\b: backslash");
         row("backslash, directory", "a\\b/f", "a\\b: backslash in a directory's name");
         row("number sign", "a#b", "a#b: " + url);
@@ -157,13 +157,13 @@ private Q_SLOTS:
         row("question mark", "sub/a?", "sub/a?: " + url);
         row("question mark, directory", "a?b/f", "a?b: " + url);
         row("percent-encoded", "%41", "%41: " + url);
-        row("percent-encoded blank", "sub/a%20b", "sub/a%20b: " + url);
+        row("percent-encoded space", "sub/a%20b", "sub/a%20b: " + url);
         row("version file", "index.txt", "index.txt: version file of an earlier build");
         row("version file in other case", "Index.TXT",
             "Index.TXT: version file of an earlier build");
-        row("letter case", "contents", "contents: the same as \"Contents\" but for letter case");
+        row("letter case", "contents", "contents: differs from \"Contents\" only in letter case");
         row("letter case, below", "Contents/INFO.plist",
-            "Contents/Info.plist: the same as \"INFO.plist\" but for letter case");
+            "Contents/Info.plist: differs from \"INFO.plist\" only in letter case");
     }
 
     void nameHasItsFinding()
@@ -219,7 +219,7 @@ private Q_SLOTS:
         tree.add(name);
         tree.add(other);
         QCOMPARE(tree.findings().constFirst(),
-                 other + ": the same as \"" + name + "\" but for letter case");
+                 other + ": differs from \"" + name + "\" only in letter case");
     }
 
     void whatIsNoFileHasItsFinding_data()
@@ -327,7 +327,7 @@ private Q_SLOTS:
     /// The tree is installed over the bundle: what is in a bundle in it goes into a bundle in that.
     void programElsewhereHasItsFinding_data()
     {
-        const QString what = ": the program, but not at Contents/MacOS/Editor of the tree";
+        const QString what = ": the program, but not at Contents/MacOS/Editor";
         QTest::addColumn<QStringList>("files");
         QTest::addColumn<QString>("finding");
         QTest::newRow("in a bundle") << QStringList{"Editor.app/Contents/MacOS/Editor"}
@@ -363,7 +363,7 @@ private Q_SLOTS:
         QCOMPARE(tree.findings(),
                  QStringList({"Editor.app/Contents/MacOS/Editor: symbolic link",
                               "Editor.app/Contents/MacOS/Editor: the program, but not at "
-                              "Contents/MacOS/Editor of the tree"}));
+                              "Contents/MacOS/Editor"}));
     }
 
     void linkedProgramIsAProgram()
@@ -399,8 +399,8 @@ private Q_SLOTS:
         tree.add("a<b");
         CollectedOutput output;
         publisher::lint(tree.path(), "Editor", {}, output);
-        QCOMPARE(output.lines, QStringList{"a<b: \"<\" or \">\"; the version file knows no escapes "
-                                           "and can take this for one of its marks"});
+        QCOMPARE(output.lines, QStringList{"a<b: \"<\" or \">\"; rename it: the version file has "
+                                           "no escapes and could read this as a tag"});
     }
 
     void unreadableHasItsFinding_data()
@@ -410,7 +410,7 @@ private Q_SLOTS:
         QTest::addColumn<QString>("what");
         const QString file = ": file that cannot be read;";
         const QString directory = ": directory that cannot be read;";
-        const QString top = ": no directory that can be read\n";
+        const QString top = ": not a readable directory\n";
         QTest::newRow("file") << "Contents/Info.plist" << 0U << file;
         QTest::newRow("directory") << "sub" << 0U << directory;
         QTest::newRow("directory that can only be listed") << "sub" << 0400U << directory;
@@ -453,7 +453,7 @@ private Q_SLOTS:
         const Tree tree;
         CollectedOutput output;
         publisher::lint(tree / name, "Editor", {"*"}, output); // There is nothing to accept.
-        QCOMPARE(output.lines, QStringList{(tree / name) + ": no directory that can be read"});
+        QCOMPARE(output.lines, QStringList{(tree / name) + ": not a readable directory"});
     }
 
     void acceptedFindingsDoNotCount_data()
