@@ -43,7 +43,7 @@ inline QString damageOf(const QString& shownName)
 }
 
 /// The files of an update, a server that offers them, and the run that downloads them. The base
-/// directory is a link to nowhere, so that the installation fails and what was saved stays.
+/// directory is a link to nowhere, so that the installation fails and the saved files stay.
 class Download
 {
 public:
@@ -58,7 +58,8 @@ public:
 
     void list(const ProgramFile& file) { state.programData.files.append(file); }
 
-    /// Answers the requests for the file @p name with @p replies in turn, the last one for good.
+    /// Answers the requests for the file @p name with @p replies in turn, and then always with the
+    /// last.
     void answer(const QString& name, const QList<HttpReply>& replies)
     {
         server.serveInTurn(pathOf(name), replies);
@@ -78,7 +79,7 @@ public:
                       QUrl::RemoveFragment);
     }
 
-    /// Gives the run a dialog like that of the version check.
+    /// Gives the run a dialog, as the version check does.
     QProgressDialog* openDialog()
     {
         state.progressDialog = new QProgressDialog(
@@ -87,7 +88,7 @@ public:
         return state.progressDialog;
     }
 
-    /// Makes the files listed so far a release for run(), which then begins with the version check.
+    /// Publishes the files listed so far as a release. run() then begins with the version check.
     void publish()
     {
         ProgramData release = state.programData;
@@ -105,13 +106,14 @@ public:
     /// Runs to the end and returns the exit status.
     int run() { return exitStatusOf(m_begin); }
 
-    /// Downloads the files listed so far and stops short of the installation.
+    /// Downloads the files listed so far. The installation does not begin: one more file is never
+    /// sent.
     bool saveAll()
     {
-        list(tree::entry("behind-all", "x"));
-        answer("behind-all", {HttpReply::hold(HttpReply::ok("x"))});
+        list(tree::entry("after-all", "x"));
+        answer("after-all", {HttpReply::hold(HttpReply::ok("x"))});
         updater.downloadNewProgramData();
-        return waitForRequest("behind-all");
+        return waitForRequest("after-all");
     }
 
     bool waitForRequest(const QString& name)
@@ -156,7 +158,7 @@ private:
 
 /// What the server does with @p contents when it is asked for them:
 ///   ok  sends them
-///   T   fails the transfer, with the right contents as the page of the error
+///   T   fails the transfer, with the right contents as the error page
 ///   S   sends one byte less
 ///   L   sends one byte more
 ///   H   sends as many bytes, the last one changed
@@ -182,8 +184,8 @@ inline QList<HttpReply> repliesWith(const QString& outcomes, const QByteArray& c
     return replies;
 }
 
-/// Lists the files "1", "2", ... and has the server do with each what @p script says, such as
-/// "T ok | ok".
+/// Lists the files "1", "2", ... and has the server answer for each as @p script says: "T ok | ok"
+/// is a failure and then a success for the first file, and a success for the second.
 inline void follow(Download& download, const QString& script)
 {
     const QStringList outcomes = script.split('|');

@@ -23,7 +23,7 @@ inline QByteArray entry(const QString& name, const QString& sha1, quint64 size)
            "</sha1>\n\t\t<size>" + QByteArray::number(size) + "</size>\n\t</file>\n";
 }
 
-/// The entry of a file that holds @p contents.
+/// The entry of a file with @p contents.
 inline QByteArray entry(const QString& name, const QByteArray& contents)
 {
     return entry(name, files::sha1(contents), static_cast<quint64>(contents.size()));
@@ -34,19 +34,19 @@ inline QByteArray record(const QByteArray& root, const QByteArray& inside)
     return '<' + root + ">\n" + inside + "</" + root + ">\n";
 }
 
-/// The manifest of a release of the program Editor.
+/// The version file of a release of the program Editor.
 inline QByteArray versionFile(const QByteArray& version, const QByteArray& rest = QByteArray())
 {
     return record("Editor", "\t<version>" + version + "</version>\n" + rest);
 }
 
-/// Any release that is not installed, with one file that is not either.
+/// A release that is not installed, with one file that is not installed.
 inline QByteArray anUpdate()
 {
     return versionFile("2.1", entry("missing.dat", "contents"));
 }
 
-/// The names of the download directories there are.
+/// The names of the download directories that exist.
 inline QStringList downloadDirectories()
 {
     return QDir::temp().entryList({"wUp*"}, QDir::Dirs);
@@ -98,13 +98,13 @@ private:
     std::unique_ptr<OwnTmpDir> m_tmp;
 };
 
-/// One run of the updater in this process, against a web server of its own. The server answers the
-/// requests for files as late as the test wants.
+/// One run of the updater in this process, against a web server of its own. The server answers
+/// requests for files only after server.release().
 class Run
 {
 public:
-    /// How a run stands that has not asked for an exit status.
-    enum Standing { Downloading = 200 };
+    /// The state of a run that has not asked for an exit status: it has requested a file.
+    enum State { Downloading = 200 };
 
     Run()
     {
@@ -112,8 +112,8 @@ public:
         server.serveAllElse(HttpReply::hold(HttpReply::ok("")));
     }
 
-    /// Lets the server answer with @p manifest.
-    void publish(const QByteArray& manifest) { publish(HttpReply::ok(manifest)); }
+    /// Makes @p text the version file on the server.
+    void publish(const QByteArray& text) { publish(HttpReply::ok(text)); }
     void publish(const HttpReply& reply) { server.serve("/releases/index.txt", reply); }
 
     void install(const QString& name, const QByteArray& contents) const
@@ -132,12 +132,12 @@ public:
 
     UpdaterProbe state() { return UpdaterProbe(updater()); }
 
-    /// Each runs until the updater asks for an exit status, or for a file.
-    /// @return The exit status, or how the run stands.
+    /// Each runs until the updater asks for an exit status, or requests a file.
+    /// @return The exit status, or Downloading.
     int check() { return run(true); }
     int update() { return run(false); }
 
-    /// The names of the files that are to be downloaded.
+    /// The names of the files to download.
     QStringList selected()
     {
         QStringList names;

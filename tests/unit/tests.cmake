@@ -1,4 +1,4 @@
-# One program for each source of app, manifest and updater.
+# A program for each source of app, manifest and updater; some have two.
 
 foreach(source
     Changelog
@@ -24,5 +24,5 @@ foreach(source
   updater_test(${source})
 endforeach()
 
-# It takes seconds in linear time, and minutes in quadratic time.
+# In linear time it takes seconds, in quadratic time minutes.
 limit_time(LargeRelease 150)

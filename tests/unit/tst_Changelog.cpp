@@ -1,4 +1,4 @@
-// The changelog payload: made from the release notes, dropped into a file for the host.
+// The changelog payload: made from the release notes, and written to a file for the host.
 
 #include "updater/Updater.h"
 
@@ -20,7 +20,7 @@ ProgramData record(const QString& version, const QString& changelog)
     return data;
 }
 
-/// A temporary directory of the system's with nothing in it, and the one file that the host reads.
+/// An empty temporary directory, and the one file that the host reads from it.
 class Handover
 {
 public:
@@ -52,7 +52,7 @@ private Q_SLOTS:
     void payloadIsTheTextInBase64_data()
     {
         QTest::addColumn<QByteArray>("file");
-        QTest::addColumn<QString>("payload"); // Taken with base64 -w0 from the text expected.
+        QTest::addColumn<QString>("payload"); // Made with "base64 -w0" from the expected text.
         row("three lines", QByteArray("Version 2.1\n- Faster start-up\n- Fixed printing\n"),
             "VmVyc2lvbiAyLjEKLSBGYXN0ZXIgc3RhcnQtdXAKLSBGaXhlZCBwcmludGluZwo=");
         row("line feed alone", QByteArray("\n"), "Cg==");
@@ -61,8 +61,8 @@ private Q_SLOTS:
         row("no padding", QByteArray("abc"), "YWJj");
         row("digit 62", QByteArray(">>>"), "Pj4+");
         row("digit 63", QByteArray("???"), "Pz8/");
-        row("blank alone", QByteArray(" "), "IA==");
-        row("blanks around", QByteArray(" a\t\n"), "IGEJCg==");
+        row("space alone", QByteArray(" "), "IA==");
+        row("spaces around", QByteArray(" a\t\n"), "IGEJCg==");
         row("markup", QByteArray("<b>&amp;</changelog>\""), "PGI+JmFtcDs8L2NoYW5nZWxvZz4i");
         row("base64 already", QByteArray("Cg=="), "Q2c9PQ==");
         row("zero byte", QByteArray("a\0b", 3), "YQBi");
@@ -109,7 +109,7 @@ private Q_SLOTS:
 
     void longTextIsOneLineOfBase64()
     {
-        // An odd byte first: some character lies across the end of every block that is read.
+        // An odd byte first, so that the end of each block that is read is inside a character.
         const QByteArray text = "x" + QByteArray("\xc3\xa4\xe2\x82\xac\n").repeated(100000);
         const TestDir dir;
         files::write(dir / "notes", text);
@@ -151,7 +151,7 @@ private Q_SLOTS:
         QVERIFY(payloadOf(dir / "notes").isEmpty());
     }
 
-    // The toolkit would complain about a file without a name.
+    // Qt would print a warning about a file without a name.
     void emptyNameHasNoPayloadAndIsNotTried_data()
     {
         QTest::addColumn<QString>("name");
@@ -181,13 +181,13 @@ private Q_SLOTS:
         QTest::addColumn<QString>("version");
         QTest::addColumn<QString>("name");
         row("number", "2.1", "velmora_cl_2.1.dat");
-        row("blanks around", " 2.1 ", "velmora_cl_2.1.dat");
-        row("white space around", "\t2.1\r\n", "velmora_cl_2.1.dat");
-        row("blanks inside", "2.1  beta", "velmora_cl_2.1  beta.dat");
-        row("case of both kinds", "2.1-Beta", "velmora_cl_2.1-Beta.dat");
-        row("place markers", "%1%2", "velmora_cl_%1%2.dat");
+        row("spaces around", " 2.1 ", "velmora_cl_2.1.dat");
+        row("whitespace around", "\t2.1\r\n", "velmora_cl_2.1.dat");
+        row("spaces inside", "2.1  beta", "velmora_cl_2.1  beta.dat");
+        row("upper and lower case", "2.1-Beta", "velmora_cl_2.1-Beta.dat");
+        row("placeholders", "%1%2", "velmora_cl_%1%2.dat");
         row("backslash", "2\\1", "velmora_cl_2\\1.dat");
-        row("blanks only", "  ", "velmora_cl_.dat");
+        row("only spaces", "  ", "velmora_cl_.dat");
         row("empty", "", "velmora_cl_.dat");
     }
 
@@ -204,7 +204,7 @@ private Q_SLOTS:
         QVERIFY(handover.list().isEmpty());
     }
 
-    void fileLiesInTheTemporaryDirectory_data()
+    void fileIsInTheTemporaryDirectory_data()
     {
         QTest::addColumn<QString>("tempDir");
         QTest::addColumn<QString>("path");
@@ -214,7 +214,7 @@ private Q_SLOTS:
         row("backslash inside", "t\\u", "t\\u/velmora_cl_2.1.dat");
     }
 
-    void fileLiesInTheTemporaryDirectory()
+    void fileIsInTheTemporaryDirectory()
     {
         QFETCH(QString, tempDir);
         QFETCH(QString, path);
@@ -229,7 +229,7 @@ private Q_SLOTS:
         QCOMPARE(files::list(dir.path()), before);
     }
 
-    void programNameTakesNoPart()
+    void programNameDoesNotMatter()
     {
         const Handover handover;
         ProgramData data = record("2.1", "Zmlyc3Q=");
@@ -243,19 +243,19 @@ private Q_SLOTS:
         QCOMPARE(files::read(handover.path("velmora_cl_2.1.dat")), QByteArray("c2Vjb25k"));
     }
 
-    void fileHoldsThePayloadToTheByte_data()
+    void fileIsThePayloadToTheByte_data()
     {
         QTest::addColumn<QString>("payload");
         QTest::addColumn<QByteArray>("contents");
         row("base64 text, not decoded", "VmVyc2lvbiAyLjEK", QByteArray("VmVyc2lvbiAyLjEK"));
         row("no base64", "<not base64>", QByteArray("<not base64>"));
-        row("blank, which is not empty", " ", QByteArray(" "));
-        row("white space", " a\r\nb\n", QByteArray(" a\r\nb\n"));
+        row("space, which is not empty", " ", QByteArray(" "));
+        row("whitespace", " a\r\nb\n", QByteArray(" a\r\nb\n"));
         row("beyond ASCII, as UTF-8", QString::fromUtf8("ä€"), QByteArray("\xc3\xa4\xe2\x82\xac"));
         row("long", QString(100000, 'Q'), QByteArray(100000, 'Q'));
     }
 
-    void fileHoldsThePayloadToTheByte()
+    void fileIsThePayloadToTheByte()
     {
         QFETCH(QString, payload);
         QFETCH(QByteArray, contents);
@@ -302,8 +302,8 @@ private Q_SLOTS:
         QVERIFY(handover.list().isEmpty());
     }
 
-    // What stood at the path goes first: were it only overwritten, the link's target would be.
-    void linkAtThePathGoesAndItsTargetStays_data()
+    // The link is removed first. Opening it for writing would overwrite its target.
+    void linkAtThePathIsRemovedAndItsTargetStays_data()
     {
         QTest::addColumn<QString>("payload");
         QTest::addColumn<QStringList>("left");
@@ -311,7 +311,7 @@ private Q_SLOTS:
         row("no payload", "", QStringList());
     }
 
-    void linkAtThePathGoesAndItsTargetStays()
+    void linkAtThePathIsRemovedAndItsTargetStays()
     {
         QFETCH(QString, payload);
         QFETCH(QStringList, left);
@@ -391,14 +391,14 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("text");
         row("three lines", QByteArray("Version 2.1\n- Faster start-up\n- Fixed printing\n"));
         row("line feed alone", QByteArray("\n"));
-        row("white space around", QByteArray(" \t\n text \n\n "));
-        row("marks of the manifest", QByteArray("</changelog><file></Editor><version>3</version>"));
+        row("whitespace around", QByteArray(" \t\n text \n\n "));
+        row("tags of the manifest", QByteArray("</changelog><file></Editor><version>3</version>"));
         row("beyond ASCII", QByteArray("Gr\xc3\xb6\xc3\x9f \xe2\x82\xac \xf0\x9d\x84\x9e"));
         row("zero byte", QByteArray("a\0b", 3));
     }
 
-    // The publisher builds the version file; the client reads it as it downloads it, one character
-    // per byte; the host knows the version and the temporary directory.
+    // The publisher builds the version file, the client reads it as one character per byte, and the
+    // host knows the version and the temporary directory.
     void textGoesFromThePublisherToTheHost()
     {
         QFETCH(QByteArray, text);
@@ -437,7 +437,7 @@ private:
         return Updater("", "", "", "", "", "").changelogData(fileName);
     }
 
-    /// The file of the row gives the payload of the row.
+    /// Checks that the file of the row gives the payload of the row.
     static void payloadIsThatOfTheRow()
     {
         QFETCH(QByteArray, file);

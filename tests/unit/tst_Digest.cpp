@@ -35,9 +35,9 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("contents");
         row("empty", QByteArray());
         row("one byte", QByteArray(1, '\0'));
-        row("line ends of both kinds", QByteArray("a\r\nb\n\r"));
+        row("line feeds and carriage returns", QByteArray("a\r\nb\n\r"));
         row("every byte", everyByte());
-        row("several reads long", everyByte().repeated(20000));
+        row("longer than one read", everyByte().repeated(20000));
     }
 
     void digestOfFileIsWhatSha1sumPrints()

@@ -95,7 +95,7 @@ private Q_SLOTS:
         row("damage between transfer errors", "T H T", "1 1 1", warning, all(0));
         row("two failures of different kinds", "H T ok", "1 1 1", none, all(1));
 
-        row("success starts the count anew", "H T ok | T T ok", "1 1 1 2 2 2", none, all(2));
+        row("success resets the count", "H T ok | T T ok", "1 1 1 2 2 2", none, all(2));
         row("two failures of each file", "T T ok | H H ok | S T ok", "1 1 1 2 2 2 3 3 3", none,
             all(3));
         row("one failure, then two of the next file", "T ok | T T ok", "1 1 2 2 2", none, all(2));
@@ -104,7 +104,7 @@ private Q_SLOTS:
         row("third failure of the next file decides the box", "H H ok | T H S", "1 1 1 2 2 2",
             damageOf("2"), all(1));
 
-        row("files behind the aborted one are never asked for", "T T T | ok", "1 1 1", warning,
+        row("files after the aborted one are never requested", "T T T | ok", "1 1 1", warning,
             all(0));
         row("saved files stay when a transfer fails", "ok | ok | T T T | ok", "1 2 3 3 3", warning,
             all(2));
@@ -144,7 +144,7 @@ private Q_SLOTS:
             QCOMPARE(download.run(), 1);
         }
         {
-            // The count is still at its limit.
+            // The count is still three.
             Download download;
             follow(download, "H ok");
             QCOMPARE(download.run(), 1);
@@ -152,7 +152,7 @@ private Q_SLOTS:
             QCOMPARE(download.boxes.summaries(), QStringList(damageOf("1")));
         }
         {
-            // A file that is saved starts it anew.
+            // A saved file resets it.
             Download download;
             follow(download, "ok | T T ok");
             QCOMPARE(download.run(), 0);
@@ -187,10 +187,10 @@ private Q_SLOTS:
     {
         QTest::addColumn<HttpReply>("reply");
         QTest::addColumn<int>("code");
-        row("401 credentials wanted", HttpReply::error(401), 204);
+        row("401 unauthorized", HttpReply::error(401), 204);
         row("404 not found", HttpReply::error(404), 203);
         row("405 not allowed", HttpReply::error(405), 202);
-        row("418 no known status", HttpReply::error(418), 302);
+        row("418 unknown status", HttpReply::error(418), 302);
         const QByteArray contents(5000, 'x');
         row("closed before the end", HttpReply::cutShort(contents, 4000), 2);
         row("reset in the body", HttpReply::resetInBody(contents, 4000), 2);
@@ -226,16 +226,16 @@ private Q_SLOTS:
         QTest::addColumn<QString>("shown");
         row("plain name", "plain", "plain");
         row("directories are left out", "sub/dir/a.dat", "a.dat");
-        row("backslashes separate, too", "a\\b", "b");
+        row("backslashes are separators", "a\\b", "b");
         row("slash is the last separator", "a\\b/c.dat", "c.dat");
         row("backslash is the last separator", "a/b\\c.dat", "c.dat");
         row("leading slash is left out", "/a.dat", "a.dat");
         row("slash at the end shows the whole", "dir/", "dir/");
-        row("slash at the end shows the directories, too", "sub/dir/", "sub/dir/");
+        row("slash at the end shows the directories", "sub/dir/", "sub/dir/");
         row("backslash at the end shows the whole", "sub/dir\\", "sub/dir\\");
-        row("one character behind the separator", "sub/a", "a");
-        row("place marker stays", "sub/a%1%2.dat", "a%1%2.dat");
-        row("quotes and blanks stay", "sub/a \"b\".dat", "a \"b\".dat");
+        row("one character after the separator", "sub/a", "a");
+        row("placeholder stays", "sub/a%1%2.dat", "a%1%2.dat");
+        row("quotes and spaces stay", "sub/a \"b\".dat", "a \"b\".dat");
         row("markup stays", "<b>a.dat", "<b>a.dat");
     }
 
@@ -276,9 +276,9 @@ private Q_SLOTS:
         QVERIFY(box.modal);
         QVERIFY(!box.hasParent);
         QCOMPARE(transfers, 0);
-        // In all the rest it is what the toolkit makes of such a call.
-        const auto toolkitBox = script == "T" ? &showWarning : &showCritical;
-        toolkitBox(box.title, box.text);
+        // In everything else it is the box that Qt makes for such a call.
+        const auto showBox = script == "T" ? &showWarning : &showCritical;
+        showBox(box.title, box.text);
         QCOMPARE(download.boxes.all().size(), 2);
         QVERIFY(download.boxes.all().last() == box);
     }
@@ -336,7 +336,7 @@ private Q_SLOTS:
             if (download.state.currentFile == 0)
                 looks.append(looksOf(*dialog));
             if (requests == 5) {
-                // Each attempt refreshes the dialog.
+                // Each attempt sets the label and the value again.
                 dialog->setLabelText("stale");
                 dialog->setValue(1);
             } else if (requests == 15 && download.state.currentFile == 0) {
@@ -352,7 +352,7 @@ private Q_SLOTS:
         QCOMPARE(download.server.requestsFor("/r/b.dat"), 1);
         QVERIFY(download.boxes.all().isEmpty());
         QCOMPARE(savedSoFar, 0);
-        QVERIFY2(repliesAlive <= 2, "replies that were handled are released");
+        QVERIFY2(repliesAlive <= 2, "handled replies are not released");
         QCOMPARE(looks.size(), 15);
         QCOMPARE(looks.takeFirst(), QString("-1 | An update | shown"));
         QCOMPARE(looks.removeAll("0 | Downloading file 1 of 2 (2.00 MB left) | shown"), 14);
@@ -386,8 +386,8 @@ private Q_SLOTS:
         QTest::addColumn<QString>("script");
         QTest::addColumn<int>("requests");
         QTest::addColumn<QString>("box");
-        row("two transfer errors before, one behind", "T T ok ok T", 5, warningWithCode(203));
-        row("two damages before, one behind", "H H ok H", 4, damageOf("1"));
+        row("two transfer errors before, one after", "T T ok ok T", 5, warningWithCode(203));
+        row("two damages before, one after", "H H ok H", 4, damageOf("1"));
         row("in between each time", "ok T ok H ok S", 6, damageOf("1"));
         row("many in a row", "ok ok ok ok ok ok T T T", 9, warningWithCode(203));
     }

@@ -18,7 +18,7 @@ Q_DECLARE_METATYPE(ProgramFile)
 
 namespace {
 
-/// Contents that no compression or line-end conversion leaves alone.
+/// Contents that compression or a conversion of line ends would change.
 QByteArray noise(int size)
 {
     QByteArray bytes;
@@ -46,7 +46,7 @@ private Q_SLOTS:
 
     // ---- Where files are fetched from
 
-    void filesLieBesideTheVersionFile_data()
+    void filesAreBesideTheVersionFile_data()
     {
         QTest::addColumn<QString>("updateUrl");
         QTest::addColumn<QString>("name");
@@ -65,7 +65,7 @@ private Q_SLOTS:
             "http://127.0.0.1:1/x//a.dat");
         row("host alone is taken for the version file", "http://example.invalid", "localhost",
             "http://localhost");
-        row("backslash separates nothing", "http://127.0.0.1:1/x\\index.txt", "a.dat",
+        row("backslash is no separator", "http://127.0.0.1:1/x\\index.txt", "a.dat",
             "http://127.0.0.1:1/a.dat");
         row("no slash leaves the bare name", "index.txt", "a.dat", "a.dat");
         row("no slash, name with directory", "index.txt", "sub/a.dat", "sub/a.dat");
@@ -75,7 +75,7 @@ private Q_SLOTS:
             row(property, base, name, "http://127.0.0.1:1/r/" + name);
         };
         addName("name with directories", "sub/dir/a.dat");
-        addName("name with blanks", "a b  c.dat");
+        addName("name with spaces", "a b  c.dat");
         addName("name with a lone percent sign", "100%.dat");
         addName("name that looks escaped", "a%20b%2Fc.dat");
         addName("name with a number sign", "a#b.dat");
@@ -87,12 +87,12 @@ private Q_SLOTS:
         addName("name with a leading slash", "/a.dat");
         addName("name that is a URL", "http://localhost/a.dat");
         addName("name with a colon", "a:b.dat");
-        addName("name that climbs", "../a.dat");
+        addName("name that leads to the parent directory", "../a.dat");
         addName("name with a slash at the end", "sub/");
         addName("empty name", "");
     }
 
-    void filesLieBesideTheVersionFile()
+    void filesAreBesideTheVersionFile()
     {
         QFETCH(QString, updateUrl);
         QFETCH(QString, name);
@@ -120,13 +120,13 @@ private Q_SLOTS:
         QCOMPARE(download.saved(), QStringList({"1.dat", "2.dat"}));
     }
 
-    void namesGoToTheServerAsTheUrlHasThem_data()
+    void namesAreRequestedAsTheUrlHasThem_data()
     {
         QTest::addColumn<QString>("name");
         QTest::addColumn<QString>("path");
         row("plain", "a.dat", "/r/a.dat");
         row("directories", "sub/dir/a.dat", "/r/sub/dir/a.dat");
-        row("blank", "a b.dat", "/r/a%20b.dat");
+        row("space", "a b.dat", "/r/a%20b.dat");
         row("lone percent sign", "100%.dat", "/r/100%25.dat");
         row("looks escaped", "a%20b.dat", "/r/a%20b.dat");
         row("number sign cuts the name", "a#b.dat", "/r/a");
@@ -137,7 +137,7 @@ private Q_SLOTS:
             "/r/Gr%C3%B6%C3%9Fe.dat");
     }
 
-    void namesGoToTheServerAsTheUrlHasThem()
+    void namesAreRequestedAsTheUrlHasThem()
     {
         QFETCH(QString, name);
         QFETCH(QString, path);
@@ -214,12 +214,12 @@ private Q_SLOTS:
             QStringList({"downloads/sub/", "downloads/sub/dir/", "downloads/sub/dir/a.dat"}));
         row("backslash in the name makes a directory beside the file", "", "sub\\a.dat",
             QStringList({"downloads/sub/", "downloads/sub\\a.dat"}));
-        row("slash behind a backslash is the later one", "", "one\\two/a.dat",
+        row("slash after a backslash is the last separator", "", "one\\two/a.dat",
             QStringList({"downloads/one\\two/", "downloads/one\\two/a.dat"}));
-        row("backslash behind a slash is the later one", "", "one/two\\a.dat",
+        row("backslash after a slash is the last separator", "", "one/two\\a.dat",
             QStringList({"downloads/one/", "downloads/one/two/", "downloads/one/two\\a.dat"}));
         row("leading slash stays inside", "", "/a.dat", QStringList({"downloads/a.dat"}));
-        row("blanks and percent signs stay", "", "a %41%1.dat",
+        row("spaces and percent signs stay", "", "a %41%1.dat",
             QStringList({"downloads/a %41%1.dat"}));
     }
 
@@ -292,7 +292,7 @@ private Q_SLOTS:
     void outcomeOfTheWriteDoesNotMatter()
     {
         if (!QFile::exists("/dev/full"))
-            QSKIP("there is no device that is always full");
+            QSKIP("this system has no /dev/full");
         Download download;
         files::link("/dev/full", download.dir / "downloads/a.dat");
         download.offer("a.dat", "contents");
@@ -318,7 +318,8 @@ private Q_SLOTS:
         };
         row("size and digest are right", entry(sha1, size), ok, true);
         row("digest in upper case", entry(sha1.toUpper(), size), ok, true);
-        row("digest in both cases", entry(sha1.left(20).toUpper() + sha1.mid(20), size), ok, true);
+        row("digest in upper and lower case", entry(sha1.left(20).toUpper() + sha1.mid(20), size),
+            ok, true);
         row("body too short for the size", entry(sha1, size + 1), ok, false);
         row("body too long for the size", entry(sha1, size - 1), ok, false);
         row("size of zero", entry(sha1, 0), ok, false);
@@ -328,14 +329,15 @@ private Q_SLOTS:
         row("largest size and no body", entry(files::sha1(""), ~0ULL), HttpReply::ok(""), false);
         row("digest of something else", entry(files::sha1("something else"), size), ok, false);
         row("digest with its last digit missing", entry(sha1.left(39), size), ok, false);
-        row("digest with a blank behind", entry(sha1 + ' ', size), ok, false);
+        row("digest with a space at the end", entry(sha1 + ' ', size), ok, false);
         row("no digest", entry(QString(), size), ok, false);
         row("empty file with another digest", entry(sha1, 0), HttpReply::ok(""), false);
-        row("page of a redirect with the right contents", entry(sha1, size),
+        row("redirect with the right contents", entry(sha1, size),
             HttpReply::redirect("/r/elsewhere", contents), true);
-        row("page of a redirect with other contents", entry(sha1, size),
+        row("redirect with other contents", entry(sha1, size),
             HttpReply::redirect("/r/elsewhere", "moved"), false);
-        row("other status of success", entry(sha1, size), HttpReply::error(203, contents), true);
+        row("success with another status", entry(sha1, size), HttpReply::error(203, contents),
+            true);
         row("compressed transfer of the right contents", entry(sha1, size),
             HttpReply::gzipped(contents), true);
         row("compressed transfer, listed as compressed",
@@ -460,7 +462,7 @@ private Q_SLOTS:
         row("all saved", "ok | ok | ok", 0);
         row("saved after failures", "T T ok | H S ok", 0);
         row("aborted by damage", "T H H", 0);
-        // The reply whose error ends the update is left to the manager: intended.
+        // Intended: the reply whose error ends the update is left to the manager.
         row("aborted by a transfer error", "ok | H T T", 1);
     }
 

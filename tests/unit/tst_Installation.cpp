@@ -124,7 +124,7 @@ QString startRecord(const QString& name, const QString& directory)
     return name + '|' + QFileInfo(directory).canonicalFilePath() + '|';
 }
 
-/// True when @p updater still has its one start: only then has nothing been started so far.
+/// True when @p updater can still start a program. It can start only one, so none has been started.
 bool canStillStart(const Updater& updater, const RelaunchedProgram& programs, const TestDir& dir)
 {
     programs.install(dir / "witness", "witness");
@@ -210,7 +210,7 @@ private Q_SLOTS:
                 {"app/b.txt=old", "tmp/new/b.txt=new b", "tmp/new/c.txt=new c",
                  "tmp/new/sub/a.txt=new a"},
                 {"app/", "app/b.txt=new b", "app/c.txt=new c", "app/sub/", "app/sub/a.txt=new a"});
-        treeRow("name with blanks", {"my files/the file.txt"},
+        treeRow("name with spaces", {"my files/the file.txt"},
                 {"app/my files/the file.txt=old", "tmp/new/my files/the file.txt=new"},
                 {"app/", "app/my files/", "app/my files/the file.txt=new"});
         treeRow("over a link, whose target stays", {"a.txt"},
@@ -239,17 +239,17 @@ private Q_SLOTS:
 
     void onlyReplacedFilesLeaveTheInstallation() { checkTree(); }
 
-    // Outside Windows a backslash is a character of the name; the directories are still those
-    // before the later separator of either kind.
+    // Outside Windows a backslash is a character of the name. What comes before the last slash or
+    // backslash is the directory all the same.
     void backslashesInNamesSeparate_data()
     {
         addTreeColumns();
         treeRow("backslash", {"sub\\a.txt"}, {"tmp/new/sub\\a.txt=new"},
                 {"app/", "app/sub/", "app/sub\\a.txt=new", "tmp/", "tmp/new/"});
         treeRow(
-            "backslash behind a slash", {"a/b\\c.txt"}, {"tmp/new/a/b\\c.txt=new"},
+            "backslash after a slash", {"a/b\\c.txt"}, {"tmp/new/a/b\\c.txt=new"},
             {"app/", "app/a/", "app/a/b/", "app/a/b\\c.txt=new", "tmp/", "tmp/new/", "tmp/new/a/"});
-        treeRow("slash behind a backslash", {"a\\b/c.txt"}, {"tmp/new/a\\b/c.txt=new"},
+        treeRow("slash after a backslash", {"a\\b/c.txt"}, {"tmp/new/a\\b/c.txt=new"},
                 {"app/", "app/a\\b/", "app/a\\b/c.txt=new"});
         treeRow("no directory is made beside a file that is there", {"sub\\a.txt"},
                 {"app/sub\\a.txt=old", "tmp/new/sub\\a.txt=new"},
@@ -294,7 +294,7 @@ private Q_SLOTS:
     void filesAreInstalledInTheOrderOfTheList_data()
     {
         addTreeColumns();
-        // The directory moves as a whole; its file is then taken for an old one.
+        // The directory moves as a whole. Its file is then removed as an old one.
         treeRow("directory before its file", {"x", "x/y"}, {"tmp/new/x/y=new"}, {"app/", "app/x/"});
         treeRow("file before its directory", {"x/y", "x"}, {"tmp/new/x/y=new"},
                 {"app/", "app/x/", "app/x/y=new"});
@@ -305,23 +305,23 @@ private Q_SLOTS:
     void failuresDoNotStopTheInstallation_data()
     {
         addTreeColumns();
-        treeRow("download missing, the installed file goes all the same", {"a.txt", "b.txt"},
+        treeRow("download missing, the installed file is removed anyway", {"a.txt", "b.txt"},
                 {"app/a.txt=old", "tmp/new/b.txt=new"}, {"app/", "app/b.txt=new"});
-        treeRow("download missing, its directory is made all the same", {"sub/a.txt", "b.txt"},
+        treeRow("download missing, its directory is made anyway", {"sub/a.txt", "b.txt"},
                 {"tmp/new/b.txt=new"}, {"app/", "app/b.txt=new", "app/sub/"});
-        treeRow("entry listed twice, the second one has nothing to move", {"a.txt", "a.txt"},
+        treeRow("entry listed twice, nothing is left to move for the second", {"a.txt", "a.txt"},
                 {"tmp/new/a.txt=new"}, {"app/"});
         treeRow("entry listed twice, others follow", {"a.txt", "a.txt", "b.txt"},
                 {"app/a.txt=old", "tmp/new/a.txt=new", "tmp/new/b.txt=new"},
                 {"app/", "app/b.txt=new"});
-        treeRow("directory in the place of the file", {"a.txt", "b.txt"},
+        treeRow("directory instead of the file", {"a.txt", "b.txt"},
                 {"app/a.txt/", "tmp/new/a.txt=new", "tmp/new/b.txt=new"},
                 {"app/", "app/a.txt/", "app/b.txt=new", "tmp/", "tmp/new/", "tmp/new/a.txt=new"});
-        treeRow("directory that holds something in the place of the file", {"a.txt", "b.txt"},
+        treeRow("directory with a file instead of the file", {"a.txt", "b.txt"},
                 {"app/a.txt/c.txt=old", "tmp/new/a.txt=new", "tmp/new/b.txt=new"},
                 {"app/", "app/a.txt/", "app/a.txt/c.txt=old", "app/b.txt=new", "tmp/", "tmp/new/",
                  "tmp/new/a.txt=new"});
-        treeRow("file in the place of the directory", {"sub/a.txt", "b.txt"},
+        treeRow("file instead of the directory", {"sub/a.txt", "b.txt"},
                 {"app/sub=old", "tmp/new/sub/a.txt=new", "tmp/new/b.txt=new"},
                 {"app/", "app/b.txt=new", "app/sub=old", "tmp/", "tmp/new/", "tmp/new/sub/",
                  "tmp/new/sub/a.txt=new"});
@@ -331,7 +331,7 @@ private Q_SLOTS:
 
     void failuresDoNotStopTheInstallation() { checkTree(); }
 
-    void emptiedDownloadDirectoriesGo_data()
+    void emptiedDownloadDirectoriesAreRemoved_data()
     {
         addTreeColumns();
         treeRow("download directory", {"a.txt"}, {"tmp/other=other", "tmp/new/a.txt=new"},
@@ -343,20 +343,20 @@ private Q_SLOTS:
             {"tmp/other=other", "tmp/new/x/y/a.txt=a", "tmp/new/x/b.txt=b", "tmp/new/z/c.txt=c"},
             {"app/", "app/x/", "app/x/b.txt=b", "app/x/y/", "app/x/y/a.txt=a", "app/z/",
              "app/z/c.txt=c", "tmp/", "tmp/other=other"});
-        treeRow("not one that still holds a file", {"x/a.txt", "y/b.txt"},
+        treeRow("not one with a file in it", {"x/a.txt", "y/b.txt"},
                 {"tmp/new/x/a.txt=new", "tmp/new/x/left=left", "tmp/new/y/b.txt=new"},
                 {"app/", "app/x/", "app/x/a.txt=new", "app/y/", "app/y/b.txt=new", "tmp/",
                  "tmp/new/", "tmp/new/x/", "tmp/new/x/left=left"});
-        treeRow("not one that still holds a directory", {"a.txt"},
+        treeRow("not one with a directory in it", {"a.txt"},
                 {"tmp/new/a.txt=new", "tmp/new/empty/"},
                 {"app/", "app/a.txt=new", "tmp/", "tmp/new/", "tmp/new/empty/"});
         treeRow("though the download is missing", {"x/a.txt"}, {"tmp/other=other", "tmp/new/x/"},
                 {"app/", "app/x/", "tmp/", "tmp/other=other"});
-        treeRow("none without entries", {}, {"tmp/new/empty/"},
+        treeRow("no directory without entries", {}, {"tmp/new/empty/"},
                 {"app/", "tmp/", "tmp/new/", "tmp/new/empty/"});
     }
 
-    void emptiedDownloadDirectoriesGo() { checkTree(); }
+    void emptiedDownloadDirectoriesAreRemoved() { checkTree(); }
 
     void filesKeepTheModeOfTheDownload_data()
     {
@@ -392,11 +392,11 @@ private Q_SLOTS:
         row("ending as the whole name", ".icns", 0600U, 0755U);
         row("backslash before the ending", "icons\\.icns", 0600U, 0755U);
         row("wider mode becomes narrower", "app.icns", 0777U, 0755U);
-        row("special bits go", "app.icns", 04755U, 0755U);
+        row("special bits are removed", "app.icns", 04755U, 0755U);
         row("ending inside the name", "x.icns.bak", 0640U, 0640U);
         row("longer ending", "x.icnsx", 0640U, 0640U);
         row("no dot", "xicns", 0640U, 0640U);
-        row("blank behind the ending", "x.icns ", 0640U, 0640U);
+        row("space after the ending", "x.icns ", 0640U, 0640U);
         row("ending of a directory", "x.icns/a.png", 0640U, 0640U);
         row("another kind of icon", "x.ico", 0640U, 0640U);
     }
@@ -435,10 +435,10 @@ private Q_SLOTS:
         row("without a bundle", "Editor", "Contents/MacOS/Editor", true);
         row("only the end counts", "Editor", "XContents/MacOS/Editor", true);
         row("in a bundle of another name", "Editor", "a/b/Viewer.app/Contents/MacOS/Editor", true);
-        row("name with blanks", "My Editor", "My Editor.app/Contents/MacOS/My Editor", true);
-        row("name with a place marker", "Ed%1", "Contents/MacOS/Ed%1", true);
-        row("name that is a place marker", "%1", "Contents/MacOS/%1", true);
-        row("name with other markers", "%2%n%%", "Contents/MacOS/%2%n%%", true);
+        row("name with spaces", "My Editor", "My Editor.app/Contents/MacOS/My Editor", true);
+        row("name with a placeholder", "Ed%1", "Contents/MacOS/Ed%1", true);
+        row("name that is a placeholder", "%1", "Contents/MacOS/%1", true);
+        row("name with other placeholders", "%2%n%%", "Contents/MacOS/%2%n%%", true);
         row("longer name", "Editor", "Contents/MacOS/Editor2", false);
         row("longer beginning", "Editor", "Contents/MacOS/XEditor", false);
         row("shorter name", "Editor", "Contents/MacOS/Edito", false);
@@ -451,7 +451,7 @@ private Q_SLOTS:
         row("backslashes", "Editor", "Contents\\MacOS\\Editor", false);
     }
 
-    // The contents cannot be run, so no row starts anything.
+    // The contents are no program, so no row starts anything.
     void bundleExecutableIsKnownByTheEndOfItsPath()
     {
         QFETCH(QString, programName);
@@ -499,7 +499,7 @@ private Q_SLOTS:
         QCOMPARE(installation.state.programExe, installation.top / "app/" + first);
     }
 
-    void secondBundleExecutableDoesNotStandInForTheFirst()
+    void secondBundleExecutableDoesNotReplaceTheFirst()
     {
         Installation installation;
         installation.list({"A.app/Contents/MacOS/Editor"});
@@ -509,7 +509,7 @@ private Q_SLOTS:
         QCOMPARE(installation.state.programExe, QString());
     }
 
-    // A directory in the way keeps its place, and gets the permissions meant for the file.
+    // A directory in the way stays, and gets the permissions meant for the file.
     void permissionsAreSetThoughTheMoveFailed_data()
     {
         QTest::addColumn<QString>("name");
@@ -534,7 +534,7 @@ private Q_SLOTS:
         QCOMPARE(files::mode(installation.top / "tmp/new/" + name), 0600U);
     }
 
-    // "Programs" are startable; the name of each is the path it was written to.
+    // Each of "programs" can be started. The name that it records is the path it was written to.
     void programIsChosenAndStarted_data()
     {
         QTest::addColumn<QString>("given");
@@ -575,8 +575,8 @@ private Q_SLOTS:
 
         add("given one is missing, no bundle executable in the update", "app/run",
             {"app/" + bundleExe, "tmp/new/tool"}, {"tool"}, "app/run", "");
-        add("given one is missing, that of the bundle too", "app/run", {}, {bundleExe}, "app/run",
-            "");
+        add("given one is missing, and so is that of the bundle", "app/run", {}, {bundleExe},
+            "app/run", "");
         add("none given, no bundle executable in the update", "",
             {"app/" + bundleExe, "tmp/new/tool"}, {"tool"}, "", "");
         add("none given, nothing to install", "", {"app/" + bundleExe}, {}, "", "");
@@ -612,7 +612,7 @@ private Q_SLOTS:
         QTRY_COMPARE(relaunched.starts(), QStringList{startRecord(started, directory)});
     }
 
-    void bundleExecutableIsStartedThoughItWasSavedWithoutPermission()
+    void bundleExecutableIsStartedThoughItWasSavedWithoutExecutePermission()
     {
         IN_OWN_PROCESS();
         const RelaunchedProgram relaunched;
@@ -625,7 +625,7 @@ private Q_SLOTS:
         QTRY_COMPARE(relaunched.starts().size(), 1);
     }
 
-    void givenProgramGetsNoPermission()
+    void givenProgramGetsNoExecutePermission()
     {
         IN_OWN_PROCESS();
         const RelaunchedProgram relaunched;
@@ -637,22 +637,22 @@ private Q_SLOTS:
         QVERIFY(canStillStart(installation.updater, relaunched, installation.top));
     }
 
-    // The test's own directory is "here", which is in the PATH, too; the base directory is "base".
+    // The working directory is "here", which is also in the PATH; the base directory is "base".
     void programRunsInItsDirectory_data()
     {
         QTest::addColumn<QString>("file");
         QTest::addColumn<QString>("path");
         QTest::addColumn<QString>("directory");
         row("absolute path", "app/run", "@top/app/run", "app");
-        row("blanks", "my app/the program", "@top/my app/the program", "my app");
+        row("spaces", "my app/the program", "@top/my app/the program", "my app");
         row("quotes and dollars", "a'b/\"$HOME\"", "@top/a'b/\"$HOME\"", "a'b");
         row("two slashes before the name", "app/run", "@top/app//run", "app");
         row("backslash before the name", "app\\run", "@top/app\\run", "app");
-        row("slash behind a backslash", "a\\b/run", "@top/a\\b/run", "a\\b");
+        row("slash after a backslash", "a\\b/run", "@top/a\\b/run", "a\\b");
         row("relative path", "here/run", "./run", "here");
         row("bare name", "here/run", "run", "base");
-        // Nothing stands before the separator: the process stays where the updater is.
-        row("only separator comes first", "here/\\run", "\\run", "here");
+        // Nothing is before the separator: the program gets the working directory of the updater.
+        row("separator at the start", "here/\\run", "\\run", "here");
     }
 
     void programRunsInItsDirectory()
@@ -680,12 +680,12 @@ private Q_SLOTS:
         row("empty path", QString());
         row("missing file", "@top/app/missing");
         row("missing directory", "@top/missing/program");
-        row("file without permission", "@top/app/plain");
+        row("file without execute permission", "@top/app/plain");
         row("file that is no program", "@top/app/text");
         row("directory", "@top/app");
         row("broken link", "@top/app/link");
         row("name that only the PATH knows", "in-path");
-        // It is looked up from its own directory, and so not found.
+        // It is looked up from its own directory, where there is no "app".
         row("relative path", "app/relative");
     }
 
@@ -760,7 +760,7 @@ private Q_SLOTS:
         const QByteArray failure = ownprocess::failureOfCurrentRow();
         QVERIFY2(failure.isNull(), failure.constData());
 
-        // The updater's process has ended; the program still waits for its leave.
+        // The updater's process has ended. The program waits until the test lets it end.
         QTRY_COMPARE(programs.starts(), QStringList{startRecord("Editor", dir.path())});
         QVERIFY(programs.ends().isEmpty());
         programs.letEnd();

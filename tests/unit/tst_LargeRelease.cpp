@@ -1,6 +1,6 @@
 // What an update does with every entry and every file of a very large release. The benchmarks
-// measure what that costs; in quadratic time each of these would take minutes, and ctest would end
-// it long before.
+// measure what that costs. In quadratic time each of these would take minutes, and ctest would end
+// this program at its time limit.
 
 #include "manifest/ManifestText.h"
 
@@ -21,7 +21,7 @@ private Q_SLOTS:
         row("as written", "", "");
         row("text before the first file", "text", "");
         row("text between the files", "", "text");
-        row("blanks and halves of marks between the files", "<fi", "\u2003</file>\n<fi");
+        row("spaces and halves of tags between the files", "<fi", "\u2003</file>\n<fi");
     }
 
     void largeRecordIsReadBack()

@@ -41,16 +41,16 @@ QString described(const Reading& reading)
     return QString(reading.result ? "true" : "false") + '\n' + records::described(reading.data);
 }
 
-/// The ways in which a reader may go wrong.
+/// The mistakes that a reader can make.
 struct Faults
 {
     Qt::CaseSensitivity cases = Qt::CaseInsensitive;
-    bool trimsBeforeGluing = true;
-    bool seesMarksAcrossSeams = true;
+    bool trimsBeforeJoining = true;
+    bool seesTagsAcrossSeams = true;
     int looksBack = -1; ///< Characters before the last cut that are searched again; -1 for all.
 };
 
-/// The literal reader with faults: what the generated texts must be able to tell from a sound one.
+/// The literal reader with faults. The generated texts must show the difference.
 class FaultyReader
 {
 public:
@@ -107,14 +107,14 @@ private:
         const QString left = trimmed(source.left(begin));
         if (seam)
             *seam = static_cast<int>(left.size());
-        source = left + (m_faults.seesMarksAcrossSeams ? QString() : QString(separator)) +
+        source = left + (m_faults.seesTagsAcrossSeams ? QString() : QString(separator)) +
                  trimmed(source.mid(end + closing.size()));
         return result;
     }
 
     QString trimmed(const QString& piece) const
     {
-        return m_faults.trimsBeforeGluing ? piece.trimmed() : piece;
+        return m_faults.trimsBeforeJoining ? piece.trimmed() : piece;
     }
 
     static constexpr QChar separator{0xe000}; ///< Occurs in no text.
@@ -137,13 +137,13 @@ class TestManifestDifferential : public QObject
 
 private Q_SLOTS:
     void generatedTextsAreWorthReading();
-    void faultyReaderIsToldFromSoundOne_data();
-    void faultyReaderIsToldFromSoundOne();
+    void faultyReaderIsDetected_data();
+    void faultyReaderIsDetected();
     void readerAgreesWithLiteralReader_data();
     void readerAgreesWithLiteralReader();
 
 private:
-    /// How many of the first texts have the property, in per cent.
+    /// How many of the first texts have the property, in percent.
     template <typename Property> double share(Property property) const
     {
         int having = 0;
@@ -172,7 +172,7 @@ void TestManifestDifferential::generatedTextsAreWorthReading()
         isTrue += reading.result;
         hasFile += files >= 1;
         hasThreeFiles += files >= 3;
-        isLong += text.xml.size() > 500; // The toolkit searches those in another way.
+        isLong += text.xml.size() > 500; // Qt searches those in another way.
     }
     qInfo("of %d texts: true %d, with a file %d, with three %d, long %d", sampled, isTrue, hasFile,
           hasThreeFiles, isLong);
@@ -183,7 +183,7 @@ void TestManifestDifferential::generatedTextsAreWorthReading()
     QVERIFY(isLong > sampled * 10 / 100);
 }
 
-void TestManifestDifferential::faultyReaderIsToldFromSoundOne_data()
+void TestManifestDifferential::faultyReaderIsDetected_data()
 {
     QTest::addColumn<int>("cases");
     QTest::addColumn<bool>("trims");
@@ -193,13 +193,13 @@ void TestManifestDifferential::faultyReaderIsToldFromSoundOne_data()
     constexpr int ignored = Qt::CaseInsensitive;
     row("no fault", ignored, true, true, -1, 0.0);
     row("letter case counts", int(Qt::CaseSensitive), true, true, -1, 20.0);
-    row("no trimming before gluing", ignored, false, true, -1, 5.0);
-    row("blind to marks across a seam", ignored, true, false, -1, 5.0);
-    row("goes on behind the cut", ignored, true, true, 0, 5.0);
-    row("looks back one too few", ignored, true, true, 4, 1.0);
+    row("no trimming before joining", ignored, false, true, -1, 5.0);
+    row("blind to tags across a seam", ignored, true, false, -1, 5.0);
+    row("continues after the cut", ignored, true, true, 0, 5.0);
+    row("looks back one character too few", ignored, true, true, 4, 1.0);
 }
 
-void TestManifestDifferential::faultyReaderIsToldFromSoundOne()
+void TestManifestDifferential::faultyReaderIsDetected()
 {
     QFETCH(int, cases);
     QFETCH(bool, trims);
@@ -209,12 +209,12 @@ void TestManifestDifferential::faultyReaderIsToldFromSoundOne()
     const FaultyReader faulty(
         Faults{static_cast<Qt::CaseSensitivity>(cases), trims, seams, looksBack});
 
-    const double told = share([&faulty](const ManifestText& text) {
+    const double detected = share([&faulty](const ManifestText& text) {
         return !(readingOf(text, faulty) == readingOf(text, literal::read));
     });
-    qInfo("told apart by %.2f%% of the texts", told);
-    QVERIFY(told >= least);
-    QVERIFY2(told == 0 || least > 0, "what is faultless cannot be told apart");
+    qInfo("detected by %.2f%% of the texts", detected);
+    QVERIFY(detected >= least);
+    QVERIFY2(detected == 0 || least > 0, "a reader without faults differs");
 }
 
 void TestManifestDifferential::readerAgreesWithLiteralReader_data()

@@ -1,6 +1,6 @@
 // The reader of the manifest text, and the extraction of one element.
 //
-// Whatever is read here is read by the literal reader, too, so that the rows check both.
+// The literal reader reads every text as well, so that the rows check both.
 
 #include "manifest/ManifestText.h"
 
@@ -14,7 +14,7 @@ Q_DECLARE_METATYPE(ProgramData)
 
 namespace {
 
-/// A record whose values all differ from a fresh one's.
+/// A record whose values all differ from those of a new one.
 ProgramData oldRecord()
 {
     return {"Old", "1.0", true, "b2xk", {{"old.txt", "0d", 1}}};
@@ -31,13 +31,13 @@ QString block(const QString& name, const QString& sha1 = "5a", const QString& si
     return "<file>" + fields(name, sha1, size) + "</file>";
 }
 
-/// A record of Editor 2.1 with @p rest behind the version.
+/// A record of Editor 2.1 with @p rest after the version.
 QString editor(const QString& rest)
 {
     return "<Editor><version>2.1</version>" + rest + "</Editor>";
 }
 
-/// A record of Editor 2.1 with one file that has @p size for its size.
+/// A record of Editor 2.1 with two files, the first of which has @p size for its size.
 QString editorWithSize(const QString& size)
 {
     return editor(block("a", "5a", size) + block("b", "5b", "2"));
@@ -50,7 +50,7 @@ class TestManifestReader : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    // Extractor.
+    // ---- Extraction of one element
     void elementIsExtracted_data();
     void elementIsExtracted();
     void elementIsRemovedOnlyOnRequest_data() { elementIsExtracted_data(); }
@@ -60,7 +60,7 @@ private Q_SLOTS:
     void emptyValueIsNotNull();
     void repeatedExtractionTakesElementsInTurn();
 
-    // Reader.
+    // ---- Reader
     void recordIsRead_data();
     void recordIsRead();
     void textWithoutRecordLeavesDataUntouched_data();
@@ -76,8 +76,8 @@ private Q_SLOTS:
     void filesAreRead();
     void sizeIsReadAsUnsignedNumber_data();
     void sizeIsReadAsUnsignedNumber();
-    void marksFormAcrossSeams_data();
-    void marksFormAcrossSeams();
+    void tagsFormAcrossSeams_data();
+    void tagsFormAcrossSeams();
     void textThatIsReadIsNotChanged();
 };
 
@@ -95,35 +95,35 @@ void TestManifestReader::elementIsExtracted_data()
     add("at the start", "<x>1</x>b", "1", "b");
     add("at the end", "a<x>1</x>", "1", "a");
     add("in the middle", "a<x>1</x>b", "1", "ab");
-    add("white space at the cut is lost", "a\n\t<x>1</x>\n\tb", "1", "ab");
-    add("white space at the outer ends is lost", "\n a<x>1</x>b \n", "1", "ab");
-    add("white space inside the pieces stays", "a \n a<x>1</x>b\t b", "1", "a \n ab\t b");
-    add("white space alone in front", " \n<x>1</x>b", "1", "b");
-    add("white space alone behind", "a<x>1</x> \n", "1", "a");
-    add("white space alone on both sides", "\t<x>1</x>\t", "1", "");
-    add("unusual white space at the cut", "a\u2003\u00a0<x>1</x>\u0085\u2028b", "1", "ab");
-    add("zero-width space is no white space", "a\u200b<x>1</x>b", "1", "a\u200bb");
+    add("whitespace at the cut is lost", "a\n\t<x>1</x>\n\tb", "1", "ab");
+    add("whitespace at the outer ends is lost", "\n a<x>1</x>b \n", "1", "ab");
+    add("whitespace inside the pieces stays", "a \n a<x>1</x>b\t b", "1", "a \n ab\t b");
+    add("only whitespace before", " \n<x>1</x>b", "1", "b");
+    add("only whitespace after", "a<x>1</x> \n", "1", "a");
+    add("only whitespace before and after", "\t<x>1</x>\t", "1", "");
+    add("unusual whitespace at the cut", "a\u2003\u00a0<x>1</x>\u0085\u2028b", "1", "ab");
+    add("zero-width space is no whitespace", "a\u200b<x>1</x>b", "1", "a\u200bb");
     add("value is not trimmed", "<x>\n\t 1 \t</x>", "\n\t 1 \t", "");
-    add("blank value", "<x>  </x>", "  ", "");
+    add("value of spaces", "<x>  </x>", "  ", "");
     add("empty value", "a<x></x>b", "", "ab");
     add("first of two", "<x>1</x>,<x>2</x>", "1", ",<x>2</x>");
-    add("ends at the first closing mark", "<x>1</x>2</x>", "1", "2</x>");
-    add("begins at the first opening mark", "<x>1<x>2</x>3</x>", "1<x>2", "3</x>");
-    add("closing mark in front does not count", "</x>a<x>1</x>", "1", "</x>a");
-    add("closing mark in front and none between", "</x><x>1</x>b", "1", "</x>b");
-    add("case of the marks is ignored", "a<X>Aa</X>b", "Aa", "ab");
-    add("marks in different case", "<X>1</x>", "1", "");
+    add("ends at the first closing tag", "<x>1</x>2</x>", "1", "2</x>");
+    add("begins at the first opening tag", "<x>1<x>2</x>3</x>", "1<x>2", "3</x>");
+    add("closing tag before does not count", "</x>a<x>1</x>", "1", "</x>a");
+    add("closing tag before, nothing between", "</x><x>1</x>b", "1", "</x>b");
+    add("case of the tags is ignored", "a<X>Aa</X>b", "Aa", "ab");
+    add("tags in different case", "<X>1</x>", "1", "");
     add("longer name does not match", "<xx>0</xx><x>1</x>", "1", "<xx>0</xx>");
-    add("blanks in a mark do not match", "< x>0</x><x >0</x><x>1</x>", "1", "< x>0</x><x >0</x>");
+    add("tags with spaces do not match", "< x>0</x><x >0</x><x>1</x>", "1", "< x>0</x><x >0</x>");
     add("attribute does not match", "<x a='0'>0</x><x>1</x>", "1", "<x a='0'>0</x>");
-    add("closing mark with a blank does not match", "<x>1</x >2</x>", "1</x >2", "");
-    add("seam forms the mark anew", "<<x>1</x>x>2</x>", "1", "<x>2</x>");
-    add("value with other marks", "<x><y>1</y></x>", "<y>1</y>", "");
-    row("tag in upper case", "VERSION", "<version>1</version>", "1", "");
-    row("tag with a place marker", "a%1b", "<a%1b>1</a%1b>", "1", "");
-    row("tag that is a place marker", "%1", "<%1>1</%1>", "1", "");
-    row("tag with blanks", " x ", "<x>0</x>< x >1</ x >", "1", "<x>0</x>");
-    row("empty tag", "", "a<>1</>b", "1", "ab");
+    add("closing tag with a space does not match", "<x>1</x >2</x>", "1</x >2", "");
+    add("seam forms the tag again", "<<x>1</x>x>2</x>", "1", "<x>2</x>");
+    add("value with other tags", "<x><y>1</y></x>", "<y>1</y>", "");
+    row("name in upper case", "VERSION", "<version>1</version>", "1", "");
+    row("name with a placeholder", "a%1b", "<a%1b>1</a%1b>", "1", "");
+    row("name that is a placeholder", "%1", "<%1>1</%1>", "1", "");
+    row("name with spaces", " x ", "<x>0</x>< x >1</ x >", "1", "<x>0</x>");
+    row("empty name", "", "a<>1</>b", "1", "ab");
     row("long s is an s", "size", "<\u017fize>1</\u017fIZE>", "1", "");
     row("Kelvin sign is a k", "kind", "<\u212aind>1</kind>", "1", "");
     row("umlaut", "ä", "<Ä>1</ä>", "1", "");
@@ -166,14 +166,14 @@ void TestManifestReader::missingElementGivesNullStringAndLeavesSource_data()
 {
     QTest::addColumn<QString>("source");
     row("empty text", "");
-    row("text without marks", " a x b ");
+    row("text without tags", " a x b ");
     row("other element", " <y>1</y> ");
-    row("opening mark alone", " <x>1 ");
-    row("closing mark alone", " 1</x> ");
-    row("closing mark before opening mark", " </x>1<x> ");
-    row("broken closing mark", " <x>1</x ");
-    row("marks that overlap", " <x</x> ");
-    row("opening mark twice", " <x>1<x> ");
+    row("opening tag alone", " <x>1 ");
+    row("closing tag alone", " 1</x> ");
+    row("closing tag before opening tag", " </x>1<x> ");
+    row("broken closing tag", " <x>1</x ");
+    row("tags that overlap", " <x</x> ");
+    row("opening tag twice", " <x>1<x> ");
 }
 
 void TestManifestReader::missingElementGivesNullStringAndLeavesSource()
@@ -255,29 +255,29 @@ void TestManifestReader::recordIsRead_data()
           {"CONTENTS/RESOURCES/README.TXT", "F572D396FAE9206628714FB2CE00F72E94F2258F", 6}}});
     add("root in upper case", "<EDITOR>" + version + "</EDITOR>", plain);
     add("root in two cases", "<eDITOR>" + version + "</EdItOr>", plain);
-    add("root tag in lower case", "<Editor>" + version + "</Editor>",
+    add("root asked for in lower case", "<Editor>" + version + "</Editor>",
         {"editor", "2.1", false, "", {}}, "editor");
     add("values are trimmed",
         "<Editor>\n<version>\n\t2 . 1 \n</version><required>\u2003true\t</required>"
         "<changelog>\u00a0Y2w= \n</changelog><file> <name>\ta b\n</name><sha1> 5a </sha1>"
         "<size>\n 1\t</size> </file></Editor>",
         {"Editor", "2 . 1", true, "Y2w=", {{"a b", "5a", 1}}});
-    add("blanks around the root tag are part of the mark and not of the name",
+    add("spaces around the root name are part of the tag and not of the program's name",
         "<Editor><version>0</version></Editor>< Editor ><version>2.1</version></ Editor >", plain,
         " Editor ");
-    add("root tag with a place marker", "<%1 %2>" + version + "</%1 %2>",
+    add("root with a placeholder", "<%1 %2>" + version + "</%1 %2>",
         {"%1 %2", "2.1", false, "", {}}, "%1 %2");
-    add("empty root tag", "<>" + version + "</>", {"", "2.1", false, "", {}}, "");
+    add("empty root", "<>" + version + "</>", {"", "2.1", false, "", {}}, "");
     add("root named like an element", "<file>" + version + "</file>",
         {"file", "2.1", false, "", {}}, "file");
     add("first of two roots", editor("") + "<Editor><version>3</version></Editor>", plain);
-    add("root ends at its first closing mark", editor("") + block("a") + "</Editor>", plain);
+    add("root ends at its first closing tag", editor("") + block("a") + "</Editor>", plain);
     add("root within a root", "<Editor><version>2.1</version><Editor></Editor>" + required, plain);
     add("first of two versions", editor("<version>3</version>"), plain);
     add("second record", "<Tool><version>1</version></Tool>\n" + editor(""), plain);
     add("record inside another", "<Tool><version>1</version>" + editor("") + "</Tool>", plain);
     add("only one of two flags", editor("<required>no</required><required>true</required>"), plain);
-    add("version with marks", "<Editor><version><b>2</b></version></Editor>",
+    add("version with tags", "<Editor><version><b>2</b></version></Editor>",
         {"Editor", "<b>2</b>", false, "", {}});
     add("version inside the changelog",
         "<Editor><changelog>Y2<version>2.1</version>w=</changelog></Editor>",
@@ -296,20 +296,20 @@ void TestManifestReader::recordIsRead_data()
     add("file split by the version",
         "<Editor><file" + version + ">" + fields("a") + "</file></Editor>",
         {"Editor", "2.1", false, "", {{"a", "5a", 1}}});
-    add("flag inside the version goes with it",
+    add("flag inside the version is part of it",
         "<Editor><version>2<required>true</required></version></Editor>",
         {"Editor", "2<required>true</required>", false, "", {}});
-    add("file inside the changelog goes with it",
+    add("file inside the changelog is part of it",
         editor("<changelog>" + block("a") + "</changelog>" + block("b")),
         {"Editor", "2.1", false, block("a"), {{"b", "5a", 1}}});
     add("changelog inside a file is cut out of it",
         editor(
             "<file><name>a<changelog>Y2w=</changelog>b</name><sha1>5a</sha1><size>1</size></file>"),
         {"Editor", "2.1", false, "Y2w=", {{"ab", "5a", 1}}});
-    add("flag without its closing mark", editor("<required>true"), plain);
-    add("changelog without its closing mark", editor("<changelog>Y2w=" + block("a")),
+    add("flag without its closing tag", editor("<required>true"), plain);
+    add("changelog without its closing tag", editor("<changelog>Y2w=" + block("a")),
         {"Editor", "2.1", false, "", {{"a", "5a", 1}}});
-    add("values with place markers",
+    add("values with placeholders",
         "<Editor><version>%1</version><changelog>%2</changelog>" + block("%L1", "%3") + "</Editor>",
         {"Editor", "%1", false, "%2", {{"%L1", "%3", 1}}});
     add("entities stay", "<Editor><version>&lt;2&amp;</version></Editor>",
@@ -341,13 +341,13 @@ void TestManifestReader::textWithoutRecordLeavesDataUntouched_data()
     row("record of another program", "<Tool><version>2.1</version></Tool>");
     row("program with a longer name", "<Editor2><version>2.1</version></Editor2>");
     row("no root", "<version>2.1</version>");
-    row("opening mark alone", "<Editor><version>2.1</version>");
-    row("closing mark alone", "<version>2.1</version></Editor>");
-    row("closing mark first", "</Editor><version>2.1</version><Editor>");
-    row("cut off inside the closing mark", exampleText.left(exampleText.size() - 2));
+    row("opening tag alone", "<Editor><version>2.1</version>");
+    row("closing tag alone", "<version>2.1</version></Editor>");
+    row("closing tag first", "</Editor><version>2.1</version><Editor>");
+    row("cut off inside the closing tag", exampleText.left(exampleText.size() - 2));
     row("empty record", "<Editor></Editor>");
-    row("blank record", "<Editor> \r\n\t</Editor>");
-    row("record of unusual blanks", "<Editor>\u00a0\u2003</Editor>");
+    row("record of whitespace", "<Editor> \r\n\t</Editor>");
+    row("record of unusual whitespace", "<Editor>\u00a0\u2003</Editor>");
     row("empty record before a full one", "<Editor></Editor>" + exampleText);
 }
 
@@ -370,18 +370,18 @@ void TestManifestReader::recordWithoutVersionSetsNameOnly_data()
     };
     add("no version", "");
     add("empty version", "<version></version>");
-    add("blank version", "<version> \r\n\t</version>");
-    add("version of unusual blanks", "<version>\u00a0\u2003</version>");
-    add("version without closing mark", "<version>2.1");
-    add("version without opening mark", "2.1</version>");
-    add("blank version before another", "<version> </version><version>2.1</version>");
+    add("version of whitespace", "<version> \r\n\t</version>");
+    add("version of unusual whitespace", "<version>\u00a0\u2003</version>");
+    add("version without closing tag", "<version>2.1");
+    add("version without opening tag", "2.1</version>");
+    add("version of whitespace before another", "<version> </version><version>2.1</version>");
     add("version across the seam of a later cut",
         "<ver<required>true</required>sion>2.1</version>");
-    row("version behind the record", "Editor",
-        "<Editor>" + rest + "</Editor><version>2.1</version>", "Editor");
+    row("version after the record", "Editor", "<Editor>" + rest + "</Editor><version>2.1</version>",
+        "Editor");
     row("text alone", "Editor", "<Editor>2.1</Editor>", "Editor");
-    row("root tag with blanks", "\tEditor ", "<\tEditor >" + rest + "</\tEditor >", "Editor");
-    row("blank root tag", " ", "< >" + rest + "</ >", "");
+    row("root with whitespace", "\tEditor ", "<\tEditor >" + rest + "</\tEditor >", "Editor");
+    row("root of whitespace", " ", "< >" + rest + "</ >", "");
     row("root named version ends with its version", "version",
         "<version><version>2.1</version></version>", "version");
 }
@@ -403,7 +403,7 @@ void TestManifestReader::requiredIsTrueInAnyCaseAndNothingElse_data()
     QTest::addColumn<QString>("element");
     QTest::addColumn<bool>("required");
     row("true", "<required>true</required>", true);
-    row("TRUE in mixed marks", "<Required>TRUE</Required>", true);
+    row("TRUE in a tag of mixed case", "<Required>TRUE</Required>", true);
     row("mixed case", "<required>tRuE</required>", true);
     row("trimmed", "<required>\n true\t</required>", true);
     row("false", "<required>false</required>", false);
@@ -411,11 +411,11 @@ void TestManifestReader::requiredIsTrueInAnyCaseAndNothingElse_data()
     row("yes", "<required>yes</required>", false);
     row("t", "<required>t</required>", false);
     row("true and more", "<required>true.</required>", false);
-    row("parted", "<required>tr ue</required>", false);
+    row("with a space inside", "<required>tr ue</required>", false);
     row("empty", "<required></required>", false);
-    row("blank", "<required> </required>", false);
+    row("space", "<required> </required>", false);
     row("missing", "", false);
-    row("closing mark missing", "<required>true", false);
+    row("closing tag missing", "<required>true", false);
 }
 
 void TestManifestReader::requiredIsTrueInAnyCaseAndNothingElse()
@@ -435,10 +435,10 @@ void TestManifestReader::changelogIsReplacedOnlyByAnother_data()
     QTest::addColumn<QString>("element");
     QTest::addColumn<QString>("changelog");
     row("another", "<changelog>Y2w=</changelog>", "Y2w=");
-    row("another with blanks", "<changelog>\n Y2 w= </changelog>", "Y2 w=");
+    row("another with whitespace", "<changelog>\n Y2 w= </changelog>", "Y2 w=");
     row("missing", "", "b2xk");
     row("empty", "<changelog></changelog>", "b2xk");
-    row("blank", "<changelog> \n\u2003</changelog>", "b2xk");
+    row("whitespace", "<changelog> \n\u2003</changelog>", "b2xk");
     row("not closed", "<changelog>Y2w=", "b2xk");
     row("empty before another", "<changelog></changelog><changelog>Y2w=</changelog>", "b2xk");
 }
@@ -487,7 +487,7 @@ void TestManifestReader::filesAreRead_data()
     add("size, digest, name", "<file>" + size + sha1 + name + "</file>", one);
     add("with another element", "<file><mode>1</mode>" + name + "x" + sha1 + size + "</file>", one);
     add("in any case", "<FILE><Name>a</NAME><sHA1>5a</Sha1><siZE>1</SIze></filE>", one);
-    add("in document order, twice as well", block("c") + block("a") + block("b") + block("a"),
+    add("in document order, one of them twice", block("c") + block("a") + block("b") + block("a"),
         {"c|5a|1", "a|5a|1", "b|5a|1", "a|5a|1"});
     add("with text between", "1" + block("a") + "2" + block("c") + "3", two);
     add("digest in upper case stays", block("a", "5A"), {"a|5A|1"});
@@ -495,21 +495,21 @@ void TestManifestReader::filesAreRead_data()
     add("first of two names", "<file><name>a</name><name>b</name>" + sha1 + size + "</file>", one);
 
     between("empty block ends the list", "<file></file>", one);
-    between("blank block ends the list", "<file> \n\u00a0</file>", one);
+    between("block of whitespace ends the list", "<file> \n\u00a0</file>", one);
     between("block of text ends the list", "<file>text</file>", one);
     between("missing name ends the list", "<file>" + sha1 + size + "</file>", one);
     between("empty name ends the list", block("", "5b", "2"), one);
-    between("blank name ends the list", block(" \t", "5b", "2"), one);
+    between("name of whitespace ends the list", block(" \t", "5b", "2"), one);
     between("name not closed ends the list", "<file>" + sha1 + size + "<name>b</file>", one);
     between("missing digest ends the list", "<file><name>b</name>" + size + "</file>", one);
     between("empty digest ends the list", block("b", "", "2"), one);
-    between("blank digest ends the list", block("b", "\n", "2"), one);
+    between("digest of whitespace ends the list", block("b", "\n", "2"), one);
     between("digest not closed ends the list", "<file>" + name + size + "<sha1>5b</file>", one);
     between("missing size ends the list", "<file><name>b</name>" + sha1 + "</file>", one);
     between("empty size ends the list", block("b", "5b", ""), one);
-    between("blank size ends the list", block("b", "5b", " \u2003"), one);
+    between("size of whitespace ends the list", block("b", "5b", " \u2003"), one);
     between("size not closed ends the list", "<file>" + name + sha1 + "<size>1</file>", one);
-    between("missing name ends it before a bad size counts",
+    between("missing name ends the list before a bad size is noticed",
             "<file>" + sha1 + "<size>x</size></file>", one);
     between("bad size drops its own entry only", block("b", "5b", "12a"), two);
     between("two bad sizes", block("b", "5b", "x") + block("b", "5b", "-"), two);
@@ -517,13 +517,13 @@ void TestManifestReader::filesAreRead_data()
     add("incomplete first block ends the list", "<file></file>" + block("a"), {});
     add("bad size first", block("b", "5b", "?") + block("a"), one);
     add("last block not closed", block("a") + "<file>" + fields("b"), one);
-    add("block not closed takes the next one's end", "<file>" + name + block("b", "5b", "2"),
+    add("block not closed ends with the next one", "<file>" + name + block("b", "5b", "2"),
         {"a|5b|2"});
-    add("opening mark without the rest", block("a") + "<file" + block("c"), two);
-    add("closing mark too many", block("a") + "</file>" + block("c"), two);
+    add("opening tag cut short", block("a") + "<file" + block("c"), two);
+    add("one closing tag too many", block("a") + "</file>" + block("c"), two);
     add("block within a block ends with the inner one",
         "<file>" + block("a") + fields("b") + "</file>" + block("c"), two);
-    add("elements beside the blocks do not count",
+    add("elements outside the blocks do not count",
         name + sha1 + size + "<file>" + name + sha1 + "</file>" + size, {});
     add("digest inside the name stays in the name",
         "<file><name>a<sha1>5b</sha1></name>" + sha1 + size + "</file>", {"a<sha1>5b</sha1>|5a|1"});
@@ -548,15 +548,15 @@ void TestManifestReader::sizeIsReadAsUnsignedNumber_data()
     row("6", "6", "6");
     row("leading zeros", "0010", "10");
     row("plus sign", "+5", "5");
-    row("blanks around", " 7 ", "7");
-    row("unusual blanks around", "\u00a0\n8\u2003", "8");
+    row("spaces around", " 7 ", "7");
+    row("unusual whitespace around", "\u00a0\n8\u2003", "8");
     row("more than signed", "9223372036854775808", "9223372036854775808");
     row("largest", "18446744073709551615", "18446744073709551615");
     const QString dropped = "dropped";
     row("one more than the largest", "18446744073709551616", dropped);
     row("thirty digits", QString(30, '9'), dropped);
-    row("letter behind", "12a", dropped);
-    row("letter in front", "a12", dropped);
+    row("letter after the digits", "12a", dropped);
+    row("letter before the digits", "a12", dropped);
     row("minus one", "-1", dropped);
     row("sign alone", "+", dropped);
     row("two signs", "++5", dropped);
@@ -564,15 +564,15 @@ void TestManifestReader::sizeIsReadAsUnsignedNumber_data()
     row("exponent", "1e3", dropped);
     row("decimal point", "1.0", dropped);
     row("grouped by commas", "1,000", dropped);
-    row("grouped by blanks", "1 000", dropped);
+    row("grouped by spaces", "1 000", dropped);
     row("unit", "12 MB", dropped);
     row("letter O", "1O", dropped);
-    row("marks", "<b>1</b>", dropped);
+    row("tags", "<b>1</b>", dropped);
     row("Arabic digits", "\u0661\u0662", dropped);
     row("full-width digits", "\uff11", dropped);
     const QString ended = "ended";
     row("empty", "", ended);
-    row("blank", " ", ended);
+    row("space", " ", ended);
 }
 
 void TestManifestReader::sizeIsReadAsUnsignedNumber()
@@ -587,7 +587,7 @@ void TestManifestReader::sizeIsReadAsUnsignedNumber()
     QCOMPARE(filesRead(editorWithSize(size)), expected);
 }
 
-void TestManifestReader::marksFormAcrossSeams_data()
+void TestManifestReader::tagsFormAcrossSeams_data()
 {
     QTest::addColumn<QString>("text");
     QTest::addColumn<ProgramData>("expected");
@@ -609,43 +609,42 @@ void TestManifestReader::marksFormAcrossSeams_data()
         const QString left = opening.left(at);
         const QString right = opening.mid(at);
         const QString split = left + '|' + right;
-        add("opening mark " + split, left + a + right + endB, {"a", "b"});
-        add("opening mark with blanks " + split, left + " \n" + a + "\t\u2003" + right + endB,
+        add("opening tag " + split, left + a + right + endB, {"a", "b"});
+        add("opening tag with whitespace " + split, left + " \n" + a + "\t\u2003" + right + endB,
             {"a", "b"});
-        add("opening mark with text before " + split, "text " + left + a + right + endB,
-            {"a", "b"});
-        add("opening mark around two blocks " + split, left + a + ' ' + b + right + endC,
+        add("opening tag with text before " + split, "text " + left + a + right + endB, {"a", "b"});
+        add("opening tag around two blocks " + split, left + a + ' ' + b + right + endC,
             {"a", "b", "c"});
     }
-    add("opening mark in another case", "<FI" + a + "Le>" + endB, {"a", "b"});
-    add("opening mark in three pieces", "<f" + a + "i" + b + "le>" + endC, {"a", "b", "c"});
-    add("opening mark in single characters",
+    add("opening tag in another case", "<FI" + a + "Le>" + endB, {"a", "b"});
+    add("opening tag in three pieces", "<f" + a + "i" + b + "le>" + endC, {"a", "b", "c"});
+    add("opening tag in single characters",
         "<" + a + "f" + b + "i" + a + "l" + b + "e" + a + ">" + endC,
         {"a", "b", "a", "b", "a", "c"});
-    add("opening mark twice over", "<fi<fi" + a + "le>" + endB + "le>" + endC, {"a", "b", "c"});
-    add("opening mark twice over, with blanks", "<fi <fi " + a + " le>" + endB + " le>" + endC,
+    add("opening tag twice over", "<fi<fi" + a + "le>" + endB + "le>" + endC, {"a", "b", "c"});
+    add("opening tag twice over, with spaces", "<fi <fi " + a + " le>" + endB + " le>" + endC,
         {"a", "b", "c"});
-    add("opening mark thrice over, behind text",
+    add("opening tag three times over, after text",
         "x <f\n<fi <file" + a + ">" + endB + "le>" + endC + "\tile>" + endB, {"a", "b", "c", "b"});
-    add("second cut uncovers blanks that must go",
+    add("second cut leaves whitespace that is removed",
         "<fi \t\u00a0<" + a + "file>" + endB + "le>" + endC, {"a", "b", "c"});
-    add("opening mark split twice in turn", "<file" + a + ">" + endB + "<file" + c + ">",
+    add("opening tag split twice in turn", "<file" + a + ">" + endB + "<file" + c + ">",
         {"a", "b", "c"});
-    add("seam without a mark, then a block", "<fi" + a + "x" + b + c, {"a", "b", "c"});
-    add("half a mark is no mark", "<fi" + a + "l" + b, {"a", "b"});
+    add("seam without a tag, then a block", "<fi" + a + "x" + b + c, {"a", "b", "c"});
+    add("half a tag is no tag", "<fi" + a + "l" + b, {"a", "b"});
     add("zero-width space keeps the halves apart", "<fi\u200b" + a + "le>" + endB, {"a"});
-    add("formed mark comes before a later block", "<fi" + a + "le>" + endB + c, {"a", "b", "c"});
-    add("formed mark takes up to the next closing mark",
+    add("formed tag comes before a later block", "<fi" + a + "le>" + endB + c, {"a", "b", "c"});
+    add("formed tag takes up to the next closing tag",
         "<fi" + a + "le>" + "<name>b</name>" + "<file><sha1>5a</sha1><size>1</size></file>" + c,
         {"a", "b", "c"});
-    add("formed mark of an empty block ends the list", "<fi" + a + "le></file>" + c, {"a"});
-    add("formed mark that is never closed ends the list", "<fi" + a + "le>" + fields("b"), {"a"});
-    add("block dropped for its size forms a mark too", "<fi" + block("a", "5a", "x") + "le>" + endB,
+    add("formed tag of an empty block ends the list", "<fi" + a + "le></file>" + c, {"a"});
+    add("formed tag that is never closed ends the list", "<fi" + a + "le>" + fields("b"), {"a"});
+    add("block dropped for its size forms a tag", "<fi" + block("a", "5a", "x") + "le>" + endB,
         {"b"});
-    add("closing mark split by a block ends at that block's",
+    add("closing tag split by a block ends at that block's",
         "<file>" + fields("a") + "</fi" + b + "le>" + c, {"a", "c"});
-    add("closing mark does not form behind", "<fi" + a + "le>" + fields("b") + "</fi" + c + "le>",
-        {"a", "b"});
+    add("closing tag does not form after an opening tag that did",
+        "<fi" + a + "le>" + fields("b") + "</fi" + c + "le>", {"a", "b"});
     add("slash at the seam", "<" + a + "/file>" + b, {"a", "b"});
 
     add("flag split by the changelog is taken before it can form",
@@ -653,7 +652,7 @@ void TestManifestReader::marksFormAcrossSeams_data()
     add("changelog split by the flag", "<change <required>true</required> log>Y2w=</changelog>", {},
         true, "Y2w=");
     add("file split by the flag", "<fi<required>true</required>le>" + endB, {"b"}, true);
-    add("file split by the changelog, its closing mark too",
+    add("both tags of a file split",
         "<fi\n<changelog>Y2w=</changelog>\nle>" + fields("a") + "</fi" + b + "le>", {"a"}, false,
         "Y2w=");
     add("file split by flag and changelog",
@@ -670,7 +669,7 @@ void TestManifestReader::marksFormAcrossSeams_data()
         {"a"});
 }
 
-void TestManifestReader::marksFormAcrossSeams()
+void TestManifestReader::tagsFormAcrossSeams()
 {
     QFETCH(QString, text);
     QFETCH(ProgramData, expected);

@@ -1,4 +1,4 @@
-// The writer of the manifest text, and what becomes of a written record that is read.
+// The writer of the manifest text, and the reading of what it has written.
 
 #include "manifest/ManifestText.h"
 
@@ -16,33 +16,33 @@ class TestManifestWriter : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    // Writer.
+    // ---- Writer
     void everyLineHasItsForm_data();
     void everyLineHasItsForm();
     void exampleIsWrittenToTheByte();
     void fileBlocksFollowOneAnotherInListOrder();
     void recordWithoutFilesHasNoFileBlocks_data();
     void recordWithoutFilesHasNoFileBlocks();
-    void blankNameOrVersionIsRefused_data();
-    void blankNameOrVersionIsRefused();
-    void secondRecordIsSetOffByOneLineFeed();
-    void recordIsAppendedToWhateverTheTextHolds();
+    void emptyNameOrVersionIsRefused_data();
+    void emptyNameOrVersionIsRefused();
+    void secondRecordIsSeparatedByOneLineFeed();
+    void recordIsAppendedToAnyText();
     void nameVersionAndChangelogAreTrimmed();
-    void fileNameAndDigestAreWrittenAsTheyStand();
+    void fileNameAndDigestAreNotTrimmed();
     void valueIsWrittenUnchanged_data();
     void valueIsWrittenUnchanged();
     void sizeIsPlainDecimal_data();
     void sizeIsPlainDecimal();
 
-    // Writer and reader.
+    // ---- Writer and reader
     void writtenRecordIsReadBack_data();
     void writtenRecordIsReadBack();
     void eitherOfTwoRecordsIsFoundByItsName();
-    void blanksAroundFileNameAreLost();
-    void marksInFileNameAreNotReadBack_data();
-    void marksInFileNameAreNotReadBack();
-    void textMayLieInTheRecordThatIsFilled_data();
-    void textMayLieInTheRecordThatIsFilled();
+    void whitespaceAroundFileNameIsLost();
+    void tagsInFileNameAreNotReadBack_data();
+    void tagsInFileNameAreNotReadBack();
+    void textMayBeAFieldOfTheRecord_data();
+    void textMayBeAFieldOfTheRecord();
 };
 
 void TestManifestWriter::everyLineHasItsForm_data()
@@ -59,7 +59,7 @@ void TestManifestWriter::everyLineHasItsForm_data()
     row("size", 7, "\t\t<size>1234567</size>");
     row("block ends", 8, "\t</file>");
     row("closing root line", 9, "</Tool 2>");
-    row("nothing behind the last line feed", 10, "");
+    row("nothing after the last line feed", 10, "");
 }
 
 void TestManifestWriter::everyLineHasItsForm()
@@ -94,7 +94,7 @@ void TestManifestWriter::recordWithoutFilesHasNoFileBlocks_data()
     QTest::addColumn<QString>("line");
     row("with a changelog", "Y2w=", "\t<changelog>Y2w=</changelog>\n");
     row("without a changelog", QString(), "\t<changelog></changelog>\n");
-    row("with a blank changelog", " \n", "\t<changelog></changelog>\n");
+    row("with a changelog of whitespace", " \n", "\t<changelog></changelog>\n");
 }
 
 void TestManifestWriter::recordWithoutFilesHasNoFileBlocks()
@@ -106,21 +106,21 @@ void TestManifestWriter::recordWithoutFilesHasNoFileBlocks()
                  "</Editor>\n");
 }
 
-void TestManifestWriter::blankNameOrVersionIsRefused_data()
+void TestManifestWriter::emptyNameOrVersionIsRefused_data()
 {
     QTest::addColumn<QString>("name");
     QTest::addColumn<QString>("version");
     row("null name", QString(), "2.1");
     row("empty name", "", "2.1");
-    row("blank name", " \t\r\n", "2.1");
-    row("unusual blanks for a name", "\u00a0\u2003", "2.1");
+    row("name of whitespace", " \t\r\n", "2.1");
+    row("name of unusual whitespace", "\u00a0\u2003", "2.1");
     row("null version", "Editor", QString());
     row("empty version", "Editor", "");
-    row("blank version", "Editor", " \t\r\n");
-    row("both blank", " ", " ");
+    row("version of whitespace", "Editor", " \t\r\n");
+    row("name and version of whitespace", " ", " ");
 }
 
-void TestManifestWriter::blankNameOrVersionIsRefused()
+void TestManifestWriter::emptyNameOrVersionIsRefused()
 {
     QFETCH(QString, name);
     QFETCH(QString, version);
@@ -133,7 +133,7 @@ void TestManifestWriter::blankNameOrVersionIsRefused()
     QCOMPARE(empty, QString());
 }
 
-void TestManifestWriter::secondRecordIsSetOffByOneLineFeed()
+void TestManifestWriter::secondRecordIsSeparatedByOneLineFeed()
 {
     QString text;
     QVERIFY(manifest::write(exampleRecord(), text));
@@ -142,14 +142,14 @@ void TestManifestWriter::secondRecordIsSetOffByOneLineFeed()
                                  "\t<changelog></changelog>\n</Tool>\n");
 }
 
-void TestManifestWriter::recordIsAppendedToWhateverTheTextHolds()
+void TestManifestWriter::recordIsAppendedToAnyText()
 {
     QString text = "no line feed";
     QVERIFY(manifest::write(exampleRecord(), text));
     QCOMPARE(text, "no line feed\n" + exampleText);
-    QString blank = " ";
-    QVERIFY(manifest::write(exampleRecord(), blank));
-    QCOMPARE(blank, " \n" + exampleText);
+    QString space = " ";
+    QVERIFY(manifest::write(exampleRecord(), space));
+    QCOMPARE(space, " \n" + exampleText);
 }
 
 void TestManifestWriter::nameVersionAndChangelogAreTrimmed()
@@ -159,7 +159,7 @@ void TestManifestWriter::nameVersionAndChangelogAreTrimmed()
                      "\t<changelog>Y2\nw=</changelog>\n</Ed it>\n"));
 }
 
-void TestManifestWriter::fileNameAndDigestAreWrittenAsTheyStand()
+void TestManifestWriter::fileNameAndDigestAreNotTrimmed()
 {
     const QString text = written({"T", "1", false, "", {{" a \n", "\t5A ", 1}, {"", "", 2}}});
     QVERIFY(text.contains("\t\t<name> a \n</name>\n\t\t<sha1>\t5A </sha1>\n\t\t<size>1</size>\n"));
@@ -204,7 +204,7 @@ void TestManifestWriter::sizeIsPlainDecimal()
     QFETCH(quint64, size);
     QFETCH(QString, expected);
     const QLocale previous;
-    QLocale::setDefault(QLocale(QLocale::German)); // Groups digits, and must not matter.
+    QLocale::setDefault(QLocale(QLocale::German)); // It groups digits, which must not matter.
     const QString text = written({"T", "1", false, "", {{"a", "5a", size}}});
     QLocale::setDefault(previous);
     QVERIFY2(text.contains("\t\t<size>" + expected + "</size>\n"), qPrintable(text));
@@ -218,10 +218,10 @@ void TestManifestWriter::writtenRecordIsReadBack_data()
     row("no changelog", ProgramData{"T", "1", false, "", {{"a", "5a", 1}}});
     row("smallest and largest size",
         ProgramData{"T", "1", true, "", {{"a", "5a", 0}, {"b", "5b", largestSize}}});
-    row("place markers", ProgramData{"%1", "%2", true, "%L1", {{"%1 %2", "%3", 1}}});
-    row("marks of other elements",
+    row("placeholders", ProgramData{"%1", "%2", true, "%L1", {{"%1 %2", "%3", 1}}});
+    row("tags of other elements",
         ProgramData{"T", "<b>&", true, "</b>", {{"<i>\"a\"&amp;", "5a<", 1}}});
-    row("names with blanks inside",
+    row("names with spaces inside",
         ProgramData{"My Editor", "2 beta", false, "", {{"dir one/a b.txt", "5 a", 1}}});
 }
 
@@ -246,25 +246,25 @@ void TestManifestWriter::eitherOfTwoRecordsIsFoundByItsName()
     COMPARE_RECORDS(second, tool);
 }
 
-void TestManifestWriter::blanksAroundFileNameAreLost()
+void TestManifestWriter::whitespaceAroundFileNameIsLost()
 {
     QCOMPARE(filesRead(written({"Editor", "1", false, "", {{" a b ", "\t5a\n", 1}}})),
              QStringList("a b|5a|1"));
 }
 
-void TestManifestWriter::marksInFileNameAreNotReadBack_data()
+void TestManifestWriter::tagsInFileNameAreNotReadBack_data()
 {
     QTest::addColumn<QString>("name");
     QTest::addColumn<QStringList>("files");
-    row("closing mark of the name", "b</name>c", QStringList{"a|5a|1", "b|5b|2", "d|5d|4"});
-    row("closing mark of the name first", "</name>c", QStringList{"a|5a|1"});
-    row("opening mark of the name", "b<name>c", QStringList{"a|5a|1", "b<name>c|5b|2", "d|5d|4"});
-    row("closing mark of the block", "b</file>c", QStringList{"a|5a|1"});
-    row("closing mark of the record", "b</Editor>c", QStringList{"a|5a|1"});
-    row("opening mark of the digest", "b<sha1>c", QStringList{"a|5a|1", "b<sha1>c|5b|2", "d|5d|4"});
+    row("closing tag of the name", "b</name>c", QStringList{"a|5a|1", "b|5b|2", "d|5d|4"});
+    row("closing tag of the name first", "</name>c", QStringList{"a|5a|1"});
+    row("opening tag of the name", "b<name>c", QStringList{"a|5a|1", "b<name>c|5b|2", "d|5d|4"});
+    row("closing tag of the block", "b</file>c", QStringList{"a|5a|1"});
+    row("closing tag of the record", "b</Editor>c", QStringList{"a|5a|1"});
+    row("opening tag of the digest", "b<sha1>c", QStringList{"a|5a|1", "b<sha1>c|5b|2", "d|5d|4"});
 }
 
-void TestManifestWriter::marksInFileNameAreNotReadBack()
+void TestManifestWriter::tagsInFileNameAreNotReadBack()
 {
     QFETCH(QString, name);
     QFETCH(QStringList, files);
@@ -273,7 +273,7 @@ void TestManifestWriter::marksInFileNameAreNotReadBack()
              files);
 }
 
-void TestManifestWriter::textMayLieInTheRecordThatIsFilled_data()
+void TestManifestWriter::textMayBeAFieldOfTheRecord_data()
 {
     QTest::addColumn<int>("field");
     row("name", 0);
@@ -281,12 +281,12 @@ void TestManifestWriter::textMayLieInTheRecordThatIsFilled_data()
     row("changelog", 2);
 }
 
-void TestManifestWriter::textMayLieInTheRecordThatIsFilled()
+void TestManifestWriter::textMayBeAFieldOfTheRecord()
 {
     QFETCH(int, field);
     ProgramData data;
     QString* const fields[] = {&data.name, &data.version, &data.changelog};
-    // Nobody else holds the text: what overwrites the field frees it.
+    // There is no other copy of the text: overwriting the field frees it.
     *fields[field] = written(exampleRecord());
     QVERIFY(manifest::read("Editor", *fields[field], data));
     COMPARE_RECORDS(data, exampleRecord());

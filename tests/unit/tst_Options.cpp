@@ -15,13 +15,13 @@
 
 namespace {
 
-/// A file that refuses to go: unlink() below stands in for the system's.
+/// A file that cannot be removed at once. The unlink() below replaces that of the system.
 struct
 {
     std::string path;
     int refusals = 0;
     int attempts = 0;
-    bool goesByItself = false; ///< At the first refusal.
+    bool disappears = false; ///< At the first refusal.
 } stubborn;
 
 } // namespace
@@ -31,7 +31,7 @@ extern "C" int unlink(const char* path) noexcept
     if (!stubborn.path.empty() && stubborn.path == path) {
         ++stubborn.attempts;
         if (stubborn.attempts <= stubborn.refusals) {
-            if (stubborn.goesByItself)
+            if (stubborn.disappears)
                 ::unlinkat(AT_FDCWD, path, 0);
             errno = EBUSY;
             return -1;
@@ -42,7 +42,7 @@ extern "C" int unlink(const char* path) noexcept
 
 namespace {
 
-/// The option globals, for comparison in one go.
+/// The values of all options.
 struct Options
 {
     QString name, baseDir, version, url, key, exe, changelog;
@@ -97,7 +97,7 @@ class TestOptions : public QObject
 private Q_SLOTS:
     void initTestCase()
     {
-        // Before anything was parsed.
+        // The values before anything is parsed.
         QVERIFY(fProgramName.isNull() && fProgramBaseDir.isNull() && fProgramVersion.isNull());
         QVERIFY(fUpdateUrl.isNull() && fSharedMemKey.isNull() && fProgramExe.isNull());
         QVERIFY(fChangelogFile.isNull());
@@ -146,7 +146,7 @@ private Q_SLOTS:
             [](Options& o) { o.check = true; });
         add("only the second character counts for a value", {"-name", "Editor"},
             [](Options& o) { o.name = "Editor"; });
-        add("value glued to its letter is ignored", {"-nEditor", "Real"},
+        add("value without a space before it is ignored", {"-nEditor", "Real"},
             [](Options& o) { o.name = "Real"; });
         add("value that looks like an option is taken", {"-n", "-u"},
             [](Options& o) { o.name = "-u"; });
@@ -156,7 +156,8 @@ private Q_SLOTS:
                 o.build = true;
             });
         add("empty value", {"-n", ""}, [](Options&) {});
-        add("quotes around a value go", {"-v", "\"1.2\""}, [](Options& o) { o.version = "1.2"; });
+        add("quotes around a value are removed", {"-v", "\"1.2\""},
+            [](Options& o) { o.version = "1.2"; });
         add("two quotes are an empty value", {"-n", "\"\""}, [](Options&) {});
         add("last value wins", {"-n", "a", "-n", "b"}, [](Options& o) { o.name = "b"; });
         add("values are Latin-1", {"-n", "\xE4\xC3\xA4"},
@@ -191,7 +192,7 @@ private Q_SLOTS:
     {
         QFETCH(Words, words);
         QFETCH(Options, expected);
-        const Messages messages; // Keeps the log quiet; what is said has a test of its own.
+        const Messages messages; // Keeps the log quiet. The messages have tests of their own.
         QVERIFY(parse(words));
         QCOMPARE(Options::current().text(), expected.text());
     }
@@ -210,7 +211,7 @@ private Q_SLOTS:
         for (const char* letter : {"d", "l", "n", "s", "v", "x"})
             QTest::addRow("-%s without its value", letter) << Words{QByteArray("-") + letter};
         row("bare dash", Words{"-"});
-        row("dash and blank", Words{"- b"});
+        row("dash and space", Words{"- b"});
         row("question mark", Words{"-?"});
         row("unknown letter before a known one", Words{"-zb"});
     }
@@ -224,10 +225,10 @@ private Q_SLOTS:
                                                 o.name = "before";
                                                 o.required = true;
                                             }).text());
-        QVERIFY2(messages.all().isEmpty(), "a rejected command line prints nothing");
+        QVERIFY2(messages.all().isEmpty(), "a rejected command line prints something");
     }
 
-    void nothingBehindTheRejectedArgumentIsRead()
+    void nothingAfterTheRejectedArgumentIsRead()
     {
         QVERIFY(!parse({"-z", "-b", "-n", "after"}));
         QCOMPARE(Options::current().text(), Options().text());
@@ -267,7 +268,7 @@ private Q_SLOTS:
         row("quotes inside", QByteArray("/no\"where"), "/no\"where");
         row("backslash", QByteArray("C:\\notes.txt"), "C:\\notes.txt");
         row("quotes around", QByteArray("\"/nowhere\""), "/nowhere");
-        row("place marker", QByteArray("/no/%1"), "/no/%1");
+        row("placeholder", QByteArray("/no/%1"), "/no/%1");
         row("empty", QByteArray(""), "");
     }
 
@@ -291,19 +292,19 @@ private Q_SLOTS:
         QTest::addColumn<QString>("list"); // "@" stands for the directory.
         QTest::addColumn<QStringList>("left");
         const QStringList all{"a", "b", "c d", "dir/", "dir/e", QString::fromUtf8("ö")};
-        const auto without = [all](const QStringList& gone) {
+        const auto without = [all](const QStringList& removed) {
             QStringList left = all;
-            for (const QString& name : gone)
+            for (const QString& name : removed)
                 left.removeAll(name);
             return left;
         };
         row("one file", QByteArray("--cleanup"), "@/a", without({"a"}));
-        row("several files, an empty part between", QByteArray("--cleanup"), "@/a;;@/b",
+        row("several files, with an empty name between", QByteArray("--cleanup"), "@/a;;@/b",
             without({"a", "b"}));
         row("upper case", QByteArray("--CleanUP"), "@/a", without({"a"}));
-        row("blank in a name", QByteArray("--cleanup"), "@/c d", without({"c d"}));
+        row("space in a name", QByteArray("--cleanup"), "@/c d", without({"c d"}));
         row("missing files do no harm", QByteArray("--cleanup"), "@/x;@/b;@/y", without({"b"}));
-        row("a directory stays, the next file goes", QByteArray("--cleanup"), "@/dir;@/a",
+        row("a directory stays, the next file is deleted", QByteArray("--cleanup"), "@/dir;@/a",
             without({"a"}));
         row("file in a directory", QByteArray("--cleanup"), "@/dir/e", without({"dir/e"}));
         row("local encoding", QByteArray("--cleanup"), QString::fromUtf8("@/ö"),
@@ -328,7 +329,7 @@ private Q_SLOTS:
                        list.replace("@", dir.path()).toLocal8Bit(), "-b"}));
         QCOMPARE(files::list(dir.path()), left);
         QCOMPARE(Options::current().text(), with([](Options& o) { o.build = true; }).text());
-        QVERIFY2(messages.all().isEmpty(), "cleaning up is silent");
+        QVERIFY2(messages.all().isEmpty(), "the cleanup prints something");
     }
 
     void cleanupTakesWhatLooksLikeAnOption()
@@ -341,19 +342,19 @@ private Q_SLOTS:
     {
         QTest::addColumn<int>("refusals");
         QTest::addColumn<int>("attempts");
-        QTest::addColumn<bool>("gone");
-        row("goes at once", 0, 1, true);
-        row("goes at the second attempt", 1, 2, true);
-        row("goes at the fiftieth attempt", 49, 50, true);
-        row("would go at the next attempt", 50, 50, false);
-        row("never goes", 1000000, 50, false);
+        QTest::addColumn<bool>("deleted");
+        row("deleted at the first attempt", 0, 1, true);
+        row("deleted at the second attempt", 1, 2, true);
+        row("deleted at the fiftieth attempt", 49, 50, true);
+        row("could be deleted at the next attempt", 50, 50, false);
+        row("can never be deleted", 1000000, 50, false);
     }
 
     void cleanupTriesAFileFiftyTimes()
     {
         QFETCH(int, refusals);
         QFETCH(int, attempts);
-        QFETCH(bool, gone);
+        QFETCH(bool, deleted);
         const TestDir dir;
         files::write(dir / "stubborn", "x");
         files::write(dir / "next", "x");
@@ -361,8 +362,8 @@ private Q_SLOTS:
 
         QVERIFY(parse({"--cleanup", QFile::encodeName((dir / "stubborn") + ";" + (dir / "next"))}));
         QCOMPARE(stubborn.attempts, attempts);
-        QCOMPARE(!QFile::exists(dir / "stubborn"), gone);
-        QVERIFY2(!QFile::exists(dir / "next"), "the list goes on behind a file that stays");
+        QCOMPARE(!QFile::exists(dir / "stubborn"), deleted);
+        QVERIFY2(!QFile::exists(dir / "next"), "the files after one that stays are not deleted");
     }
 
     void cleanupTriesOnlyWhatExists_data()
@@ -385,7 +386,7 @@ private Q_SLOTS:
         QCOMPARE(files::list(dir.path()), before);
     }
 
-    void cleanupStopsWhenTheFileHasGoneByItself()
+    void cleanupStopsWhenTheFileDisappears()
     {
         const TestDir dir;
         files::write(dir / "stubborn", "x");
@@ -402,12 +403,12 @@ private Q_SLOTS:
         row("two pairs", "\"\"x\"\"", "\"x\"");
         row("nothing inside", "\"\"", "");
         row("single quote character", "\"", "\"");
-        row("only in front", "\"x", "\"x");
-        row("only behind", "x\"", "x\"");
+        row("only at the start", "\"x", "\"x");
+        row("only at the end", "x\"", "x\"");
         row("inside", "a\"\"b", "a\"\"b");
         row("apostrophes", "'x'", "'x'");
-        row("blanks inside the pair stay", "\" x \"", " x ");
-        row("blank behind the pair", "\"x\" ", "\"x\" ");
+        row("spaces inside the pair stay", "\" x \"", " x ");
+        row("space after the pair", "\"x\" ", "\"x\" ");
         row("no quotes", "x", "x");
         row("empty", "", "");
         row("three quotes", "\"\"\"", "\"");

@@ -10,7 +10,7 @@ class TestPaths : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void separatorIsAddedOnlyWhereNoneStands_data()
+    void separatorIsAddedOnlyWhereThereIsNone_data()
     {
         QTest::addColumn<QString>("path");
         QTest::addColumn<bool>("ends");
@@ -24,7 +24,7 @@ private Q_SLOTS:
         row("empty", "", false, "/");
     }
 
-    void separatorIsAddedOnlyWhereNoneStands()
+    void separatorIsAddedOnlyWhereThereIsNone()
     {
         QFETCH(QString, path);
         QFETCH(bool, ends);
@@ -40,9 +40,9 @@ private Q_SLOTS:
         row("name at the end", "/opt/app", "/opt/app");
         row("slash at the end", "/opt/app/", "/opt/app");
         row("backslash at the end", "C:\\app\\", "C:\\app");
-        row("several of both kinds", "/opt\\/\\//", "/opt");
+        row("several slashes and backslashes", "/opt\\/\\//", "/opt");
         row("separators inside stay", "/a//b\\c", "/a//b\\c");
-        row("blank behind the slash", "/opt/ ", "/opt/ ");
+        row("space after the slash", "/opt/ ", "/opt/ ");
         row("root", "/", "");
         row("only separators", "\\/\\", "");
         row("empty", "", "");
@@ -55,22 +55,22 @@ private Q_SLOTS:
         QCOMPARE(paths::withoutSeparator(path), expected);
     }
 
-    void directoryEndsAtTheLaterSeparator_data()
+    void directoryEndsAtTheLastSeparator_data()
     {
         QTest::addColumn<QString>("path");
         QTest::addColumn<int>("separator");
         QTest::addColumn<QString>("directory");
         row("slashes", "/opt/app/run", 8, "/opt/app");
         row("backslashes", "C:\\app\\run", 6, "C:\\app");
-        row("slash behind a backslash", "a\\b/c", 3, "a\\b");
-        row("backslash behind a slash", "a/b\\c", 3, "a/b");
+        row("slash after a backslash", "a\\b/c", 3, "a\\b");
+        row("backslash after a slash", "a/b\\c", 3, "a/b");
         row("separator at the end", "a/b/", 3, "a/b");
         row("two separators together", "a//b", 2, "a/");
         row("name at the root", "/run", 0, "");
         row("backslash alone", "\\", 0, "");
     }
 
-    void directoryEndsAtTheLaterSeparator()
+    void directoryEndsAtTheLastSeparator()
     {
         QFETCH(QString, path);
         QFETCH(int, separator);
@@ -94,7 +94,7 @@ private Q_SLOTS:
         QVERIFY(!paths::directoryPart(path));
     }
 
-    void directoryIsInsideItselfAndWhatLiesAbove_data()
+    void directoryIsInsideItselfAndItsParents_data()
     {
         QTest::addColumn<QString>("path");
         QTest::addColumn<QString>("top");
@@ -119,14 +119,14 @@ private Q_SLOTS:
         row("top in another case", "/tmp/x", "/TMP", true);
         row("equal but for the case", "/Tmp", "/tMP", true);
         row("sibling in another case", "/TMPfiles", "/tmp", false);
-        row("root holds nothing", "/tmp/a", "/", false);
-        row("root does not hold itself", "/", "/", false);
+        row("root contains nothing", "/tmp/a", "/", false);
+        row("root does not contain itself", "/", "/", false);
         row("several slashes are the root", "/tmp/a", "///", false);
         row("backslash as root", "\\tmp", "\\", false);
         row("backslashes and another case", "C:/temp/sub", "C:\\Temp", true);
         row("backslashes on the other side", "C:\\temp\\sub", "C:/Temp", true);
         row("backslashes on both sides", "C:\\Temp\\sub", "C:\\Temp\\", true);
-        row("backslash behind the top", "/tmp\\sub", "/tmp", true);
+        row("backslash after the top", "/tmp\\sub", "/tmp", true);
         row("sibling among backslashes", "C:\\Temporary", "C:\\Temp", false);
         row("no top", "/tmp", "", false);
         row("no path", "", "/tmp", false);
@@ -134,7 +134,7 @@ private Q_SLOTS:
         row("neither", "", "", false);
     }
 
-    void directoryIsInsideItselfAndWhatLiesAbove()
+    void directoryIsInsideItselfAndItsParents()
     {
         QFETCH(QString, path);
         QFETCH(QString, top);

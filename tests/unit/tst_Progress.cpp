@@ -89,7 +89,7 @@ private Q_SLOTS:
         QVERIFY(QDir(run.baseDir).isEmpty());
     }
 
-    void dialogThatIsThereIsKept()
+    void existingDialogIsKept()
     {
         Run run;
         run.publish(anUpdate());
@@ -99,7 +99,7 @@ private Q_SLOTS:
         QCOMPARE(run.update(), static_cast<int>(Run::Downloading));
         QCOMPARE(run.dialog(), earlier.data());
         QCOMPARE(QApplication::topLevelWidgets(), QWidgetList{earlier});
-        // It is not touched, either.
+        // Nothing about it is changed.
         QVERIFY(!earlier->isVisible());
         QCOMPARE(earlier->labelText(), QString("earlier"));
         QCOMPARE(earlier->minimum(), 3);
@@ -117,7 +117,7 @@ private Q_SLOTS:
         QStringList own = translator.asked().filter(QRegularExpression("^Updater: "));
         own.sort();
         QCOMPARE(own, (QStringList{"Updater: Cancel", "Updater: Update is in progress"}));
-        // The label that follows is not looked up.
+        // The label is not translated.
         QCOMPARE(run.dialog()->labelText(), QString("Downloading file 1 of 1 (0.00 MB left)"));
         QVERIFY(translator.asked().filter("Downloading").isEmpty());
     }
@@ -181,14 +181,14 @@ private Q_SLOTS:
         QVERIFY(QApplication::topLevelWidgets().isEmpty());
     }
 
-    void dialogIsHiddenBehindABox_data()
+    void dialogIsHiddenWhileABoxIsShown_data()
     {
         QTest::addColumn<QString>("script");
         row("transfer error", "ok | T T T");
         row("damage", "ok | H H H");
     }
 
-    void dialogIsHiddenBehindABox()
+    void dialogIsHiddenWhileABoxIsShown()
     {
         IN_OWN_PROCESS();
         QFETCH(QString, script);
@@ -207,7 +207,7 @@ private Q_SLOTS:
 
     // ---- Its label
 
-    void labelTellsFileAndMegabytesLeft_data()
+    void labelShowsFileAndMegabytesLeft_data()
     {
         QTest::addColumn<QVector<quint64>>("sizes");
         QTest::addColumn<int>("index");
@@ -219,7 +219,7 @@ private Q_SLOTS:
         row("second of three", three, 1, "Downloading file 2 of 3 (2.00 MB left)");
         row("last of three", three, 2, "Downloading file 3 of 3 (1.00 MB left)");
         row("index at the end", three, 3, "Downloading file 4 of 3 (0.00 MB left)");
-        row("index behind the end", three, 7, "Downloading file 8 of 3 (0.00 MB left)");
+        row("index after the end", three, 7, "Downloading file 8 of 3 (0.00 MB left)");
         row("no files", Sizes(), 0, "Downloading file 1 of 0 (0.00 MB left)");
         row("different sizes", Sizes{9 * mebibyte, 4 * mebibyte, mebibyte / 2}, 1,
             "Downloading file 2 of 3 (4.50 MB left)");
@@ -238,16 +238,16 @@ private Q_SLOTS:
         addLeft("small files add up", {2622, 2621}, "0.01");
         addLeft("four digits", {1234 * mebibyte}, "1234.00");
         addLeft("just below 2 GiB", {2 * gibibyte - 1}, "2048.00");
-        addLeft("2 GiB wrap", {2 * gibibyte}, "-2048.00");
-        addLeft("3 GiB wrap", {3 * gibibyte}, "-1024.00");
+        addLeft("2 GiB become negative", {2 * gibibyte}, "-2048.00");
+        addLeft("3 GiB become negative", {3 * gibibyte}, "-1024.00");
         addLeft("1 MiB below 4 GiB", {4 * gibibyte - mebibyte}, "-1.00");
-        addLeft("4 GiB vanish", {4 * gibibyte}, "0.00");
+        addLeft("4 GiB count as nothing", {4 * gibibyte}, "0.00");
         addLeft("high half of a size does not count", {(7ULL << 32) + mebibyte}, "1.00");
         addLeft("largest size", {~0ULL - mebibyte + 1}, "-1.00");
-        addLeft("sum of two wraps", {gibibyte, gibibyte}, "-2048.00");
-        addLeft("sum just below wraps with one more byte", {2 * gibibyte - 1, 1}, "-2048.00");
+        addLeft("sum of 2 GiB becomes negative", {gibibyte, gibibyte}, "-2048.00");
+        addLeft("sum becomes negative with one more byte", {2 * gibibyte - 1, 1}, "-2048.00");
         addLeft("sum wraps twice", {3 * gibibyte, 3 * gibibyte, 3 * gibibyte}, "1024.00");
-        addLeft("sum of 4 GiB vanishes", {3 * gibibyte, gibibyte}, "0.00");
+        addLeft("sum of 4 GiB counts as nothing", {3 * gibibyte, gibibyte}, "0.00");
         addLeft("high halves of sizes do not add up",
                 {(1ULL << 32) + mebibyte, (1ULL << 33) + mebibyte}, "2.00");
         row("large file before the index does not count", Sizes{2 * gibibyte, mebibyte}, 1,
@@ -256,7 +256,7 @@ private Q_SLOTS:
             "Downloading file 1234 of 12345 (0.00 MB left)");
     }
 
-    void labelTellsFileAndMegabytesLeft()
+    void labelShowsFileAndMegabytesLeft()
     {
         QFETCH(QVector<quint64>, sizes);
         QFETCH(int, index);
@@ -282,7 +282,7 @@ private Q_SLOTS:
 
         row("one after the other", four, Indices{0, 1, 2, 3, 4},
             QStringList{"15.00", "7.00", "3.00", "1.00", "0.00"});
-        row("behind the end", four, Indices{3, 4, 5, 6},
+        row("after the end", four, Indices{3, 4, 5, 6},
             QStringList{"1.00", "0.00", "0.00", "0.00"});
         row("one file twice", four, Indices{0, 1, 1, 2},
             QStringList{"15.00", "7.00", "7.00", "3.00"});
@@ -315,9 +315,9 @@ private Q_SLOTS:
         QCOMPARE(labels, expected);
     }
 
-    void labelIsThatOfTheListThatIsThere()
+    void labelFollowsChangesOfTheList()
     {
-        // Each step changes the list or the index after the label of the step before.
+        // Each step changes the list or the index after the label was last updated.
         Download download;
         QVector<ProgramFile>& list = download.state.programData.files;
         const QProgressDialog* dialog = download.openDialog();
@@ -362,7 +362,7 @@ private Q_SLOTS:
         QVERIFY(translator.asked().filter("Downloading").isEmpty());
     }
 
-    void labelWithoutDialogIsNothing()
+    void labelNeedsADialog()
     {
         Download download;
         follow(download, "ok");
@@ -392,7 +392,7 @@ private Q_SLOTS:
         QCOMPARE(run.update(), static_cast<int>(Run::Downloading));
         run.publish(versionFile("2.2", entry("c", "x", 2 * mebibyte)));
         QCOMPARE(run.check(), 0);
-        run.state().currentFile = 1; // The check has added its file.
+        run.state().currentFile = 1; // The check has added its file to the list.
         run.updater().updateProgressLabel();
         QCOMPARE(run.dialog()->labelText(), QString("Downloading file 2 of 3 (3.00 MB left)"));
     }

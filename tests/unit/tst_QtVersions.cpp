@@ -1,4 +1,4 @@
-// What is pinned down across versions of the toolkit.
+// Behaviour that differs between versions of Qt, and is the same here with all of them.
 
 #include "manifest/QtVersions.h"
 
@@ -20,10 +20,10 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("text");
         row("plain", "plain");
-        row("blank at the end", "text ");
+        row("space at the end", "text ");
         row("quotes and backslashes", "a \"b\" \\n c");
         row("outside ASCII", QString::fromUtf8("Größe \xE2\x82\xAC"));
-        row("place markers", "%1 %s %n");
+        row("placeholders", "%1 %s %n");
     }
 
     void debugTextReachesTheHandlerToTheLetter()

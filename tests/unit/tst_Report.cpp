@@ -52,7 +52,7 @@ private:
     int m_added = 0;
 };
 
-/// Tells whether the event loop has run since this object was made.
+/// Records whether the event loop has run since this object was made.
 class EventLoopWatch
 {
 public:
@@ -88,7 +88,8 @@ private Q_SLOTS:
         row("all of the rest becomes zero", 5000, "2.1", true,
             QByteArray("2.1\0001\0", 6) + zeros(4994));
         row("one byte too small stays as it was", 5, "2.1", true, HostProcess::untouched(5));
-        row("room for the text only stays as it was", 3, "2.1", true, HostProcess::untouched(3));
+        row("segment with room for the text alone stays as it was", 3, "2.1", true,
+            HostProcess::untouched(3));
         row("single byte stays as it was", 1, "2.1", true, HostProcess::untouched(1));
 
         row("error, exactly large enough", 8, "ERROR", false, QByteArray("ERROR\0000\0", 8));
@@ -112,7 +113,7 @@ private Q_SLOTS:
             QByteArray("a\0b\0001\0\0\0", 8));
         row("zero character counts for the size", 5, QString(QLatin1String("a\0b", 3)), true,
             HostProcess::untouched(5));
-        row("blanks stay", 7, " 1 \n", true, QByteArray(" 1 \n\0001\0", 7));
+        row("spaces stay", 7, " 1 \n", true, QByteArray(" 1 \n\0001\0", 7));
         row("long text", 100003, QString(100000, 'x'), true,
             QByteArray(100000, 'x') + QByteArray("\0001\0", 3));
     }
@@ -167,7 +168,7 @@ private Q_SLOTS:
         QCOMPARE(host.dump(), HostProcess::untouched(16));
         QCOMPARE(files::list(QDir::tempPath()), filesBefore);
         QCOMPARE(messages.all().size(), 0);
-        QVERIFY2(children.added() == 0, "not even a try");
+        QVERIFY2(children.added() == 0, "it tries to attach");
     }
 
     void onlyTheSegmentWithTheKeyIsWritten()
@@ -192,7 +193,7 @@ private Q_SLOTS:
         QCOMPARE(children.added(), 1);
         QCOMPARE(messages.all().size(), 0);
         QVERIFY(QApplication::topLevelWidgets().isEmpty());
-        QVERIFY2(!HostProcess::segmentExists(key), "the updater never makes a segment");
+        QVERIFY2(!HostProcess::segmentExists(key), "the updater has made a segment");
     }
 
     void refusedAttachIsPassedOverInSilence()
@@ -210,7 +211,7 @@ private Q_SLOTS:
         QCOMPARE(host.dump(), HostProcess::untouched(16));
     }
 
-    void reportIsNoMatterOfTheEventLoop()
+    void reportNeedsNoEventLoop()
     {
         HostProcess host(16);
         const EventLoopWatch eventLoop;
@@ -238,13 +239,13 @@ private Q_SLOTS:
         QCOMPARE(host.dump(), QByteArray("2.1\0001\0", 6) + zeros(10));
     }
 
-    void segmentIsLetGoBeforeTheLockIs()
+    void segmentIsDetachedBeforeItIsUnlocked()
     {
         HostProcess host(16);
         const auto updater = updaterWithKey(host.key());
         const Messages messages;
         updater->writeVersionToSHM("2.1", true);
-        // The toolkit says so when a segment is detached by someone who holds its lock.
+        // Qt prints this when a process detaches from a segment that it has locked.
         QCOMPARE(messages.all().size(), 1);
         QCOMPARE(messages.all().first().first, QtWarningMsg);
         QCOMPARE(messages.all().first().second, QString("QSharedMemory::lock: already locked"));

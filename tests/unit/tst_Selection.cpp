@@ -15,7 +15,7 @@
 
 namespace {
 
-/// What a test does to the installation in a directory before an update.
+/// Changes the installation in a directory before an update.
 using Setup = std::function<void(const QString& baseDir)>;
 
 } // namespace
@@ -39,21 +39,21 @@ private Q_SLOTS:
             row(name, QString(program), QByteArray(version), QString::fromUtf8(directory));
         };
         add("plain", "Editor", "2.1", "wUpEditor2.1");
-        add("blanks inside", "My Editor", "2.1 beta", "wUpMy Editor2.1 beta");
-        add("blanks around are trimmed", " Editor ", " 2.1 ", "wUpEditor2.1");
+        add("spaces inside", "My Editor", "2.1 beta", "wUpMy Editor2.1 beta");
+        add("spaces around are trimmed", " Editor ", " 2.1 ", "wUpEditor2.1");
         add("case of the option, not of the file", "eDITOR", "2.1", "wUpeDITOR2.1");
         add("Latin-1", "Editor", "2.\xE4", "wUpEditor2.\xC3\xA4");
         add("slash makes a subdirectory", "Editor", "2/1", "wUpEditor2/1");
-        // The name is filled in first, and its place markers take part in the second step.
-        add("first marker in the name", "A%1B", "2.1", "wUpA2.1B%2");
-        add("second marker in the name", "A%2B", "2.1", "wUpA2.1B2.1");
-        add("third marker in the name", "A%3B", "2.1", "wUpA%3B2.1");
-        add("both markers in the name", "%1%2", "2.1", "wUp2.1%2%2");
-        add("local marker in the name", "A%L1B", "2.1", "wUpA2.1B%2");
+        // The name replaces %1 first. A placeholder in the name is then replaced by the version.
+        add("%1 in the name", "A%1B", "2.1", "wUpA2.1B%2");
+        add("%2 in the name", "A%2B", "2.1", "wUpA2.1B2.1");
+        add("%3 in the name", "A%3B", "2.1", "wUpA%3B2.1");
+        add("%1 and %2 in the name", "%1%2", "2.1", "wUp2.1%2%2");
+        add("%L1 in the name", "A%L1B", "2.1", "wUpA2.1B%2");
         add("percent sign in the name", "100%", "2.1", "wUp100%2.1");
-        add("first marker in the version", "Editor", "2%1", "wUpEditor2%1");
-        add("second marker in the version", "Editor", "2%2", "wUpEditor2%2");
-        add("markers in both", "A%1", "2%1%2", "wUpA2%1%2%2");
+        add("%1 in the version", "Editor", "2%1", "wUpEditor2%1");
+        add("%2 in the version", "Editor", "2%2", "wUpEditor2%2");
+        add("placeholders in both", "A%1", "2%1%2", "wUpA2%1%2%2");
     }
 
     void downloadDirectoryIsNamedAfterTheRelease()
@@ -73,14 +73,14 @@ private Q_SLOTS:
         }
     }
 
-    void downloadDirectoryIsMadeForNothing_data()
+    void downloadDirectoryIsMadeEvenWithoutDownloads_data()
     {
         QTest::addColumn<QByteArray>("entries");
         row("no files listed", QByteArray());
         row("all files in place", entry("a.dat", "same"));
     }
 
-    void downloadDirectoryIsMadeForNothing()
+    void downloadDirectoryIsMadeEvenWithoutDownloads()
     {
         QFETCH(QByteArray, entries);
         Run run;
@@ -91,7 +91,7 @@ private Q_SLOTS:
         QCOMPARE(run.state().tempDir, tmpPath() + "/wUpEditor2.1");
     }
 
-    void downloadDirectoryMayBeThere()
+    void downloadDirectoryMayExist()
     {
         files::write(tmpPath() + "/wUpEditor2.1/old.dat", "old");
         Run run;
@@ -100,7 +100,7 @@ private Q_SLOTS:
         QCOMPARE(files::read(tmpPath() + "/wUpEditor2.1/old.dat"), QByteArray("old"));
     }
 
-    void downloadDirectoryThatCannotBeMadeIsNoMatter()
+    void downloadDirectoryThatCannotBeMadeIsIgnored()
     {
         files::write(tmpPath() + "/wUpEditor2.1", "in the way");
         Run run;
@@ -185,7 +185,8 @@ private Q_SLOTS:
         const QString sha1 = files::sha1("contents");
         row("as it is", sha1, quint64(8), false);
         row("digest in upper case", sha1.toUpper(), quint64(8), false);
-        row("digest in both cases", sha1.left(20).toUpper() + sha1.mid(20), quint64(8), false);
+        row("digest in upper and lower case", sha1.left(20).toUpper() + sha1.mid(20), quint64(8),
+            false);
         row("another digest", files::sha1("Contents"), quint64(8), true);
         row("digest cut short", sha1.left(39), quint64(8), true);
         row("no digest at all", "x", quint64(8), true);
@@ -223,7 +224,7 @@ private Q_SLOTS:
         row("no separator at the end", "", "/");
         row("slash at the end", "/", "/");
         row("two slashes at the end", "//", "/");
-        // Nothing is added to a backslash, which is a letter of the name here.
+        // No slash is added after a backslash, which is a character of the name here.
         row("backslash at the end", "\\", "\\");
     }
 
@@ -266,7 +267,7 @@ private Q_SLOTS:
             QStringList{"c", "a", "b"});
         row("none in place", away("c") + away("a") + away("b"), QStringList{"c", "a", "b"});
         row("one missing file twice", away("a") + here + away("a"), QStringList{"a", "a"});
-        row("one file in place, listed with other contents, too",
+        row("one file in place, also listed with other contents",
             here + entry("here", "else") + here, QStringList{"here"});
     }
 
@@ -314,7 +315,7 @@ private Q_SLOTS:
         QCOMPARE(run.dialog()->labelText(), QString("Downloading file 1 of 2 (0.00 MB left)"));
     }
 
-    void positionIsZeroedForNothing()
+    void positionIsZeroedEvenWithoutDownloads()
     {
         Run run;
         run.publish(versionFile("2.1"));

@@ -15,7 +15,7 @@
 
 namespace {
 
-/// The argument with which this executable says whether it runs from the temporary directory.
+/// With this argument the executable prints whether it runs from the temporary directory.
 const char* const whereOption = "--where";
 
 std::unique_ptr<Updater> makeUpdater(const QString& programName)
@@ -32,7 +32,7 @@ int sayWhere(int argc, char** argv)
 }
 
 /// Starts @p executable, a copy of this one, with the temporary directory @p tmpDir.
-/// @return What it says.
+/// @return What it prints.
 QByteArray answerOf(const QString& executable, const QString& tmpDir)
 {
     QProcess process;
@@ -78,7 +78,7 @@ private Q_SLOTS:
         add("directory in another case", "TMP/x", "@top/tmp", "inside");
         add("equal but for the case", "tmp", "@top/TMP", "inside");
         add("sibling in another case", "TMPfiles/x", "@top/tmp", "outside");
-        add("backslash for a slash", "tmp\\x", "@top/tmp", "inside");
+        add("backslash in the name of the directory", "tmp\\x", "@top/tmp", "inside");
         add("backslash at the end", "tmp/x", "@top/tmp\\", "inside");
         add("backslashes inside", "a/b/x", "@top/a\\b", "inside");
         add("root", "tmp", "/", "outside");
@@ -124,9 +124,9 @@ private Q_SLOTS:
         QTest::addColumn<QString>("tmpDir");
         QTest::addColumn<QString>("copy");
         row("plain name", "Editor", "tmp", "tmp/EditorUpdater");
-        row("blanks around the name", " My Editor ", "tmp", "tmp/ My Editor Updater");
+        row("spaces around the name", " My Editor ", "tmp", "tmp/ My Editor Updater");
         row("empty name", "", "tmp", "tmp/Updater");
-        row("place marker", "Ed%1", "tmp", "tmp/Ed%1Updater");
+        row("placeholder", "Ed%1", "tmp", "tmp/Ed%1Updater");
         row("directory in the name", "sub/Editor", "tmp", "tmp/sub/EditorUpdater");
         row("separator at the end of the name", "sub/", "tmp", "tmp/sub/Updater");
         row("slash at the directory", "Editor", "tmp/", "tmp/EditorUpdater");
@@ -144,7 +144,7 @@ private Q_SLOTS:
         files::makeDirectory(top / tmpDir);
         const ScopedTmpDir tmp(top / tmpDir);
         const auto updater = makeUpdater(programName);
-        QString target = "held before";
+        QString target = "earlier text";
         QVERIFY(!updater->selfCopyToTemp(target));
         QCOMPARE(target, QFileInfo(top.path()).canonicalFilePath() + '/' + copy);
         QVERIFY(QFile::exists(top / copy));
@@ -152,8 +152,8 @@ private Q_SLOTS:
         QCOMPARE(UpdaterProbe(*updater).programName, programName);
     }
 
-    // The toolkit knows no temporary directory then, and the separator stands alone.
-    void copyGoesToTheRootWithoutATemporaryDirectory()
+    // Qt then has no temporary directory, and the path is the separator and the name.
+    void copyIsMadeInTheRootWithoutATemporaryDirectory()
     {
         const TestDir top;
         const ScopedTmpDir tmp(top / "missing");
@@ -250,7 +250,7 @@ private Q_SLOTS:
         const UpdaterProbe state(*updater);
         state.tempCopies = QStringList{"earlier copy"};
 
-        QString target = "held before";
+        QString target = "earlier text";
         QVERIFY(!updater->selfCopyToTemp(target));
         QCOMPARE(target, QFileInfo(top.path()).canonicalFilePath() + '/' + programName + "Updater");
         QCOMPARE(state.tempCopies, QStringList{"earlier copy"});

@@ -1,4 +1,5 @@
-// The scan of a release tree: which files are listed, in which order, and what is said of each.
+// The scan of a release tree: which files are listed, in which order, and with what digest and
+// size.
 
 #include "updater/Updater.h"
 
@@ -84,11 +85,11 @@ private Q_SLOTS:
         row("hidden file", ".hidden", ".hidden");
         row("hidden file below", "sub/.hidden", "sub/.hidden");
         row("hidden directory", ".git/config", ".git/config");
-        row("dots that are no hidden name", "sub/..a", "sub/..a");
-        row("case of both kinds", "Contents/MacOS/eDiToR", "Contents/MacOS/eDiToR");
+        row("two dots at the start", "sub/..a", "sub/..a");
+        row("upper and lower case", "Contents/MacOS/eDiToR", "Contents/MacOS/eDiToR");
         row("version file at the top", "index.txt", "index.txt");
         row("version file below", "sub/index.txt", "sub/index.txt");
-        row("blanks around", " sub / a ", " sub / a ");
+        row("spaces around", " sub / a ", " sub / a ");
         row("markup", "<file>/<name>&\"", "<file>/<name>&\"");
         row("semicolons and quotes", "a;b/'c'", "a;b/'c'");
     }
@@ -111,7 +112,7 @@ private Q_SLOTS:
         QTest::addColumn<QString>("path");
         QTest::addColumn<QString>("name");
         row("inside a directory's name", "a\\b/f", "a/b/f");
-        row("at its begin", "\\a/f", "/a/f");
+        row("at its start", "\\a/f", "/a/f");
         row("at its end, where no separator is added", "a\\/f", "a/f");
         row("two at its end", "a\\\\/f", "a//f");
         row("all of it", "\\/f", "/f");
@@ -123,58 +124,58 @@ private Q_SLOTS:
 
     void backslashSeparatesInDirectoryNamesOnly() { nameIsMadeOfPath(); }
 
-    // The file name takes the place of every occurrence of the lowest-numbered marker in the path
-    // of the directory followed by "%2". A number has one or two digits; "L" before it is allowed.
-    void placeMarkerInDirectoryNameTakesPart_data()
+    // The file name replaces every occurrence of the lowest-numbered placeholder in the path of the
+    // directory followed by "%2". A number has one or two digits; "L" before it is allowed.
+    void placeholderInDirectoryNameIsFilledIn_data()
     {
         QTest::addColumn<QString>("path");
         QTest::addColumn<QString>("name");
-        row("one", "%1/f", "f/%2");
-        row("one, amid letters", "d%1x/f", "dfx/%2");
-        row("one, twice", "%1%1/f", "ff/%2");
-        row("one, on two levels", "%1/%1/f", "f/f/%2");
-        row("one, above", "a/%1/b/f", "a/f/b/%2");
-        row("one, in the digits of two", "%01/f", "f/%2");
-        row("zero", "%0/f", "f/%2");
-        row("two", "%2/f", "f/f");
-        row("two, twice", "%2-%2/f", "f-f/f");
-        row("three", "%3/f", "%3/f");
-        row("nine", "%9/f", "%9/f");
-        row("ten", "%10/f", "%10/f");
-        row("ten and a digit", "%100/f", "%100/f");
-        row("one and three", "%3%1/f", "%3f/%2");
-        row("two and three", "%3%2/f", "%3f/f");
-        row("one and two on two levels", "%1/%2/f", "f/%2/%2");
-        row("two and one on two levels", "%2/%1/f", "%2/f/%2");
-        row("one for locales", "%L1/f", "f/%2");
-        row("two for locales", "%L2/f", "f/f");
-        row("one behind a percent sign", "%%1/f", "%f/%2");
+        row("%1", "%1/f", "f/%2");
+        row("%1 between letters", "d%1x/f", "dfx/%2");
+        row("%1 twice", "%1%1/f", "ff/%2");
+        row("%1 on two levels", "%1/%1/f", "f/f/%2");
+        row("%1 in a parent directory", "a/%1/b/f", "a/f/b/%2");
+        row("%01", "%01/f", "f/%2");
+        row("%0", "%0/f", "f/%2");
+        row("%2", "%2/f", "f/f");
+        row("%2 twice", "%2-%2/f", "f-f/f");
+        row("%3", "%3/f", "%3/f");
+        row("%9", "%9/f", "%9/f");
+        row("%10", "%10/f", "%10/f");
+        row("%100", "%100/f", "%100/f");
+        row("%3 and %1", "%3%1/f", "%3f/%2");
+        row("%3 and %2", "%3%2/f", "%3f/f");
+        row("%1 above %2", "%1/%2/f", "f/%2/%2");
+        row("%2 above %1", "%2/%1/f", "%2/f/%2");
+        row("%L1", "%L1/f", "f/%2");
+        row("%L2", "%L2/f", "f/f");
+        row("%1 after a percent sign", "%%1/f", "%f/%2");
         row("percent sign alone", "%/f", "%/f");
         row("percent sign before a letter", "%a%L/f", "%a%L/f");
         row("percent sign before a file name of digits", "%/1", "%/1");
     }
 
-    void placeMarkerInDirectoryNameTakesPart() { nameIsMadeOfPath(); }
+    void placeholderInDirectoryNameIsFilledIn() { nameIsMadeOfPath(); }
 
-    void placeMarkerInFileNameIsKept_data()
+    void placeholderInFileNameIsKept_data()
     {
         QTest::addColumn<QString>("path");
         QTest::addColumn<QString>("name");
-        row("one", "%1", "%1");
-        row("two", "%2", "%2");
-        row("both", "%2%1", "%2%1");
-        row("nine", "%9", "%9");
-        row("for locales", "%L1", "%L1");
-        row("one, below", "sub/%1", "sub/%1");
-        row("two, below", "sub/%2", "sub/%2");
-        row("one in a directory with one", "%1/%1", "%1/%2");
-        row("two in a directory with one", "%1/%2", "%2/%2");
-        row("one in a directory with two", "%2/%1", "%1/%1");
+        row("%1", "%1", "%1");
+        row("%2", "%2", "%2");
+        row("%2 and %1", "%2%1", "%2%1");
+        row("%9", "%9", "%9");
+        row("%L1", "%L1", "%L1");
+        row("%1 in a subdirectory", "sub/%1", "sub/%1");
+        row("%2 in a subdirectory", "sub/%2", "sub/%2");
+        row("%1 in a directory with %1", "%1/%1", "%1/%2");
+        row("%2 in a directory with %1", "%1/%2", "%2/%2");
+        row("%1 in a directory with %2", "%2/%1", "%1/%1");
     }
 
-    void placeMarkerInFileNameIsKept() { nameIsMadeOfPath(); }
+    void placeholderInFileNameIsKept() { nameIsMadeOfPath(); }
 
-    void prefixStandsBeforeEveryName_data()
+    void prefixIsBeforeEveryName_data()
     {
         QTest::addColumn<QString>("prefix");
         QTest::addColumn<QString>("before");
@@ -188,11 +189,11 @@ private Q_SLOTS:
         row("backslashes and slashes", "\\a/b\\\\c/", "/a/b//c/");
         row("slash alone", "/", "/");
         row("backslash alone", "\\", "/");
-        row("blank", " ", " /");
-        row("case of both kinds", "Pre", "Pre/");
+        row("space", " ", " /");
+        row("upper and lower case", "Pre", "Pre/");
     }
 
-    void prefixStandsBeforeEveryName()
+    void prefixIsBeforeEveryName()
     {
         QFETCH(QString, prefix);
         QFETCH(QString, before);
@@ -205,7 +206,7 @@ private Q_SLOTS:
         QCOMPARE(prefix, original);
     }
 
-    void placeMarkerInPrefixTakesPart()
+    void placeholderInPrefixIsFilledIn()
     {
         Release release;
         release.add("f");
@@ -217,7 +218,7 @@ private Q_SLOTS:
     {
         QTest::addColumn<QByteArray>("contents");
         QTest::addColumn<QString>("sha1");
-        // The expected digests were taken with sha1sum.
+        // The expected digests were made with sha1sum.
         row("empty", QByteArray(), "da39a3ee5e6b4b0d3255bfef95601890afd80709");
         row("three letters", QByteArray("abc"), "a9993e364706816aba3e25717850c26c9cd0d89d");
         row("carriage returns", QByteArray("a\r\nb\r"), "2b42365b4afcf00d7ccc5d1d2005c11bd0f60d7f");
@@ -240,7 +241,7 @@ private Q_SLOTS:
 
     void fileBeyondFourGigabytesHasItsSize()
     {
-        // Nothing of it is stored; without a digest nothing of it is read, either.
+        // The file is sparse. It is unreadable, so that its five gigabytes are not read either.
         constexpr qint64 size = 5'000'000'000;
         Release release;
         QFile file(release / "large");
@@ -259,7 +260,7 @@ private Q_SLOTS:
     {
         QFile version("/proc/version");
         if (!version.open(QIODevice::ReadOnly))
-            QSKIP("needs the process file system");
+            QSKIP("this system has no /proc");
         const QByteArray contents = version.readAll();
         QVERIFY(!contents.isEmpty());
         QCOMPARE(QFileInfo(version).size(), qint64(0));
@@ -271,9 +272,9 @@ private Q_SLOTS:
 
     void errorWhileReadingIsNotNoticed()
     {
-        QFile memory("/proc/self/mem"); // Can be opened; there is nothing to read at address 0.
+        QFile memory("/proc/self/mem"); // It can be opened, but reading at address 0 fails.
         if (!memory.open(QIODevice::ReadOnly))
-            QSKIP("needs the process file system");
+            QSKIP("this system has no /proc");
         QVERIFY(memory.readAll().isEmpty());
         Release release;
         files::link("/proc/self/mem", release / "link");
@@ -321,12 +322,13 @@ private Q_SLOTS:
         QCOMPARE(release.lines(), QStringList{lineOf("sub/a", "a")});
     }
 
-    // 40 links are followed in one path, then the system refuses; the files of the top itself make
-    // it 41. The files behind the link in the listing come when the descent has ended.
+    // The system follows 40 links in one path, so that each file is listed 41 times: once at the
+    // top and once for each link. Files that are listed after the link follow when the descent has
+    // ended.
     void linkCycleIsDescendedUntilTheSystemRefuses()
     {
 #ifndef Q_OS_LINUX
-        QSKIP("the number of links that are followed is another here");
+        QSKIP("this system follows another number of links");
 #endif
         Release release;
         release.add("a");
@@ -517,7 +519,7 @@ private Q_SLOTS:
         QCOMPARE(release.names(), tree::listingOrder(release.top()));
     }
 
-    // The listing itself asks for no order, so that of the directory object decides.
+    // The scan asks for no order, so the order of the directory object counts.
     void topIsListedInTheOrderOfItsObject()
     {
         Release release;
@@ -574,7 +576,7 @@ private Q_SLOTS:
     }
 
 private:
-    /// Scans a tree with nothing but a file at the row's path: it has the row's name.
+    /// Checks that a tree with one file, at the row's path, has one entry, with the row's name.
     static void nameIsMadeOfPath()
     {
         QFETCH(QString, path);

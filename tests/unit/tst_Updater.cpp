@@ -96,7 +96,7 @@ private Q_SLOTS:
 
     void membersKeepTheirOrder()
     {
-        // They are destroyed in the reverse order: the transfers before the options they came from.
+        // They are destroyed in the reverse order: the transfers before the options.
         const auto updater = makeUpdater();
         const UpdaterProbe state(*updater);
         const QList<const void*> members{
@@ -147,9 +147,9 @@ private Q_SLOTS:
     {
         const auto updater = makeUpdater();
         void* noArguments[] = {nullptr};
-        const int behind = Updater::staticMetaObject.methodCount() + 4;
-        QCOMPARE(updater->qt_metacall(QMetaObject::InvokeMetaMethod, behind, noArguments), 4);
-        // Other kinds of call leave the index as QObject left it.
+        const int index = Updater::staticMetaObject.methodCount() + 4;
+        QCOMPARE(updater->qt_metacall(QMetaObject::InvokeMetaMethod, index, noArguments), 4);
+        // For other kinds of call the index is that of QObject.
         const int inherited = QObject::staticMetaObject.propertyCount();
         QCOMPARE(updater->qt_metacall(QMetaObject::ReadProperty, inherited + 7, noArguments), 7);
     }
@@ -242,7 +242,7 @@ private Q_SLOTS:
         dialog->show();
         QVERIFY(dialog->isVisible());
         updater.reset();
-        QVERIFY2(dialog, "the dialog is deleted later, from the event loop");
+        QVERIFY2(dialog, "the dialog is deleted at once");
         QVERIFY(!dialog->isVisible());
         QCoreApplication::sendPostedEvents(dialog, QEvent::DeferredDelete);
         QVERIFY(!dialog);

@@ -20,7 +20,7 @@
 
 namespace {
 
-/// The start of a report in a segment of @p size bytes whose rest is zero.
+/// A report in a segment of @p size bytes. The rest of the segment is zero.
 QByteArray reported(const QByteArray& text, char flag, int size)
 {
     const QByteArray report = text + '\0' + flag + '\0';
@@ -55,7 +55,7 @@ class TestVersionCheck : public RunTest
     Q_OBJECT
 
 private Q_SLOTS:
-    // The request.
+    // ---- The request
 
     void urlIsUsedAsGiven_data()
     {
@@ -63,13 +63,13 @@ private Q_SLOTS:
         QTest::addColumn<QString>("requested");
         row("file", "/releases/index.txt", "/releases/index.txt");
         row("directory gets no file name", "/releases/", "/releases/");
-        row("name without a slash behind it", "/releases", "/releases");
+        row("name without a slash after it", "/releases", "/releases");
         row("server alone", "", "/");
         row("query", "/index.txt?channel=beta&n=1", "/index.txt?channel=beta&n=1");
         row("query of a directory", "/?v=1.0", "/?v=1.0");
         row("percent escapes stay escaped", "/a%20b%2Fc/index.txt?q=%26",
             "/a%20b%2Fc/index.txt?q=%26");
-        row("blanks are escaped", "/my releases/index.txt", "/my%20releases/index.txt");
+        row("spaces are escaped", "/my releases/index.txt", "/my%20releases/index.txt");
         row("other characters are escaped as UTF-8",
             "/gr\xC3\xB6\xC3\x9F"
             "e.txt",
@@ -101,7 +101,7 @@ private Q_SLOTS:
         QVERIFY(run.state().netManager.findChildren<QNetworkReply*>().isEmpty());
     }
 
-    // The reading of the reply.
+    // ---- The reading of the reply
 
     void bodyIsReadHoweverTheTransferWent_data()
     {
@@ -115,7 +115,7 @@ private Q_SLOTS:
             QTest::addRow("status %d", status) << HttpReply::error(status, whole) << "2.1";
             QTest::addRow("status %d without a body", status) << HttpReply::error(status) << "";
         }
-        row("cut short behind the record", HttpReply::cutShort(padded, length + 10), "2.1");
+        row("cut short after the record", HttpReply::cutShort(padded, length + 10), "2.1");
         row("cut short inside the record", HttpReply::cutShort(padded, length - 5), "");
         row("reset inside the record", HttpReply::resetInBody(padded, length - 5), "");
         row("reset before the first byte", HttpReply::reset(), "");
@@ -182,7 +182,7 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("names");
         const QByteArray zero(1, '\0');
         const QByteArray one = entry("one", "1");
-        row("behind the record", versionFile("2.1", one) + zero, "2.1", QStringList{"one"});
+        row("after the record", versionFile("2.1", one) + zero, "2.1", QStringList{"one"});
         row("before the record", zero + versionFile("2.1", one), "", QStringList());
         row("inside the record", versionFile("2.1", one + zero + entry("two", "2")), "",
             QStringList());
@@ -226,17 +226,17 @@ private Q_SLOTS:
 
     void packedBodyIsUnpacked_data()
     {
-        QTest::addColumn<int>("blanks");
+        QTest::addColumn<int>("spaces");
         row("small", 0);
         row("below 10 MiB, high ratio", 9 * 1024 * 1024);
-        row("past 10 MiB, high ratio", 24 * 1024 * 1024);
+        row("above 10 MiB, high ratio", 24 * 1024 * 1024);
     }
 
     void packedBodyIsUnpacked()
     {
-        QFETCH(int, blanks);
+        QFETCH(int, spaces);
         Run run;
-        run.publish(HttpReply::gzipped(QByteArray(blanks, ' ') + versionFile("2.1")));
+        run.publish(HttpReply::gzipped(QByteArray(spaces, ' ') + versionFile("2.1")));
         QCOMPARE(run.check(), 0);
         QCOMPARE(run.state().programData.version, QString("2.1"));
     }
@@ -248,7 +248,7 @@ private Q_SLOTS:
         row("first", "Editor", "2.1");
         row("second", "Viewer", "7.5");
         row("in another case", "eDITOR", "2.1");
-        row("none of the two", "Edit", "");
+        row("neither", "Edit", "");
     }
 
     void recordOfTheProgramIsRead()
@@ -262,7 +262,7 @@ private Q_SLOTS:
         QCOMPARE(run.state().programData.version, version);
     }
 
-    // The report.
+    // ---- The report
 
     void publishedVersionAndFlagAreReported_data()
     {
@@ -272,14 +272,14 @@ private Q_SLOTS:
         row("required", versionFile("2.1", "<required>true</required>"), QByteArray("2.1"), '1');
         row("not required", versionFile("2.1", "<required>false</required>"), QByteArray("2.1"),
             '0');
-        row("no word of it", versionFile("2.1"), QByteArray("2.1"), '0');
+        row("no such element", versionFile("2.1"), QByteArray("2.1"), '0');
         row("trimmed version", versionFile(" \t2.1\n "), QByteArray("2.1"), '0');
         row("same version as installed", versionFile("1.0"), QByteArray("1.0"), '0');
         row("no record", QByteArray("<html></html>"), QByteArray(), '0');
-        row("blank record", record("Editor", " "), QByteArray(), '0');
+        row("record of a space", record("Editor", " "), QByteArray(), '0');
         row("record without a version", record("Editor", "<required>true</required>"), QByteArray(),
             '0');
-        row("blank version", versionFile(" ", "<required>true</required>"), QByteArray(), '0');
+        row("version of a space", versionFile(" ", "<required>true</required>"), QByteArray(), '0');
     }
 
     void publishedVersionAndFlagAreReported()
@@ -297,7 +297,7 @@ private Q_SLOTS:
         }
     }
 
-    void runGoesOnWithoutReport_data()
+    void runContinuesWithoutReport_data()
     {
         QTest::addColumn<int>("segmentSize");
         row("no key", -1);
@@ -305,7 +305,7 @@ private Q_SLOTS:
         row("segment too small", 5);
     }
 
-    void runGoesOnWithoutReport()
+    void runContinuesWithoutReport()
     {
         QFETCH(int, segmentSize);
         std::unique_ptr<HostProcess> host;
@@ -321,34 +321,35 @@ private Q_SLOTS:
             QCOMPARE(host->dump(), HostProcess::untouched(segmentSize));
     }
 
-    // An unreadable version file.
+    // ---- An unreadable version file
 
-    void unreadableManifestReportsWhatTheRecordHolds_data()
+    void unreadableManifestReportsTheValuesOfTheRecord_data()
     {
         QTest::addColumn<int>("size");
-        QTest::addColumn<QString>("held");
+        QTest::addColumn<QString>("inRecord");
         QTest::addColumn<bool>("required");
         QTest::addColumn<QByteArray>("expected");
-        row("fresh record", 16, "", false, reported("", '0', 16));
+        row("new record", 16, "", false, reported("", '0', 16));
         row("flag of the record", 16, "", true, reported("", '1', 16));
         row("version of the record", 16, "9.9", true, reported("9.9", '1', 16));
-        // Where only the first of the two reports fits, it stays.
-        row("error is reported first", 8, "10.0.0", true, reported("ERROR", '0', 8));
+        // If only the first of the two reports fits, it stays.
+        row("error report stays when the second is too long", 8, "10.0.0", true,
+            reported("ERROR", '0', 8));
         row("segment too small for both", 7, "10.0.0", true, HostProcess::untouched(7));
         row("segment too small for the error", 6, "9.9", true, reported("9.9", '1', 6));
     }
 
-    void unreadableManifestReportsWhatTheRecordHolds()
+    void unreadableManifestReportsTheValuesOfTheRecord()
     {
         QFETCH(int, size);
-        QFETCH(QString, held);
+        QFETCH(QString, inRecord);
         QFETCH(bool, required);
         QFETCH(QByteArray, expected);
         HostProcess host(size);
         Run run;
         run.key = host.key();
         run.publish("unreadable");
-        run.state().programData.version = held;
+        run.state().programData.version = inRecord;
         run.state().programData.required = required;
         QCOMPARE(run.check(), 0);
         QCOMPARE(host.dump(), expected);
@@ -368,38 +369,38 @@ private Q_SLOTS:
     {
         QTest::addColumn<bool>("checkOnly");
         QTest::addColumn<QString>("installed");
-        QTest::addColumn<QString>("held");
+        QTest::addColumn<QString>("inRecord");
         QTest::addColumn<QStringList>("directories");
         row("check", true, "1.0", "", QStringList());
-        row("update of the version held", false, "9.9", "9.9", QStringList());
+        row("update of the version in the record", false, "9.9", "9.9", QStringList());
         row("update of no version", false, "", "", QStringList());
-        row("update goes on to the installation", false, "1.0", "", QStringList{"wUp"});
-        row("update, a version is held", false, "1.0", "9.9", QStringList{"wUp9.9"});
+        row("update continues to the installation", false, "1.0", "", QStringList{"wUp"});
+        row("update, with a version in the record", false, "1.0", "9.9", QStringList{"wUp9.9"});
     }
 
     void unreadableManifestEndsLikeAnyOther()
     {
         QFETCH(bool, checkOnly);
         QFETCH(QString, installed);
-        QFETCH(QString, held);
+        QFETCH(QString, inRecord);
         QFETCH(QStringList, directories);
         Run run;
         run.version = installed;
         run.publish("unreadable");
-        run.state().programData.version = held;
+        run.state().programData.version = inRecord;
         QCOMPARE(checkOnly ? run.check() : run.update(), 0);
         QCOMPARE(downloadDirectories(), directories);
         QVERIFY(!run.dialog());
         QCOMPARE(run.server.requests().size(), 1);
     }
 
-    void exitStatusOneStandsWhenNothingReplacesIt()
+    void exitStatusOneStaysWhenNothingReplacesIt()
     {
         Run run;
         run.publish("unreadable");
         run.state().programData.files.append({"missing", files::sha1("1"), 1});
         QCOMPARE(run.update(), 1);
-        // The run has gone on all the same, as far as the first download.
+        // The run has continued anyway, to the first download.
         QVERIFY(run.dialog());
         QTRY_COMPARE(run.fileRequests(), QStringList{"/releases/missing"});
     }
@@ -413,13 +414,13 @@ private Q_SLOTS:
         QCOMPARE(downloadDirectories(), QStringList{"wUpEditor"});
     }
 
-    // The changelog file.
+    // ---- The changelog file
 
     void changelogFileIsWrittenInEveryMode_data()
     {
         QTest::addColumn<bool>("checkOnly");
         QTest::addColumn<QString>("installed");
-        QTest::addColumn<int>("standing");
+        QTest::addColumn<int>("state");
         row("check", true, "1.0", 0);
         row("check, up to date", true, "2.1", 0);
         row("update, up to date", false, "2.1", 0);
@@ -430,14 +431,14 @@ private Q_SLOTS:
     {
         QFETCH(bool, checkOnly);
         QFETCH(QString, installed);
-        QFETCH(int, standing);
+        QFETCH(int, state);
         for (const QByteArray& payload : {QByteArray("bmV3"), QByteArray()}) {
             files::write(changelogPath("2.1"), "of an earlier run");
             Run run;
             run.version = installed;
             run.publish(versionFile("2.1", "<changelog>" + payload + "</changelog>" +
                                                entry("missing", "1")));
-            QCOMPARE(checkOnly ? run.check() : run.update(), standing);
+            QCOMPARE(checkOnly ? run.check() : run.update(), state);
             QCOMPARE(changelogLeft("2.1"), payload.isEmpty() ? QByteArray("(none)") : payload);
         }
     }
@@ -461,7 +462,7 @@ private Q_SLOTS:
         QCOMPARE(changelogLeft("2.1"), QByteArray("of another version"));
     }
 
-    void unreadableManifestWritesTheChangelogThatIsHeld()
+    void unreadableManifestWritesTheChangelogOfTheRecord()
     {
         Run run;
         run.publish("unreadable");
@@ -494,7 +495,7 @@ private Q_SLOTS:
         QCOMPARE(host.dump(), reported("2.1", '0', 16));
     }
 
-    // The comparison of the versions.
+    // ---- The comparison of the versions
 
     void onlyAnotherVersionIsAnUpdate_data()
     {
@@ -509,15 +510,15 @@ private Q_SLOTS:
         add("equal but for the case", "2.1a", "2.1A", false);
         add("equal but for the case, the other way", "2.1BETA", "2.1beta", false);
         add("equal but for the case of an umlaut", "2.1\xE4", "2.1\xC4", false);
-        add("blanks around the published one", "2.1", " 2.1\n", false);
-        add("blank around the installed one", "2.1 ", "2.1", true);
+        add("whitespace around the published one", "2.1", " 2.1\n", false);
+        add("space after the installed one", "2.1 ", "2.1", true);
         add("newer", "1.0", "2.1", true);
         add("older", "3.0", "2.1", true);
         add("same number, written otherwise", "1.0", "1.00", true);
         add("shorter", "1.0.0", "1.0", true);
         add("longer", "1.0", "1.0.0", true);
         add("nothing installed", "", "2.1", true);
-        add("blank inside", "2.1 a", "2.1a", true);
+        add("space inside", "2.1 a", "2.1a", true);
     }
 
     void onlyAnotherVersionIsAnUpdate()
@@ -564,7 +565,7 @@ private Q_SLOTS:
         QCOMPARE(run.state().downloadedFiles, 9);
     }
 
-    // The start of the downloads.
+    // ---- Runs without downloads
 
     void installationFollowsWhenThereIsNothingToDownload_data()
     {
@@ -614,7 +615,8 @@ private Q_SLOTS:
         program.install(run.programExe, "editor");
         run.publish(versionFile("2.1"));
         QCOMPARE(checkOnly ? run.check() : run.update(), 0);
-        // A process starts one program only: had it started the editor, this one would not start.
+        // A process starts only one program. If it had started the editor, this one would not
+        // start.
         program.install(run.baseDir + "/later", "later");
         QVERIFY(run.updater().startProgram(run.baseDir + "/later"));
         QTRY_COMPARE(program.starts().size(), 1);

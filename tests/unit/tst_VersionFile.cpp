@@ -1,4 +1,4 @@
-// The build of the version file: what it says, where it lies, and what is left when it fails.
+// The build of the version file: its contents, its place, and what is left when it fails.
 
 #include "updater/Updater.h"
 
@@ -17,7 +17,7 @@
 
 namespace {
 
-const char untouched[] = "as it was";
+const char untouched[] = "untouched";
 
 /// A release tree, and the builds of its version file.
 class Publisher
@@ -66,7 +66,7 @@ private:
     TestDir m_dir;
 };
 
-/// Keeps the working directory until the end of the scope, then goes back.
+/// Changes the working directory until the end of the scope.
 class ScopedWorkingDir
 {
 public:
@@ -98,13 +98,13 @@ private:
 };
 #endif
 
-void addBlankTexts()
+void addTextsOfWhitespace()
 {
     QTest::addColumn<QString>("text");
     row("null", QString());
     row("empty", QString(""));
-    row("one blank", " ");
-    row("blanks, tabs and line ends", " \t\r\n ");
+    row("one space", " ");
+    row("spaces, tabs and line ends", " \t\r\n ");
     row("no-break space", QString(QChar(0xa0)));
 }
 
@@ -164,8 +164,8 @@ private Q_SLOTS:
         QTest::addColumn<QString>("name");
         QTest::addColumn<QString>("version");
         row("nothing around", "My  Editor", "2.1 beta");
-        row("blanks around the name", " \tMy  Editor\n", "2.1 beta");
-        row("blanks around the version", "My  Editor", "\r\n2.1 beta  ");
+        row("whitespace around the name", " \tMy  Editor\n", "2.1 beta");
+        row("whitespace around the version", "My  Editor", "\r\n2.1 beta  ");
     }
 
     void nameAndVersionAreTrimmed()
@@ -208,8 +208,8 @@ private Q_SLOTS:
         QVERIFY(files::read(publisher.index()).contains(line));
     }
 
-    // As the publisher's scripts may keep them there.
-    void notesInTheTreeAreListedToo()
+    // Scripts of a publisher may keep them there.
+    void notesInTheTreeAreListed()
     {
         Publisher publisher;
         publisher.add("notes", "Text");
@@ -228,10 +228,10 @@ private Q_SLOTS:
         row("slash at the end", "base/", "base/index.txt");
         row("two slashes at the end", "base//", "base//index.txt");
         row("dots inside", "base/../base/.", "base/../base/./index.txt");
-        row("blank at the end", "base ", "base /index.txt");
-        row("blanks around a name", " base /", " base /index.txt");
+        row("space at the end", "base ", "base /index.txt");
+        row("spaces around a name", " base /", " base /index.txt");
         row("backslash inside", "back\\slash", "back\\slash/index.txt");
-        row("place marker", "%1/%2", "%1/%2/index.txt");
+        row("placeholder", "%1/%2", "%1/%2/index.txt");
         row("link", "link", "link/index.txt");
     }
 
@@ -270,8 +270,8 @@ private Q_SLOTS:
         QCOMPARE(publisher.indexText(), publisher.expected({tree::entry("a", "a")}));
     }
 
-    // A backslash counts as the separator, and to this system it is a character of the name: the
-    // version file comes to lie beside the directory.
+    // The backslash counts as a separator, but for this system it is a character of the name: the
+    // version file is beside the directory.
     void backslashAtTheEndOfTheBaseDirectoryGetsNoSeparator()
     {
         Publisher publisher;
@@ -298,14 +298,14 @@ private Q_SLOTS:
     void nullPathIsAllowedOnFailure()
     {
         const Publisher publisher;
-        Updater blank(" ", publisher.tree(), "2.1", "", "", "");
-        QVERIFY(!blank.buildVersionFile(nullptr, false, QString()));
+        Updater unnamed(" ", publisher.tree(), "2.1", "", "", "");
+        QVERIFY(!unnamed.buildVersionFile(nullptr, false, QString()));
         Updater missing("Editor", publisher / "missing", "2.1", "", "", "");
         QVERIFY(!missing.buildVersionFile(nullptr, false, QString()));
         QVERIFY(files::list(publisher.tree()).isEmpty());
     }
 
-    void otherOptionsTakeNoPartAndNothingIsKept()
+    void otherOptionsDoNotMatterAndNothingIsKept()
     {
         Publisher publisher;
         publisher.add("a", "a");
@@ -328,7 +328,8 @@ private Q_SLOTS:
         QVERIFY(probe.tempDir.isEmpty());
     }
 
-    // Each manifest lists the file before it: the scan comes before the old file goes.
+    // Each version file lists the one before it, because the scan comes before the old file is
+    // removed.
     void secondBuildListsTheFirstVersionFile()
     {
         Publisher publisher;
@@ -372,7 +373,7 @@ private Q_SLOTS:
     void textIsInTheSystemsEncodingWhenThatIsLatin1()
     {
 #if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
-        QSKIP("the encoding of the system cannot be chosen with Qt 6, which has UTF-8 alone here");
+        QSKIP("with Qt 6 the encoding is always UTF-8 here");
 #else
         const ScopedSystemEncoding latin1("ISO-8859-1");
         Publisher publisher;
@@ -385,9 +386,9 @@ private Q_SLOTS:
 #endif
     }
 
-    void blankNameFails_data() { addBlankTexts(); }
+    void emptyNameFails_data() { addTextsOfWhitespace(); }
 
-    void blankNameFails()
+    void emptyNameFails()
     {
         QFETCH(QString, text);
         Publisher publisher;
@@ -395,9 +396,9 @@ private Q_SLOTS:
         buildFailsAndLeavesTheOldFile(publisher);
     }
 
-    void blankVersionFails_data() { addBlankTexts(); }
+    void emptyVersionFails_data() { addTextsOfWhitespace(); }
 
-    void blankVersionFails()
+    void emptyVersionFails()
     {
         QFETCH(QString, text);
         Publisher publisher;
@@ -405,7 +406,7 @@ private Q_SLOTS:
         buildFailsAndLeavesTheOldFile(publisher);
     }
 
-    void blankNameFailsAfterTheNotesAreReadAndBeforeTheTreeIs_data()
+    void emptyNameFailsAfterTheNotesAreReadAndBeforeTheTreeIs_data()
     {
         QTest::addColumn<QString>("name");
         QTest::addColumn<QString>("version");
@@ -414,7 +415,7 @@ private Q_SLOTS:
         row("both", "", "");
     }
 
-    void blankNameFailsAfterTheNotesAreReadAndBeforeTheTreeIs()
+    void emptyNameFailsAfterTheNotesAreReadAndBeforeTheTreeIs()
     {
         if (!OpenWatch::isSupported)
             QSKIP("files cannot be watched here");
@@ -434,18 +435,18 @@ private Q_SLOTS:
         publisher.name = "Editor";
         publisher.version = "2.1";
         QVERIFY(publisher.build());
-        QVERIFY(tree.opened()); // The watch does tell.
+        QVERIFY(tree.opened()); // The watch works.
     }
 
     void missingBaseDirectoryFails_data()
     {
         QTest::addColumn<QString>("dir");
         row("missing", "missing");
-        row("missing, with a separator", "missing/");
-        row("missing, so that a file could be made beside it", "missing\\");
+        row("missing, with a slash at the end", "missing/");
+        row("missing, with a backslash at the end", "missing\\");
         row("file", "file");
         row("broken link", "broken");
-        row("blank behind the name", "tree ");
+        row("space after the name", "tree ");
     }
 
     void missingBaseDirectoryFails()
@@ -474,7 +475,7 @@ private Q_SLOTS:
         QVERIFY(notes.opened());
     }
 
-    void blankBeforeTheBaseDirectoryIsNotTrimmed()
+    void spaceBeforeTheBaseDirectoryIsNotTrimmed()
     {
         Publisher publisher;
         QVERIFY(!publisher.buildAt(" " + publisher.tree()));
@@ -485,7 +486,7 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("unreadable");
         row("at the top", "a");
-        row("below, with readable files behind it", "b/c/d");
+        row("below, with readable files after it", "b/c/d");
         row("last of all", "z");
         row("the old version file", "index.txt");
     }
@@ -530,7 +531,8 @@ private Q_SLOTS:
         QCOMPARE(publisher.indexText(), publisher.expected({tree::entry("a", "a")}));
     }
 
-    // It can be entered, not listed: its content is unknown, and a file can be made in it.
+    // It cannot be listed, so its contents are unknown. It can be entered, so a file can be made in
+    // it.
     void unreadableBaseDirectoryIsDescribedAsEmpty()
     {
         Publisher publisher;
@@ -588,7 +590,7 @@ private Q_SLOTS:
         buildFailsAndMakesNoFile(publisher);
     }
 
-    void oldVersionFileThatCanNeitherGoNorBeWrittenStays()
+    void oldVersionFileThatCanNeitherBeRemovedNorWrittenStays()
     {
         Publisher publisher;
         publisher.add("index.txt", "old");
@@ -601,8 +603,8 @@ private Q_SLOTS:
         QCOMPARE(files::read(publisher.index()), QByteArray("old"));
     }
 
-    // Whether the removal succeeds does not matter.
-    void oldVersionFileThatCannotGoIsOverwritten()
+    // It does not matter whether the removal succeeds.
+    void oldVersionFileThatCannotBeRemovedIsOverwritten()
     {
         Publisher publisher;
         const QByteArray old(10000, 'x');
@@ -639,7 +641,7 @@ private Q_SLOTS:
         QCOMPARE(files::read(publisher.outside("target")), QByteArray("old"));
     }
 
-    // No file exists at its path, so nothing is removed, and opening it makes the target.
+    // For QFile no file exists at such a path: nothing is removed, and opening it makes the target.
     void brokenLinkInThePlaceOfTheVersionFileIsWrittenThrough()
     {
         Publisher publisher;
