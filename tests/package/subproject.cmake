@@ -33,10 +33,14 @@ if(EXISTS ${WORK}/build/CPackConfig.cmake)
   message(FATAL_ERROR "The parent has packages that it did not ask for")
 endif()
 
-# Names of options: the parent's cache has no others.
-file(STRINGS ${WORK}/build/CMakeCache.txt options REGEX "^[A-Z_]+:(BOOL|STRING|PATH)=")
-list(FILTER options EXCLUDE REGEX "^(CMAKE|UPDATER|Qt|QT)_|^BUILD_TESTING:")
+# Options of this project cannot be taken for the parent's.
+file(STRINGS ${SOURCE_DIR}/CMakeLists.txt options REGEX "^ *(option\\(|set\\(.* CACHE )")
+list(LENGTH options count)
+if(count LESS 7)
+  message(FATAL_ERROR "Only ${count} options found: ${options}")
+endif()
+list(FILTER options EXCLUDE REGEX "^ *(option|set)\\((UPDATER_[A-Z_]+|QT_MAJOR|CMAKE_BUILD_TYPE) ")
 if(options)
-  message(FATAL_ERROR "Options of the parent: ${options}")
+  message(FATAL_ERROR "Options without the prefix: ${options}")
 endif()
 file(REMOVE_RECURSE ${WORK})
