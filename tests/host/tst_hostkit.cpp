@@ -1,5 +1,5 @@
-// The host kit as others get it: installed, found by a project of its own (tests/host/consumer), and
-// used there to check for a release and to have it installed by the real updater.
+// The host kit as others get it: installed, found by a project of its own (tests/host/consumer),
+// and used there to check for a release and to have it installed by the real updater.
 
 #include "tests/support/HttpServer.h"
 #include "tests/support/RelaunchedProgram.h"
