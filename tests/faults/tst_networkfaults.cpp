@@ -28,7 +28,7 @@ constexpr int endless = 124;
 
 constexpr int anyCode = -1;
 
-/// Above what the toolkit lets a compressed body inflate to by itself.
+/// Above what Qt lets a compressed body inflate to by itself.
 constexpr int large = 11 * 1048576;
 
 /// The files of the release, in the order of the version file.
@@ -50,8 +50,8 @@ enum Position { First = 0, Middle = 2, Last = 4 };
 ///   Damaged   3          critical, name    1             the same, and the directory for it is made
 ///   Broken    3          one of the two    1             the same, with or without the directory
 ///
-/// Broken: the connection ends too early. A try that follows such an end the toolkit now and then
-/// repeats by itself, or it gives out the part that came as if it were the whole. Where the toolkit
+/// Broken: the connection ends too early. A try that follows such an end Qt now and then
+/// repeats by itself, or it gives out the part that came as if it were the whole. Where Qt
 /// repeats requests (see Fault::repeated), they are counted by the client.
 ///
 /// A version file is fetched once. One that cannot be read (see Fault::versionFileUsed) is reported
@@ -67,8 +67,8 @@ struct Fault
     Outcome outcome;
     int code = anyCode;          ///< Of the warning.
     bool versionFileUsed = true; ///< Whether a version file that comes like this can be read.
-    bool repeated = false; ///< The toolkit sends the request again by itself, as often as it likes.
-    bool large = false;    ///< Only happens to large files.
+    bool repeated = false;       ///< Qt sends the request again by itself, as often as it likes.
+    bool large = false;          ///< Only happens to large files.
 };
 
 HttpReply silent(HttpReply::Ending ending)
@@ -525,7 +525,7 @@ private Q_SLOTS:
         QFETCH(QString, faultName);
         QFETCH(int, position);
         const Fault& fault = faultNamed(faultName);
-        // Where the toolkit repeats requests, only the client can tell one try from the next.
+        // Where Qt repeats requests, only the client can tell one try from the next.
         if (fault.repeated)
             IN_OWN_PROCESS();
         for (int times = 1; times <= 2; ++times) {

@@ -309,7 +309,7 @@ private Q_SLOTS:
         const FakeUpdater updater(reporting(bytes));
         const Messages messages;
         QCOMPARE(outcome(updater.host(installed)), QStringList{expected});
-        // The toolkit warns of a lock that is not returned.
+        // Qt warns of a lock that is not returned.
         QCOMPARE(messages.all().size(), 0);
     }
 
@@ -749,7 +749,7 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(updater / "key"), patience);
         const Messages messages;
         check.reset();
-        // The toolkit warns of a process that is still there.
+        // Qt warns of a process that is still there.
         QCOMPARE(messages.all().size(), 0);
         if (QFileInfo::exists("/proc/self"))
             QCOMPARE(processes::children(), QList<qint64>());

@@ -313,7 +313,7 @@ private:
         QCOMPARE(process.exitCode(), 0);
     }
 
-    /// The lines of the log, without those of the toolkit.
+    /// The lines of the log, without those of Qt.
     static QStringList told(const TestDir& dir)
     {
         return QString::fromUtf8(files::read(dir / "log"))

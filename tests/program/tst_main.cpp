@@ -61,7 +61,7 @@ private Q_SLOTS:
         row("build does not fall back to update", "-b -u -n App -v 1.0 -l @url");
         row("build does not fall back to check", "-b -c -n App -v 1.0 -l @url -s key");
         row("check does not fall back to update", "-c -u -n App -d @dir -v 1.0 -l @url");
-        // The toolkit's own option is gone before ours are read: else "-style" were "-s".
+        // Qt's own option is gone before ours are read: else "-style" were "-s".
         row("toolkit's options are not ours", "-style fusion -c -n App -v 1.0 -l @url");
     }
 

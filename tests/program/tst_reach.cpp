@@ -31,7 +31,7 @@ struct Scene
             files::makeDirectory(directory);
         files::setMode(runtimeDir, 0700);
         files::write(tmpDir + "/keep", ""); // Else an emptied temporary directory would go, too.
-        // The toolkit's font library keeps a cache: without fonts there is none to be written.
+        // Qt's font library keeps a cache: without fonts there is none to be written.
         files::write(dir / "fonts.conf", "<fontconfig/>");
         updater.setEnvironment("FONTCONFIG_FILE", dir / "fonts.conf");
         updater.setEnvironment("HOME", dir / "home");
@@ -66,7 +66,7 @@ struct Scene
         return {"-u", "-n", "Editor", "-d", baseDir, "-v", "1.0", "-l", server.url("/index.txt")};
     }
 
-    /// The changes that lie elsewhere than they may, one line each. The toolkit makes sure that the
+    /// The changes that lie elsewhere than they may, one line each. Qt makes sure that the
     /// runtime directory is there; the base directory is made if it is missing; with the download
     /// directory its parents would go, but the temporary directory is not empty.
     QString strayChanges() const

@@ -68,7 +68,7 @@ struct Scene
         return std::make_unique<HostProcess>(16);
     }
 
-    /// What is in the temporary directory, besides the toolkit's key files of the host.
+    /// What is in the temporary directory, besides Qt's key files of the host.
     QStringList leftBehind() const
     {
         QStringList names = files::list(tmpDir);

@@ -289,7 +289,7 @@ private Q_SLOTS:
         else
             release.serveFile(HttpReply::cutChunked(body));
         const QStringList findings = Verified(release.url()).withoutReasons();
-        // Of chunks the toolkit may give out those that came as if they were all: to the byte.
+        // Of chunks Qt may give out those that came as if they were all: to the byte.
         if (kind == "cut chunks" && findings != QStringList{"sub/a: cannot be fetched"})
             QCOMPARE(findings, QStringList{"sub/a: has 4987 bytes"});
         else

@@ -7,7 +7,7 @@
 
 namespace {
 
-/// Where the toolkit looks for the authorities that the system trusts.
+/// Where Qt looks for the authorities that the system trusts.
 const char* const systemAuthorities = "/etc/ssl/certs";
 
 } // namespace

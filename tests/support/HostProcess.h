@@ -63,7 +63,7 @@ public:
 
     qint64 pid() const { return m_process.processId(); }
 
-    /// The version of the toolkit the process runs on.
+    /// The version of Qt the process runs on.
     QByteArray toolkitVersion() { return ask("toolkit"); }
 
     /// Returns a key that no host of this or another test has.

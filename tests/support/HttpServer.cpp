@@ -188,7 +188,7 @@ void HttpServer::expectRepeated(const QString& path, const HttpReply& reply)
 
 void HttpServer::endRepeats()
 {
-    // The last one stays: the toolkit may repeat even a request that has failed for good.
+    // The last one stays: Qt may repeat even a request that has failed for good.
     if (m_expected.size() > 1 && m_expected.first().came)
         m_expected.removeFirst();
 }

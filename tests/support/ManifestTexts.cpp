@@ -8,7 +8,7 @@ namespace {
 
 using Choices = std::vector<QString>;
 
-// Blanks: for the toolkit, U+200B and U+FEFF are none, and the others are.
+// Blanks: for Qt, U+200B and U+FEFF are none, and the others are.
 const Choices spaces{"",     "",   "",   "",   "\n\t",   "\n\t\t", " ",
                      "\r\n", "  ", "\t", "\v", "\u00a0", "\u2003", "\u0085"};
 const Choices noSpaces{"\u200b", "\ufeff", "\u00ad"};

@@ -1,4 +1,4 @@
-// Collects what goes through the toolkit's message handler.
+// Collects what goes through Qt's message handler.
 #ifndef TESTS_SUPPORT_MESSAGES_H
 #define TESTS_SUPPORT_MESSAGES_H
 

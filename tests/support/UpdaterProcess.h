@@ -56,7 +56,7 @@ public:
     int endedBySignal() const;
 
     /// What the process has written to standard output and standard error, without the lines that
-    /// the toolkit prints on its own account.
+    /// Qt prints on its own account.
     QByteArray output();
 
     qint64 pid() const { return m_process.processId(); }

@@ -7,7 +7,7 @@
 // Says "ready" or "failed" first. Then obeys the commands on standard input, each answered by one
 // line: "dump" by the bytes of the segment in hexadecimal, "write HEX" by "done", whoever holds the
 // lock, "lock" and "unlock" by "done", "waiting" by the number of processes and threads that wait
-// for the lock, "toolkit" by the version of the toolkit, "quit" by "done". The end of the input
+// for the lock, "toolkit" by the version of Qt, "quit" by "done". The end of the input
 // ends the process, too, so that it never outlives the test.
 
 #include <QByteArray>
@@ -30,7 +30,7 @@ constexpr int fillByte = 0xAA;
 
 /// Returns how many wait for the lock of the segment @p key; -1 when that cannot be told.
 ///
-/// The toolkit has no function for it. It derives the semaphore from a file in the temporary
+/// Qt has no function for it. It derives the semaphore from a file in the temporary
 /// directory, whose name ends with the digest of the key.
 int waitingForLock(const QString& key)
 {
