@@ -254,6 +254,7 @@ private Q_SLOTS:
         const auto server = serve(rootAt(scene.releaseDir) + "keepalive_requests 10000;");
         UpdaterProcess updater;
         QCOMPARE(run(updater, scene, server->url("/index.txt")), 0);
+        QCOMPARE(protocolsOf(*server), QStringList{http2IsOffered ? "HTTP/2.0" : "HTTP/1.1"});
         QCOMPARE(server->requests(), scene.wantedPaths());
         QCOMPARE(requestsPerConnection(*server), QList<int>{fileCount + 1});
         QCOMPARE(scene.missingOfTheUpdate(), QString());
@@ -276,6 +277,7 @@ private Q_SLOTS:
         UpdaterProcess updater;
         QCOMPARE(run(updater, scene, server->url("/index.txt"), {"-x", scene.dir / "bin/Editor"}),
                  0);
+        QCOMPARE(protocolsOf(*server), QStringList{"HTTP/2.0"});
         QCOMPARE(server->requests(), QStringList{"/index.txt"});
         QTRY_COMPARE(scene.program.starts(),
                      QStringList{"Editor 1.0|" + (scene.dir / "bin") + "|"});
