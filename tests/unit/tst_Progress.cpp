@@ -15,7 +15,6 @@
 #include <QPushButton>
 #include <QRegularExpression>
 
-#include <memory>
 #include <utility>
 
 namespace {

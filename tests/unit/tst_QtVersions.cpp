@@ -9,7 +9,10 @@
 #include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
 
-#include <QBuffer>
+#include <QLoggingCategory>
+#include <QNetworkRequest>
+#include <QTextStream>
+#include <QUrl>
 
 class TestQtVersions : public QObject
 {

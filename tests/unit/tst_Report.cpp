@@ -8,7 +8,7 @@
 #include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
 
-#include <QChildEvent>
+#include <QEvent>
 #include <QSharedMemory>
 #include <QTimer>
 

@@ -11,7 +11,6 @@
 #include <QProgressDialog>
 
 #include <functional>
-#include <memory>
 
 namespace {
 

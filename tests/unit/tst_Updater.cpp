@@ -8,10 +8,10 @@
 #include "tests/support/UpdaterProbe.h"
 #include "tests/unit/EventLoop.h"
 
+#include <QMetaMethod>
 #include <QNetworkReply>
 #include <QPointer>
 #include <QProgressDialog>
-#include <QSignalSpy>
 #include <QTimer>
 
 #include <algorithm>

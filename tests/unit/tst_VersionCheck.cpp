@@ -13,7 +13,6 @@
 
 #include <QNetworkReply>
 #include <QPointer>
-#include <QProgressDialog>
 #include <QTcpServer>
 
 #include <memory>
