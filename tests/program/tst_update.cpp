@@ -1,97 +1,43 @@
 // The whole road, with real parts only: a release described by the build mode and served by nginx,
 // the updater as a process, a program that is started again.
 
-#include "tests/support/HostProcess.h"
 #include "tests/support/Nginx.h"
 #include "tests/support/Processes.h"
-#include "tests/support/RelaunchedProgram.h"
-#include "tests/support/Release.h"
+#include "tests/support/Row.h"
+#include "tests/support/Scene.h"
 #include "tests/support/TestMain.h"
-#include "tests/support/UpdaterProcess.h"
 
-#include <algorithm>
 #include <memory>
 #include <sys/stat.h>
 
 namespace {
 
-const char* const exeName = "Contents/MacOS/Editor";
-
-/// One publisher, one user: what a row of a test starts from, and what it looks at afterwards.
-struct Scene
+/// A release below the root of the server, under a name of its own.
+class ServedScene : public Scene
 {
-    explicit Scene(const QString& serverRoot)
-        : id(QStringLiteral("row%1").arg(++rows)), releaseDir(serverRoot + '/' + id)
-    {
-        files::makeDirectory(installDir);
-        files::write(tmpDir + "/keep", ""); // Else an emptied temporary directory would go, too.
-    }
+public:
+    explicit ServedScene(const TestDir& root) : Scene(root / QString("row%1").arg(++rows)) {}
 
-    /// Publishes @p tree as @p version.
-    void publish(const Tree& tree, const QString& version, const QStringList& options = {})
+    /// Publishes @p tree with the news of @p version.
+    void publish(const Tree& tree, const QString& version, const QStringList& furtherOptions = {})
     {
-        release::lay(tree, releaseDir);
         files::write(dir / "CHANGES.txt", "News of " + version.toUtf8());
-        release::describe(releaseDir, "Editor", version,
-                          options + QStringList{"--changelog", dir / "CHANGES.txt"});
+        Scene::publish(tree, version,
+                       furtherOptions + QStringList{"--changelog", dir / "CHANGES.txt"});
     }
 
-    /// Installs @p tree; a program in it can be run.
-    void install(const Tree& tree)
-    {
-        release::lay(tree, installDir);
-        if (tree.contains(exeName))
-            files::setMode(installDir + '/' + exeName, 0755);
-    }
-
-    /// Runs the updater with @p options and a temporary directory of this scene's own.
-    int run(const QStringList& options)
-    {
-        updater.setEnvironment("TMPDIR", tmpDir);
-        return updater.run(options, 120000);
-    }
-
-    int update(const Nginx& server, const QString& installedVersion,
-               const QStringList& furtherOptions = {})
-    {
-        const QStringList options{
-            "-u", "-n", "Editor", "-d", installDir, "-v", installedVersion, "-l", indexUrl(server)};
-        return run(options + furtherOptions);
-    }
-
-    QString indexUrl(const Nginx& server) const { return server.url('/' + id + "/index.txt"); }
-
-    /// A host whose updater sees the same temporary directory, as it must.
-    std::unique_ptr<HostProcess> startHost() const
-    {
-        const ScopedTmpDir tmp(tmpDir);
-        return std::make_unique<HostProcess>(16);
-    }
-
-    /// What is in the temporary directory, besides Qt's key files of the host.
-    QStringList leftBehind() const
-    {
-        QStringList names = files::list(tmpDir);
-        names.erase(std::remove_if(names.begin(), names.end(),
-                                   [](const QString& name) { return name.startsWith("qipc_"); }),
-                    names.end());
-        return names;
-    }
+    QString indexUrl(const Nginx& server) const { return server.url(path() + "index.txt"); }
 
     /// What this scene's updater has asked the server for.
     QStringList requests(const Nginx& server) const
     {
-        return server.requests().filter('/' + id + '/').replaceInStrings('/' + id + '/', "");
+        return server.requests().filter(path()).replaceInStrings(path(), "");
     }
 
+private:
+    QString path() const { return '/' + releaseDir.section('/', -1) + '/'; }
+
     static inline int rows = 0;
-    const QString id;
-    const TestDir dir;
-    const QString releaseDir;
-    const QString installDir = dir / "installed/Editor.app";
-    const QString tmpDir = dir / "tmp";
-    const RelaunchedProgram program;
-    UpdaterProcess updater;
 };
 
 /// What is installed when an update begins.
@@ -103,7 +49,7 @@ enum class Exe { None, Bundle, Other, Missing };
 Tree publishedTree(const RelaunchedProgram& program)
 {
     return {{"Contents/Info.txt", "about the bundle"},
-            {exeName, program.script("Editor 2.0a")},
+            {Scene::exeName, program.script("Editor 2.0a")},
             {"Contents/Resources/data.bin", QByteArray(300000, 'n')},
             {"Contents/Resources/Editor.icns", "icon"},
             {"readme.txt", ""}};
@@ -114,7 +60,7 @@ Tree installedTree(State state, const RelaunchedProgram& program)
     Tree tree = publishedTree(program);
     switch (state) {
     case State::Old:
-        tree[exeName] = program.script("Editor 1.0");
+        tree[Scene::exeName] = program.script("Editor 1.0");
         tree["Contents/Resources/data.bin"].fill('o');
         tree.remove("readme.txt");
         tree["Contents/dropped.txt"] = "no longer part of a release";
@@ -136,11 +82,11 @@ QStringList neededFiles(State state)
 {
     switch (state) {
     case State::Old:
-        return {exeName, "Contents/Resources/data.bin", "readme.txt"};
+        return {Scene::exeName, "Contents/Resources/data.bin", "readme.txt"};
     case State::Complete:
         return {};
     case State::Empty:
-        return {"Contents/Info.txt", exeName, "Contents/Resources/data.bin",
+        return {"Contents/Info.txt", Scene::exeName, "Contents/Resources/data.bin",
                 "Contents/Resources/Editor.icns", "readme.txt"};
     case State::Damaged:
         return {"Contents/Resources/data.bin"};
@@ -173,7 +119,6 @@ private Q_SLOTS:
         QTest::addColumn<bool>("differs");
         QTest::addColumn<State>("state");
         QTest::addColumn<Exe>("exe");
-
         QTest::addColumn<bool>("withHost");
 
         const QList<std::pair<const char*, bool>> versions{
@@ -189,10 +134,9 @@ private Q_SLOTS:
         for (const auto& [version, differs] : versions) {
             for (const auto& [stateName, state] : states) {
                 for (const auto& [exeText, exe] : exes) {
-                    QTest::addRow("%s, %s, %s", version, stateName, exeText)
-                        << version << differs << state << exe << false;
-                    QTest::addRow("%s, %s, %s, -s", version, stateName, exeText)
-                        << version << differs << state << exe << true;
+                    const QString name = QString("%1, %2, %3").arg(version, stateName, exeText);
+                    row(name, QString(version), differs, state, exe, false);
+                    row(name + ", -s", QString(version), differs, state, exe, true);
                 }
             }
         }
@@ -205,27 +149,26 @@ private Q_SLOTS:
         QFETCH(State, state);
         QFETCH(Exe, exe);
         QFETCH(bool, withHost);
-        Scene scene(m_root->path());
+        ServedScene scene(*m_root);
         const Tree published = publishedTree(scene.program);
         const Tree installed = installedTree(state, scene.program);
         scene.publish(published, "2.0a");
         scene.install(installed);
         scene.program.install(scene.dir / "other/Other", "Other");
 
-        QStringList options = exeOption(scene, exe);
+        scene.installedVersion = installedVersion;
+        scene.exe = exeOf(scene, exe);
+        QStringList hostOption;
         std::unique_ptr<HostProcess> host;
         if (withHost) {
             host = scene.startHost();
-            options += QStringList{"-s", host->key()};
+            hostOption << "-s" << host->key();
         }
 
-        QCOMPARE(scene.update(*m_nginx, installedVersion, options), 0);
+        QCOMPARE(scene.update(scene.indexUrl(*m_nginx), hostOption), 0);
 
         if (host)
-            QCOMPARE(host->dump(), QByteArray("2.0a\0"
-                                              "0\0",
-                                              7)
-                                       .leftJustified(16, '\0'));
+            QCOMPARE(host->dump(), HostProcess::reported("2.0a"));
 
         const QStringList needed = differs ? neededFiles(state) : QStringList();
         QCOMPARE(scene.requests(*m_nginx), QStringList{"index.txt"} + needed);
@@ -233,14 +176,14 @@ private Q_SLOTS:
         Tree expected = installed;
         for (const QString& name : needed)
             expected[name] = published[name];
-        QCOMPARE(release::differences(release::read(scene.installDir), expected), QStringList());
+        QCOMPARE(scene.differencesFrom(expected), QString());
         for (const QString& name : needed) {
-            const bool executable = name == exeName || name.endsWith(".icns");
-            QCOMPARE(files::mode(scene.installDir + '/' + name), executable ? 0755u : 0644u);
+            const bool executable = name == Scene::exeName || name.endsWith(".icns");
+            QCOMPARE(files::mode(scene.installedPath(name)), executable ? 0755u : 0644u);
         }
 
         // The directory stays when there was nothing to move out of it.
-        QStringList left{"keep", "velmora_cl_2.0a.dat"};
+        QStringList left{"velmora_cl_2.0a.dat"};
         if (differs && needed.isEmpty())
             left.append("wUpEditor2.0a/");
         QCOMPARE(scene.leftBehind(), left);
@@ -248,7 +191,7 @@ private Q_SLOTS:
                  QByteArray("News of 2.0a").toBase64());
 
         const QStringList started =
-            differs ? expectedStart(scene, exe, needed.contains(exeName)) : QStringList();
+            differs ? expectedStart(scene, exe, needed.contains(Scene::exeName)) : QStringList();
         QTRY_COMPARE(scene.program.starts(), started);
         // A program that was started waits for leave, so that one too many would be seen.
         QCOMPARE(processes::mentioning(scene.dir.path()).size(), started.size());
@@ -260,39 +203,32 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("installedVersion");
         QTest::addColumn<QStringList>("buildOptions");
-        QTest::addColumn<QByteArray>("report");
-        const QByteArray optional("2.0a\0"
-                                  "0\0",
-                                  7);
-        const QByteArray required("2.0a\0"
-                                  "1\0",
-                                  7);
-        QTest::newRow("older installed") << "1.0" << QStringList() << optional;
-        QTest::newRow("same installed") << "2.0a" << QStringList() << optional;
-        QTest::newRow("same in another case") << "2.0A" << QStringList() << optional;
-        QTest::newRow("newer installed") << "3.0" << QStringList() << optional;
-        QTest::newRow("required") << "1.0" << QStringList{"-r"} << required;
+        QTest::addColumn<bool>("required");
+        row("older installed", QString("1.0"), QStringList(), false);
+        row("same installed", QString("2.0a"), QStringList(), false);
+        row("same in another case", QString("2.0A"), QStringList(), false);
+        row("newer installed", QString("3.0"), QStringList(), false);
+        row("required", QString("1.0"), QStringList{"-r"}, true);
     }
 
     void checkReportsAndEnds()
     {
         QFETCH(QString, installedVersion);
         QFETCH(QStringList, buildOptions);
-        QFETCH(QByteArray, report);
-        Scene scene(m_root->path());
+        QFETCH(bool, required);
+        ServedScene scene(*m_root);
         scene.publish(publishedTree(scene.program), "2.0a", buildOptions);
         const auto host = scene.startHost();
 
         // With everything an update would need, too: the check ends all the same.
         scene.program.install(scene.dir / "bin/Editor", "Editor");
-        QCOMPARE(scene.run({"-c", "-u", "-n", "Editor", "-v", installedVersion, "-l",
-                            scene.indexUrl(*m_nginx), "-s", host->key(), "-d", scene.installDir,
-                            "-x", scene.dir / "bin/Editor"}),
-                 0);
+        scene.installedVersion = installedVersion;
+        scene.exe = scene.dir / "bin/Editor";
+        QCOMPARE(scene.update(scene.indexUrl(*m_nginx), {"-c", "-s", host->key()}), 0);
 
-        QCOMPARE(host->dump(), report.leftJustified(16, '\0'));
+        QCOMPARE(host->dump(), HostProcess::reported("2.0a", required));
         QCOMPARE(scene.requests(*m_nginx), QStringList{"index.txt"});
-        QCOMPARE(scene.leftBehind(), QStringList({"keep", "velmora_cl_2.0a.dat"}));
+        QCOMPARE(scene.leftBehind(), QStringList{"velmora_cl_2.0a.dat"});
         QCOMPARE(files::read(scene.tmpDir + "/velmora_cl_2.0a.dat"),
                  QByteArray("News of 2.0a").toBase64());
         QCOMPARE(files::list(scene.installDir), QStringList());
@@ -301,47 +237,41 @@ private Q_SLOTS:
 
     void checkOfAMissingVersionFileReportsAnEmptyVersion()
     {
-        Scene scene(m_root->path());
-        const auto host = scene.startHost();
-        QCOMPARE(scene.run({"-c", "-n", "Editor", "-v", "1.0", "-l", scene.indexUrl(*m_nginx), "-s",
-                            host->key()}),
-                 0);
-        QCOMPARE(host->dump(), QByteArray("\0"
-                                          "0\0",
-                                          3)
-                                   .leftJustified(16, '\0'));
-        QCOMPARE(scene.leftBehind(), QStringList{"keep"});
+        ServedScene scene(*m_root);
+        QCOMPARE(scene.check(scene.indexUrl(*m_nginx)), HostProcess::reported(""));
+        QCOMPARE(scene.leftBehind(), QStringList());
     }
 
     void unreadableVersionFileStartsTheProgramAgain()
     {
-        Scene scene(m_root->path());
-        scene.program.install(scene.dir / "bin/Editor", "Editor");
-        QCOMPARE(scene.update(*m_nginx, "1.0", {"-x", scene.dir / "bin/Editor"}), 0);
+        ServedScene scene(*m_root);
+        scene.exe = scene.dir / "bin/Editor";
+        scene.program.install(scene.exe, "Editor");
+        QCOMPARE(scene.update(scene.indexUrl(*m_nginx)), 0);
         QCOMPARE(scene.requests(*m_nginx), QStringList{"index.txt"});
         QCOMPARE(files::list(scene.installDir), QStringList());
-        QCOMPARE(scene.leftBehind(), QStringList({"keep", "wUp/"}));
+        QCOMPARE(scene.leftBehind(), QStringList{"wUp/"});
         QTRY_COMPARE(scene.program.starts(), QStringList{"Editor|" + (scene.dir / "bin") + "|"});
     }
 
     void secondUpdateFindsNothingToDo()
     {
-        Scene scene(m_root->path());
+        ServedScene scene(*m_root);
         scene.publish(publishedTree(scene.program), "2.0a");
-        QCOMPARE(scene.update(*m_nginx, "1.0"), 0);
+        QCOMPARE(scene.update(scene.indexUrl(*m_nginx)), 0);
         QTRY_COMPARE(scene.program.starts().size(), 1);
-        QCOMPARE(scene.update(*m_nginx, "1.0"), 0);
+        QCOMPARE(scene.update(scene.indexUrl(*m_nginx)), 0);
         QCOMPARE(scene.requests(*m_nginx),
                  QStringList{"index.txt"} + neededFiles(State::Empty) + QStringList{"index.txt"});
     }
 
     void largeOldInstallationBecomesTheRelease()
     {
-        Scene scene(m_root->path());
+        ServedScene scene(*m_root);
         Tree published = largeTree();
-        published[exeName] = scene.program.script("Editor 2.0");
+        published[Scene::exeName] = scene.program.script("Editor 2.0");
         scene.publish(published, "2.0");
-        files::setMode(scene.releaseDir + '/' + exeName, 0755);
+        files::setMode(scene.releaseDir + '/' + Scene::exeName, 0755);
         for (const QString& name :
              files::list(scene.releaseDir).filter(".icns", Qt::CaseInsensitive))
             files::setMode(scene.releaseDir + '/' + name, 0755);
@@ -352,8 +282,8 @@ private Q_SLOTS:
         Tree installed = published;
         Tree dropped;
         for (auto file = published.begin(); file != published.end(); ++file, ++number) {
-            if (file.key() == exeName) {
-                installed[exeName] = scene.program.script("Editor 1.0");
+            if (file.key() == Scene::exeName) {
+                installed[Scene::exeName] = scene.program.script("Editor 1.0");
                 ++changed;
             } else if (number % 4 == 1) {
                 installed[file.key()] += "older";
@@ -369,40 +299,39 @@ private Q_SLOTS:
         scene.install(installed);
         for (const QString& name :
              files::list(scene.installDir).filter(".icns", Qt::CaseInsensitive))
-            files::setMode(scene.installDir + '/' + name, 0755);
+            files::setMode(scene.installedPath(name), 0755);
         release::lay(dropped, scene.installDir);
 
-        QCOMPARE(scene.update(*m_nginx, "1.0"), 0);
+        QCOMPARE(scene.update(scene.indexUrl(*m_nginx)), 0);
 
         QCOMPARE(scene.requests(*m_nginx).size(), 1 + changed + missing);
         Tree expected = published;
         for (auto file = dropped.begin(); file != dropped.end(); ++file)
             expected[file.key()] = file.value();
-        QCOMPARE(release::differences(release::read(scene.installDir), expected), QStringList());
+        QCOMPARE(scene.differencesFrom(expected), QString());
         for (const QString& name : published.keys())
-            QVERIFY2(files::mode(scene.installDir + '/' + name) ==
+            QVERIFY2(files::mode(scene.installedPath(name)) ==
                          files::mode(scene.releaseDir + '/' + name),
                      qPrintable(name));
-        QCOMPARE(scene.leftBehind(), QStringList({"keep", "velmora_cl_2.0.dat"}));
-        QTRY_COMPARE_WITH_TIMEOUT(
-            scene.program.starts(),
-            QStringList{"Editor 2.0|" + scene.installDir + "/Contents/MacOS|"}, 30000);
+        QCOMPARE(scene.leftBehind(), QStringList{"velmora_cl_2.0.dat"});
+        QTRY_COMPARE_WITH_TIMEOUT(scene.program.starts(), QStringList{scene.startOf("Editor 2.0")},
+                                  30000);
     }
 
 private:
-    static QStringList exeOption(const Scene& scene, Exe exe)
+    static QString exeOf(const Scene& scene, Exe exe)
     {
         switch (exe) {
         case Exe::None:
-            return {};
+            return QString();
         case Exe::Bundle:
-            return {"-x", scene.installDir + '/' + exeName};
+            return scene.installedPath(Scene::exeName);
         case Exe::Other:
-            return {"-x", scene.dir / "other/Other"};
+            return scene.dir / "other/Other";
         case Exe::Missing:
-            return {"-x", scene.dir / "nowhere/Editor"};
+            return scene.dir / "nowhere/Editor";
         }
-        return {};
+        return QString();
     }
 
     /// The one program that is started after an installation, if any.
@@ -412,7 +341,7 @@ private:
             return {"Other|" + (scene.dir / "other") + "|"};
         if (exe != Exe::Bundle && !bundleExeArrived)
             return {};
-        return {"Editor 2.0a|" + scene.installDir + "/Contents/MacOS|"};
+        return {scene.startOf("Editor 2.0a")};
     }
 
     /// 2,001 files of many sizes in 50 directories, with names that sort in unusual ways.

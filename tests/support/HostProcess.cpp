@@ -74,6 +74,12 @@ bool HostProcess::segmentExists(const QString& key)
     return segment.attach(QSharedMemory::ReadOnly);
 }
 
+QByteArray HostProcess::reported(const QByteArray& version, bool required, int size)
+{
+    const QByteArray report = version + '\0' + (required ? '1' : '0');
+    return report.leftJustified(qMax(size, static_cast<int>(report.size())), '\0');
+}
+
 bool HostProcess::start(const QStringList& arguments)
 {
     m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);

@@ -72,6 +72,9 @@ public:
     /// True when someone can attach to a segment under @p key.
     static bool segmentExists(const QString& key);
 
+    /// Returns what a report of @p version leaves in a segment of @p size bytes.
+    static QByteArray reported(const QByteArray& version, bool required = false, int size = 16);
+
     /// Returns what is in a segment of @p size bytes that nobody has written to.
     static QByteArray untouched(int size) { return QByteArray(size, '\xAA'); }
 
