@@ -4,23 +4,17 @@
 // Runs that show a message box happen inside the test, each in a process of its own; all others are
 // runs of the real executable.
 
-#include "updater/Updater.h"
-
 #include "tests/support/Authority.h"
 #include "tests/support/HttpServer.h"
 #include "tests/support/MessageBoxes.h"
 #include "tests/support/Nginx.h"
 #include "tests/support/OwnProcess.h"
-#include "tests/support/RelaunchedProgram.h"
 #include "tests/support/Relay.h"
-#include "tests/support/Release.h"
-#include "tests/support/ReleaseTree.h"
+#include "tests/support/Scene.h"
 #include "tests/support/TestMain.h"
-#include "tests/support/UpdaterProcess.h"
 
 #include <QSslConfiguration>
 #include <QStandardPaths>
-#include <QTimer>
 
 #include <memory>
 
@@ -30,11 +24,6 @@ namespace {
 constexpr bool http2IsOffered = QT_VERSION >= QT_VERSION_CHECK(6, 0, 0);
 
 #define NO_HTTP2 "Qt 5.15 does not offer HTTP/2"
-
-/// Stands for the exit status of a run that did not end by itself.
-constexpr int endless = 124;
-
-const char* const exeName = "Contents/MacOS/Editor";
 
 /// The second file of the release, to which things happen, and how large it and the first are.
 const char* const victim = "b.bin";
@@ -94,100 +83,23 @@ QString warningWithCode(int code)
         .arg(code);
 }
 
-/// A publisher, and a user with an old installation.
-class Scene
+/// A published release, and an old installation.
+class Http2Scene : public Scene
 {
 public:
-    Scene()
+    /// The release has @p further files besides those that most tests look at.
+    explicit Http2Scene(const Tree& further = {})
     {
-        published = {{"a.bin", QByteArray(firstSize, 'a')},
-                     {victim, QByteArray(victimSize, 'b')},
-                     {exeName, program.script("Editor 2.0")},
-                     {"empty.txt", ""},
-                     {"last.bin", QByteArray(3000000, 'l')}};
-        release::lay(installed, installDir);
-        files::write(tmpDir + "/keep", ""); // Else an emptied temporary directory would go, too.
+        Tree tree{{"a.bin", QByteArray(firstSize, 'a')},
+                  {victim, QByteArray(victimSize, 'b')},
+                  {exeName, program.script("Editor 2.0")},
+                  {"empty.txt", ""},
+                  {"last.bin", QByteArray(3000000, 'l')}};
+        for (auto file = further.begin(); file != further.end(); ++file)
+            tree.insert(file.key(), file.value());
+        publish(tree);
+        install({{"a.bin", "old"}, {"own.txt", "not in the release"}});
     }
-
-    void publish() const
-    {
-        release::lay(published, releaseDir);
-        release::describe(releaseDir, "Editor", "2.0");
-    }
-
-    /// What an update asks for, in this order.
-    QStringList wantedPaths() const
-    {
-        QStringList paths{"/index.txt"};
-        const QString index = QString::fromLatin1(files::read(releaseDir + "/index.txt"));
-        const QVector<ProgramFile> entries = tree::entriesOf(index);
-        for (const ProgramFile& entry : entries)
-            paths.append('/' + entry.name);
-        return paths;
-    }
-
-    /// Puts all of it onto @p server.
-    void serveFrom(HttpServer& server) const
-    {
-        server.serve("/index.txt", HttpReply::ok(files::read(releaseDir + "/index.txt")));
-        for (auto file = published.begin(); file != published.end(); ++file)
-            server.serve('/' + file.key(), HttpReply::ok(file.value()));
-    }
-
-    QStringList options(const QString& url) const
-    {
-        return {"-u", "-n", "Editor", "-d", installDir, "-v", "1.0", "-l", url};
-    }
-
-    /// Updates inside the test's process. @return The exit status; endless when it has not ended.
-    int updateHere(const QString& url) const
-    {
-        const ScopedTmpDir tmp(tmpDir);
-        Updater updater("Editor", installDir, "1.0", url, QString(), QString());
-        bool ended = true;
-        QTimer::singleShot(60000, &updater, [&ended] {
-            ended = false;
-            QCoreApplication::exit(endless);
-        });
-        QTimer::singleShot(0, &updater, [&updater] { updater.start(false); });
-        const int status = QCoreApplication::exec();
-        return ended ? status : endless;
-    }
-
-    /// What differs from a finished update; nothing when nothing does.
-    QString missingOfTheUpdate() const
-    {
-        Tree expected = installed;
-        for (auto file = published.begin(); file != published.end(); ++file)
-            expected[file.key()] = file.value();
-        QStringList lines = release::differences(release::read(installDir), expected);
-        if (files::list(tmpDir) != QStringList{"keep"})
-            lines += "in the temporary directory: " + files::list(tmpDir).join(' ');
-        if (!QTest::qWaitFor([this] { return !program.starts().isEmpty(); }, 30000))
-            lines += "the program was not started";
-        return lines.join('\n');
-    }
-
-    /// What differs from an update that has saved @p saved and installed nothing.
-    QString tracesBesides(const QStringList& saved) const
-    {
-        Tree expected;
-        for (const QString& name : saved)
-            expected[name] = published[name];
-        QStringList lines = release::differences(release::read(installDir), installed);
-        lines += release::differences(release::read(tmpDir + "/wUpEditor2.0"), expected);
-        if (!program.starts().isEmpty())
-            lines += "the program was started";
-        return lines.join('\n');
-    }
-
-    const TestDir dir;
-    const QString releaseDir = dir / "release";
-    const QString installDir = dir / "installed";
-    const QString tmpDir = dir / "tmp";
-    const RelaunchedProgram program;
-    const Tree installed{{"a.bin", "old"}, {"own.txt", "not in the release"}};
-    Tree published;
 };
 
 /// What breaks a transfer.
@@ -232,28 +144,25 @@ private Q_SLOTS:
     void updateUsesHttp2WhereQtOffersIt()
     {
         QFETCH(QByteArray, rules);
-        const Scene scene;
-        scene.publish();
+        Http2Scene scene;
         const auto server = serve(rootAt(scene.releaseDir) + rules);
-        UpdaterProcess updater;
-        QCOMPARE(run(updater, scene, server->url("/index.txt")), 0);
+        QCOMPARE(run(scene, server->url("/index.txt")), 0);
         QCOMPARE(protocolsOf(*server), QStringList{http2IsOffered ? "HTTP/2.0" : "HTTP/1.1"});
         QCOMPARE(server->requests(), scene.wantedPaths());
         QCOMPARE(requestsPerConnection(*server), QList<int>{6});
         QCOMPARE(scene.missingOfTheUpdate(), QString());
-        QCOMPARE(updater.output(), QByteArray());
+        QCOMPARE(scene.updater.output(), QByteArray());
     }
 
     void moreThanAThousandFilesComeOverOneConnection()
     {
         constexpr int fileCount = 1100;
-        Scene scene;
-        for (int i = 0; scene.published.size() < fileCount; ++i)
-            scene.published[QString("many/%1.txt").arg(i)] = QByteArray::number(i);
-        scene.publish();
+        Tree further;
+        for (int i = 0; i < fileCount - 5; ++i)
+            further.insert(QString("many/%1.txt").arg(i), QByteArray::number(i));
+        Http2Scene scene(further);
         const auto server = serve(rootAt(scene.releaseDir) + "keepalive_requests 10000;");
-        UpdaterProcess updater;
-        QCOMPARE(run(updater, scene, server->url("/index.txt")), 0);
+        QCOMPARE(run(scene, server->url("/index.txt")), 0);
         QCOMPARE(protocolsOf(*server), QStringList{http2IsOffered ? "HTTP/2.0" : "HTTP/1.1"});
         QCOMPARE(server->requests(), scene.wantedPaths());
         QCOMPARE(requestsPerConnection(*server), QList<int>{fileCount + 1});
@@ -266,23 +175,20 @@ private Q_SLOTS:
     {
         if (!http2IsOffered)
             QSKIP(NO_HTTP2);
-        const Scene scene;
-        scene.publish();
+        Http2Scene scene;
         const QByteArray index = files::read(scene.releaseDir + "/index.txt");
         HttpServer upstream;
         upstream.serve("/index.txt",
                        HttpReply::cutShort(index, static_cast<int>(index.size()) / 2));
         const auto server = serve(passedTo(upstream));
-        scene.program.install(scene.dir / "bin/Editor", "Editor 1.0");
-        UpdaterProcess updater;
-        QCOMPARE(run(updater, scene, server->url("/index.txt"), {"-x", scene.dir / "bin/Editor"}),
-                 0);
+        scene.exe = scene.dir / "bin/Editor";
+        scene.program.install(scene.exe, "Editor 1.0");
+        QCOMPARE(run(scene, server->url("/index.txt")), 0);
         QCOMPARE(protocolsOf(*server), QStringList{"HTTP/2.0"});
         QCOMPARE(server->requests(), QStringList{"/index.txt"});
         QTRY_COMPARE(scene.program.starts(),
                      QStringList{"Editor 1.0|" + (scene.dir / "bin") + "|"});
-        QCOMPARE(release::differences(release::read(scene.installDir), scene.installed).join('\n'),
-                 QString());
+        QCOMPARE(scene.differencesFrom(scene.installed), QString());
     }
 
     void fileOfABrokenStreamIsFetchedAgain_data()
@@ -297,8 +203,7 @@ private Q_SLOTS:
         if (!http2IsOffered)
             QSKIP(NO_HTTP2);
         QFETCH(int, times);
-        const Scene scene;
-        scene.publish();
+        Http2Scene scene;
         HttpServer upstream;
         scene.serveFrom(upstream);
         const QByteArray body = scene.published[victim];
@@ -310,8 +215,7 @@ private Q_SLOTS:
         }
         upstream.serveInTurn(pathOfVictim(), replies << HttpReply::ok(body));
         const auto server = serve(passedTo(upstream));
-        UpdaterProcess updater;
-        QCOMPARE(run(updater, scene, server->url("/index.txt")), 0);
+        QCOMPARE(run(scene, server->url("/index.txt")), 0);
         QCOMPARE(server->requests(), paths);
         QCOMPARE(requestsPerConnection(*server), QList<int>{static_cast<int>(paths.size())});
         QCOMPARE(scene.missingOfTheUpdate(), QString());
@@ -335,13 +239,11 @@ private Q_SLOTS:
             QSKIP(NO_HTTP2);
         QFETCH(Relay::Ending, ending);
         QFETCH(int, times);
-        const Scene scene;
-        scene.publish();
+        Http2Scene scene;
         const auto server = serve(rootAt(scene.releaseDir));
         Relay relay(server->port());
         relay.cut(cuts(times), ending);
-        UpdaterProcess updater;
-        QCOMPARE(run(updater, scene, through(relay)), 0);
+        QCOMPARE(run(scene, through(relay)), 0);
         QStringList paths = scene.wantedPaths();
         for (int i = 0; i < times; ++i)
             paths.insert(paths.indexOf(pathOfVictim()), pathOfVictim());
@@ -371,8 +273,7 @@ private Q_SLOTS:
         QFETCH(Break, cause);
         QFETCH(int, code);
         trustAuthorityHere();
-        const Scene scene;
-        scene.publish();
+        Http2Scene scene;
         HttpServer upstream;
         scene.serveFrom(upstream);
         upstream.serve(pathOfVictim(),
@@ -414,17 +315,15 @@ private Q_SLOTS:
     {
         QFETCH(bool, endIsHidden);
         constexpr int perConnection = 3;
-        const Scene scene;
-        scene.publish();
+        Http2Scene scene;
         const auto server = serve(rootAt(scene.releaseDir) + "ssl_protocols TLSv1.2;" +
                                   "keepalive_requests " + QByteArray::number(perConnection) + ";");
         Relay relay(server->port());
         if (endIsHidden)
             relay.hideEnds();
-        UpdaterProcess updater;
-        start(updater, scene, through(relay));
+        start(scene, through(relay));
 
-        const bool ended = endsOrStays(updater, *server);
+        const bool ended = endsOrStays(scene.updater, *server);
 
         if (!http2IsOffered)
             QVERIFY(ended);
@@ -432,7 +331,7 @@ private Q_SLOTS:
             QVERIFY(!ended);
         const QStringList requests = server->requests();
         if (ended) {
-            QCOMPARE(updater.exitStatus(), 0);
+            QCOMPARE(scene.updater.exitStatus(), 0);
             QCOMPARE(requests, scene.wantedPaths());
             QCOMPARE(requestsPerConnection(*server), QList<int>({perConnection, perConnection}));
             QCOMPARE(scene.missingOfTheUpdate(), QString());
@@ -474,21 +373,17 @@ private:
         QSslConfiguration::setDefaultConfiguration(configuration);
     }
 
-    /// Starts @p updater where the one authority is trusted.
-    void start(UpdaterProcess& updater, const Scene& scene, const QString& url,
-               const QStringList& furtherOptions = {}) const
+    /// Starts an update where the one authority is trusted.
+    void start(Scene& scene, const QString& url) const
     {
-        updater.setWrapper(m_command);
-        updater.setEnvironment("TMPDIR", scene.tmpDir);
-        updater.start(scene.options(url) + furtherOptions);
+        scene.updater.setWrapper(m_command);
+        scene.updater.start(scene.updateOptions(url));
     }
 
-    int run(UpdaterProcess& updater, const Scene& scene, const QString& url,
-            const QStringList& furtherOptions = {}) const
+    int run(Scene& scene, const QString& url) const
     {
-        start(updater, scene, url, furtherOptions);
-        updater.waitForEnd();
-        return updater.exitStatus();
+        scene.updater.setWrapper(m_command);
+        return scene.update(url);
     }
 
     /// Waits until @p updater has ended, or asks @p server for nothing more.

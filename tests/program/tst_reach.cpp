@@ -1,13 +1,11 @@
 // What the program touches at all: every path that a run opens for writing, makes, moves, removes
-// or changes the mode of, told by the system itself.
+// or changes the mode of, as the system reports it.
 
-#include "tests/support/HostProcess.h"
 #include "tests/support/HttpServer.h"
-#include "tests/support/RelaunchedProgram.h"
-#include "tests/support/Release.h"
+#include "tests/support/Row.h"
+#include "tests/support/Scene.h"
 #include "tests/support/SystemCalls.h"
 #include "tests/support/TestMain.h"
-#include "tests/support/UpdaterProcess.h"
 
 #include <QRegularExpression>
 
@@ -15,56 +13,48 @@
 
 namespace {
 
-const char* const exeName = "Contents/MacOS/Editor";
-
 bool isBelow(const QString& path, const QString& directory)
 {
     return path.startsWith(directory + '/') && !path.contains("/../") && !path.endsWith("/..");
 }
 
-/// A user's machine as the updater sees it, and everything it asks of the system.
-struct Scene
+/// A scene, and everything that its updater asks of the system.
+class TracedScene : public Scene
 {
-    Scene()
+public:
+    TracedScene()
     {
-        for (const QString& directory : {baseDir, tmpDir, runtimeDir, dir / "home"})
+        for (const QString& directory : {runtimeDir, dir / "home"})
             files::makeDirectory(directory);
         files::setMode(runtimeDir, 0700);
-        files::write(tmpDir + "/keep", ""); // Else an emptied temporary directory would go, too.
         // Qt's font library keeps a cache: without fonts there is none to be written.
         files::write(dir / "fonts.conf", "<fontconfig/>");
         updater.setEnvironment("FONTCONFIG_FILE", dir / "fonts.conf");
         updater.setEnvironment("HOME", dir / "home");
-        updater.setEnvironment("TMPDIR", tmpDir);
         updater.setEnvironment("XDG_RUNTIME_DIR", runtimeDir);
         // Leaks cannot be looked for in a process that is traced.
         updater.setEnvironment("ASAN_OPTIONS", "detect_leaks=0");
         updater.setWrapper(calls.command());
     }
 
-    ~Scene()
+    ~TracedScene()
     {
         if (!updater.isRunning())
             return;
         calls.killProgram();
         updater.waitForEnd();
     }
-    Q_DISABLE_COPY(Scene)
+    Q_DISABLE_COPY(TracedScene)
 
+    /// Publishes @p tree on the scene's server.
     void publish(const Tree& tree)
     {
-        release::lay(tree, dir / "release");
         files::write(dir / "CHANGES.txt", "news");
-        release::describe(dir / "release", "Editor", "2.0", {"--changelog", dir / "CHANGES.txt"});
-        server.serve("/index.txt", HttpReply::ok(files::read(dir / "release/index.txt")));
-        for (auto file = tree.begin(); file != tree.end(); ++file)
-            server.serve('/' + file.key(), HttpReply::ok(file.value()));
+        Scene::publish(tree, "2.0", {"--changelog", dir / "CHANGES.txt"});
+        serveFrom(server);
     }
 
-    QStringList updateOptions() const
-    {
-        return {"-u", "-n", "Editor", "-d", baseDir, "-v", "1.0", "-l", server.url("/index.txt")};
-    }
+    QString indexUrl() const { return server.url("/index.txt"); }
 
     /// The changes that lie elsewhere than they may, one line each. Qt makes sure that the
     /// runtime directory is there; the base directory is made if it is missing; with the download
@@ -76,8 +66,8 @@ struct Scene
             const bool allowed =
                 !call.paths.isEmpty() &&
                 std::all_of(call.paths.begin(), call.paths.end(), [&](const QString& path) {
-                    return isBelow(path, baseDir) || isBelow(path, tmpDir) ||
-                           (call.name == "mkdir" && (path == runtimeDir || path == baseDir)) ||
+                    return isBelow(path, installDir) || isBelow(path, tmpDir) ||
+                           (call.name == "mkdir" && (path == runtimeDir || path == installDir)) ||
                            (call.name == "rmdir" && path == tmpDir);
                 });
             if (!allowed)
@@ -121,17 +111,13 @@ struct Scene
 
     QString serverAddress() const { return server.url("").remove("http://"); }
 
-    const TestDir dir;
-    const QString baseDir = dir / "installed";
-    const QString tmpDir = dir / "tmp";
     const QString runtimeDir = dir / "run";
     const SystemCalls calls;
     HttpServer server;
-    UpdaterProcess updater;
 };
 
 /// The programs that were started, the updater first.
-QStringList startedPrograms(const Scene& scene)
+QStringList startedPrograms(const TracedScene& scene)
 {
     QStringList programs;
     for (const SystemCall& call : scene.calls.named("execve"))
@@ -158,47 +144,30 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("script");
         QTest::addColumn<QString>("stray");
-        QTest::newRow("file made") << ">new"
-                                   << "new";
-        QTest::newRow("file written") << "echo x >>old"
-                                      << "old";
-        QTest::newRow("file moved away") << "mv old \"$TMPDIR/x\""
-                                         << "old";
-        QTest::newRow("file moved there") << "mv \"$TMPDIR/keep\" new"
-                                          << "new";
-        QTest::newRow("file removed") << "rm old"
-                                      << "old";
-        QTest::newRow("file cut") << "truncate -s 0 old"
-                                  << "old";
-        QTest::newRow("mode changed") << "chmod 700 old"
-                                      << "old";
-        QTest::newRow("owner changed") << "chown \"$(id -u)\" old"
-                                       << "old";
-        QTest::newRow("time changed") << "touch -c old"
-                                      << "old";
-        QTest::newRow("link made") << "ln old new"
-                                   << "new";
-        QTest::newRow("symbolic link made") << "ln -s old new"
-                                            << "new";
-        QTest::newRow("pipe made") << "mkfifo new"
-                                   << "new";
-        QTest::newRow("directory made") << "mkdir new"
-                                        << "new";
-        QTest::newRow("directory removed") << "rmdir empty"
-                                           << "empty";
-        QTest::newRow("the temporary directory left by dots") << "mkdir \"$TMPDIR/../new\""
-                                                              << "new";
-        QTest::newRow("what a child does") << "(mkdir new)"
-                                           << "new";
-        QTest::newRow("what fails") << "mkdir missing/new"
-                                    << "missing/new";
+        row("file made", ">new", "new");
+        row("file written", "echo x >>old", "old");
+        row("file moved away", "mv old \"$TMPDIR/x\"", "old");
+        row("file moved there", "mv \"$TMPDIR/keep\" new", "new");
+        row("file removed", "rm old", "old");
+        row("file cut", "truncate -s 0 old", "old");
+        row("mode changed", "chmod 700 old", "old");
+        row("owner changed", "chown \"$(id -u)\" old", "old");
+        row("time changed", "touch -c old", "old");
+        row("link made", "ln old new", "new");
+        row("symbolic link made", "ln -s old new", "new");
+        row("pipe made", "mkfifo new", "new");
+        row("directory made", "mkdir new", "new");
+        row("directory removed", "rmdir empty", "empty");
+        row("the temporary directory left by dots", "mkdir \"$TMPDIR/../new\"", "new");
+        row("what a child does", "(mkdir new)", "new");
+        row("what fails", "mkdir missing/new", "missing/new");
     }
 
     void straysAreSeen()
     {
         QFETCH(QString, script);
         QFETCH(QString, stray);
-        Scene scene;
+        TracedScene scene;
         const QString outside = scene.dir / "outside";
         files::write(outside + "/old", "old");
         files::makeDirectory(outside + "/empty");
@@ -215,7 +184,7 @@ private Q_SLOTS:
 
     void changesInsideAreNoStrays()
     {
-        Scene scene;
+        TracedScene scene;
         scene.updater.setWrapper(
             scene.calls.command() +
             QStringList{"sh", "-c", "echo a >\"$TMPDIR/a\"; read line <\"$TMPDIR/a\"; [ -e / ]"});
@@ -228,14 +197,14 @@ private Q_SLOTS:
 
     void buildWritesTheVersionFileOnly()
     {
-        Scene scene;
-        release::lay({{exeName, "program"}, {"sub/data.bin", "data"}}, scene.baseDir);
+        TracedScene scene;
+        scene.install({{Scene::exeName, "program"}, {"sub/data.bin", "data"}});
         files::write(scene.dir / "CHANGES.txt", "news");
-        QCOMPARE(scene.updater.run({"-b", "-n", "Editor", "-d", scene.baseDir, "-v", "2.0",
+        QCOMPARE(scene.updater.run({"-b", "-n", "Editor", "-d", scene.installDir, "-v", "2.0",
                                     "--changelog", scene.dir / "CHANGES.txt"}),
                  0);
         QCOMPARE(scene.strayChanges(), QString());
-        QCOMPARE(scene.changedBelow(scene.baseDir), QStringList{"index.txt"});
+        QCOMPARE(scene.changedBelow(scene.installDir), QStringList{"index.txt"});
         QCOMPARE(scene.changedBelow(scene.tmpDir), QStringList());
         QCOMPARE(scene.peers(), QStringList());
         QCOMPARE(startedPrograms(scene), QStringList{UPDATER_EXECUTABLE});
@@ -243,19 +212,11 @@ private Q_SLOTS:
 
     void checkWritesTheChangelogFileAndTheSegmentOnly()
     {
-        Scene scene;
+        TracedScene scene;
         scene.publish({{"a.bin", "a"}});
-        std::unique_ptr<HostProcess> host;
-        {
-            const ScopedTmpDir tmp(scene.tmpDir);
-            host = std::make_unique<HostProcess>(16);
-        }
-        QCOMPARE(scene.updater.run({"-c", "-n", "Editor", "-v", "1.0", "-l",
-                                    scene.server.url("/index.txt"), "-s", host->key()}),
-                 0);
-        QCOMPARE(host->dump().left(3), QByteArray("2.0"));
+        QCOMPARE(scene.check(scene.indexUrl()), HostProcess::reported("2.0"));
         QCOMPARE(scene.strayChanges(), QString());
-        QCOMPARE(scene.changedBelow(scene.baseDir), QStringList());
+        QCOMPARE(scene.changedBelow(scene.installDir), QStringList());
         // The lock's key file lies in the temporary directory.
         const QStringList changed = scene.changedBelow(scene.tmpDir);
         QCOMPARE(changed.filter("velmora_cl_"), QStringList{"velmora_cl_2.0.dat"});
@@ -272,28 +233,27 @@ private Q_SLOTS:
 
     void updateStaysInTheTwoDirectories()
     {
-        const RelaunchedProgram program;
-        Scene scene;
-        scene.publish({{exeName, program.script("Editor 2.0")},
+        TracedScene scene;
+        scene.publish({{Scene::exeName, scene.program.script("Editor 2.0")},
                        {"Contents/Resources/Editor.icns", "icon"},
                        {"Contents/Resources/same.bin", "same"},
                        {"old.bin", "new"},
                        {"sub/deep/new.bin", "new"}});
-        release::lay({{"Contents/Resources/same.bin", "same"}, {"old.bin", "old"}}, scene.baseDir);
-        QCOMPARE(scene.updater.run(scene.updateOptions()), 0);
-        QTRY_COMPARE(program.starts().size(), 1);
+        scene.install({{"Contents/Resources/same.bin", "same"}, {"old.bin", "old"}});
+        QCOMPARE(scene.update(scene.indexUrl()), 0);
+        QTRY_COMPARE(scene.program.starts().size(), 1);
 
         QCOMPARE(scene.strayChanges(), QString());
         const QStringList installed{"Contents",
                                     "Contents/MacOS",
-                                    exeName,
+                                    Scene::exeName,
                                     "Contents/Resources",
                                     "Contents/Resources/Editor.icns",
                                     "old.bin",
                                     "sub",
                                     "sub/deep",
                                     "sub/deep/new.bin"};
-        for (const QString& name : scene.changedBelow(scene.baseDir))
+        for (const QString& name : scene.changedBelow(scene.installDir))
             QVERIFY2(installed.contains(name), qPrintable(name));
         for (const QString& name : scene.changedBelow(scene.tmpDir))
             QVERIFY2(name == "velmora_cl_2.0.dat" || name == "wUpEditor2.0" ||
@@ -301,20 +261,19 @@ private Q_SLOTS:
                      qPrintable(name));
         QCOMPARE(scene.peers(), QStringList{scene.serverAddress()});
         QCOMPARE(startedPrograms(scene),
-                 QStringList({UPDATER_EXECUTABLE, scene.baseDir + '/' + exeName}));
+                 QStringList({UPDATER_EXECUTABLE, scene.installedPath(Scene::exeName)}));
     }
 
     void programOutsideIsStartedAndNotTouched()
     {
-        const RelaunchedProgram program;
-        Scene scene;
-        const QString exe = scene.dir / "elsewhere/Editor";
-        program.install(exe, "Editor");
-        scene.publish({{exeName, "no program"}});
-        QCOMPARE(scene.updater.run(scene.updateOptions() + QStringList{"-x", exe}), 0);
-        QTRY_COMPARE(program.starts().size(), 1);
+        TracedScene scene;
+        scene.exe = scene.dir / "elsewhere/Editor";
+        scene.program.install(scene.exe, "Editor");
+        scene.publish({{Scene::exeName, "no program"}});
+        QCOMPARE(scene.update(scene.indexUrl()), 0);
+        QTRY_COMPARE(scene.program.starts().size(), 1);
         QCOMPARE(scene.strayChanges(), QString());
-        QCOMPARE(startedPrograms(scene), QStringList({UPDATER_EXECUTABLE, exe}));
+        QCOMPARE(startedPrograms(scene), QStringList({UPDATER_EXECUTABLE, scene.exe}));
     }
 
     // ---- Where it does reach further
@@ -322,13 +281,13 @@ private Q_SLOTS:
     // Emptied parents of the download directory go, whoever made them.
     void emptyTemporaryDirectoryIsRemoved()
     {
-        Scene scene;
+        TracedScene scene;
         scene.publish({{"a.bin", "new a"}});
         scene.server.serve("/index.txt",
-                           HttpReply::ok(files::read(scene.dir / "release/index.txt")
+                           HttpReply::ok(files::read(scene.releaseDir + "/index.txt")
                                              .replace("<changelog>bmV3cw==</changelog>", "")));
         QVERIFY(QFile::remove(scene.tmpDir + "/keep"));
-        QCOMPARE(scene.updater.run(scene.updateOptions()), 0);
+        QCOMPARE(scene.update(scene.indexUrl()), 0);
         QVERIFY(!QFile::exists(scene.tmpDir));
         const QString next = "rmdir(\"" + scene.dir.path() + '"';
         QVERIFY2(scene.strayChanges().startsWith(next), qPrintable(scene.strayChanges()));
@@ -339,29 +298,27 @@ private Q_SLOTS:
 
     void versionWithDotsLeadsOutside()
     {
-        Scene scene;
+        TracedScene scene;
         files::makeDirectory(scene.tmpDir + "/velmora_cl_");
         scene.server.serve("/index.txt", HttpReply::ok("<Editor><version>/../../x</version>"
                                                        "<changelog>bmV3cw==</changelog></Editor>"));
-        QCOMPARE(scene.updater.run({"-c", "-n", "Editor", "-v", "1.0", "-l",
-                                    scene.server.url("/index.txt"), "-s", "no-segment"}),
-                 0);
+        QCOMPARE(scene.check(scene.indexUrl()), HostProcess::reported("/../../x"));
         QVERIFY(!scene.strayChanges().isEmpty());
         QCOMPARE(files::read(scene.dir / "x.dat"), QByteArray("bmV3cw=="));
     }
 
     void namesWithDotsLeadOutside()
     {
-        Scene scene;
+        TracedScene scene;
         const QByteArray body = "anything";
         scene.server.serve(
             "/index.txt",
             HttpReply::ok("<Editor><version>2.0</version><file><name>../escaped.bin</name><sha1>" +
                           files::sha1(body).toLatin1() + "</sha1><size>8</size></file></Editor>"));
         scene.server.serveAllElse(HttpReply::ok(body));
-        QCOMPARE(scene.updater.run(scene.updateOptions()), 0);
+        QCOMPARE(scene.update(scene.indexUrl()), 0);
         QVERIFY(!scene.strayChanges().isEmpty());
-        QCOMPARE(files::read(scene.dir / "escaped.bin"), body);
+        QCOMPARE(files::read(scene.dir / "installed/escaped.bin"), body);
     }
 };
 

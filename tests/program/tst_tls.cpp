@@ -2,20 +2,16 @@
 // and under several that it must refuse.
 
 #include "tests/support/Authority.h"
-#include "tests/support/HostProcess.h"
 #include "tests/support/Nginx.h"
-#include "tests/support/RelaunchedProgram.h"
-#include "tests/support/Release.h"
+#include "tests/support/Row.h"
+#include "tests/support/Scene.h"
 #include "tests/support/TestMain.h"
-#include "tests/support/UpdaterProcess.h"
 
 #include <QStandardPaths>
 
 #include <memory>
 
 namespace {
-
-const char* const exeName = "Contents/MacOS/Editor";
 
 /// What is wrong with a certificate.
 enum class Flaw {
@@ -40,7 +36,7 @@ ServerCertificate selfSigned(const TestDir& dir)
 
 Tree publishedTree(const RelaunchedProgram& program)
 {
-    return {{exeName, program.script("Editor 2.0")},
+    return {{Scene::exeName, program.script("Editor 2.0")},
             {"Contents/Resources/data.bin", QByteArray(300000, 'n')},
             {"readme.txt", "of 2.0"}};
 }
@@ -71,40 +67,29 @@ private Q_SLOTS:
 
     void init()
     {
-        m_scene = std::make_unique<TestDir>();
-        m_program = std::make_unique<RelaunchedProgram>();
-        files::makeDirectory(installDir());
-        files::write(tmpDir() + "/keep", ""); // Else an emptied temporary directory would go, too.
-        release::lay(publishedTree(*m_program), releaseDir());
-        release::describe(releaseDir(), "Editor", "2.0");
+        m_scene = std::make_unique<Scene>();
+        m_scene->publish(publishedTree(m_scene->program));
+        m_scene->updater.setWrapper(m_command);
     }
 
-    void cleanup() { m_program.reset(); }
+    void cleanup() { m_scene.reset(); }
 
     void trustedServerUpdatesTheProgram()
     {
-        const Nginx server(releaseDir(), certificate(Flaw::None));
+        const Nginx server(m_scene->releaseDir, certificate(Flaw::None));
 
-        QCOMPARE(run({"-u", "-n", "Editor", "-d", installDir(), "-v", "1.0", "-l",
-                      server.url("/index.txt")}),
-                 0);
+        QCOMPARE(m_scene->update(server.url("/index.txt")), 0);
 
-        QCOMPARE(server.requests(), QStringList({"/index.txt", QString("/") + exeName,
+        QCOMPARE(server.requests(), QStringList({"/index.txt", QString("/") + Scene::exeName,
                                                  "/Contents/Resources/data.bin", "/readme.txt"}));
-        QCOMPARE(release::differences(release::read(installDir()), publishedTree(*m_program)),
-                 QStringList());
-        QCOMPARE(files::list(tmpDir()), QStringList{"keep"});
-        QTRY_COMPARE(m_program->starts(),
-                     QStringList{"Editor 2.0|" + installDir() + "/Contents/MacOS|"});
+        QCOMPARE(m_scene->missingOfTheUpdate(), QString());
+        QCOMPARE(m_scene->program.starts(), QStringList{m_scene->startOf("Editor 2.0")});
     }
 
     void trustedServerIsReported()
     {
-        const Nginx server(releaseDir(), certificate(Flaw::None));
-        QCOMPARE(checkedReport(server), QByteArray("2.0\0"
-                                                   "0\0",
-                                                   6)
-                                            .leftJustified(16, '\0'));
+        const Nginx server(m_scene->releaseDir, certificate(Flaw::None));
+        QCOMPARE(m_scene->check(server.url("/index.txt")), HostProcess::reported("2.0"));
         QCOMPARE(server.requests(), QStringList{"/index.txt"});
     }
 
@@ -115,15 +100,12 @@ private Q_SLOTS:
         QTest::addColumn<QString>("altNames");
         const QString others = "IP:127.0.0.2,DNS:downloads.example.org";
         for (const char* host : {"127.0.0.1", "localhost"}) {
-            QTest::addRow("%s, common name alone", host) << host << host << QString();
-            QTest::addRow("%s, common name beside alternative names of others", host)
-                << host << host << others;
-            QTest::addRow("%s, alternative name alone", host)
-                << host << "updates" << QString(host).prepend("DNS:");
+            const QString name(host);
+            row(name + ", common name alone", name, name, QString());
+            row(name + ", common name beside alternative names of others", name, name, others);
+            row(name + ", alternative name alone", name, QString("updates"), "DNS:" + name);
         }
-        QTest::newRow("address as such") << "127.0.0.1"
-                                         << "updates"
-                                         << "IP:127.0.0.1";
+        row("address as such", QString("127.0.0.1"), QString("updates"), QString("IP:127.0.0.1"));
     }
 
     /// Where a certificate has alternative names, the common name does not count by the rules of
@@ -133,15 +115,12 @@ private Q_SLOTS:
         QFETCH(QString, host);
         QFETCH(QString, commonName);
         QFETCH(QString, altNames);
-        const Nginx server(releaseDir(), m_trusted->issueNamed(commonName, altNames));
+        const Nginx server(m_scene->releaseDir, m_trusted->issueNamed(commonName, altNames));
 
-        QCOMPARE(run({"-u", "-n", "Editor", "-d", installDir(), "-v", "1.0", "-l",
-                      server.url("/index.txt").replace("127.0.0.1", host)}),
-                 0);
+        QCOMPARE(m_scene->update(server.url("/index.txt").replace("127.0.0.1", host)), 0);
 
         QCOMPARE(server.requests().size(), 4);
-        QCOMPARE(release::differences(release::read(installDir()), publishedTree(*m_program)),
-                 QStringList());
+        QCOMPARE(m_scene->missingOfTheUpdate(), QString());
     }
 
     void distrustedServerUpdatesNothing_data() { addFlaws(); }
@@ -150,19 +129,18 @@ private Q_SLOTS:
     void distrustedServerUpdatesNothing()
     {
         QFETCH(Flaw, flaw);
-        const Nginx server(releaseDir(), certificate(flaw));
-        files::write(installDir() + "/readme.txt", "of 1.0");
-        const Tree installed = release::read(installDir());
-        m_program->install(*m_scene / "bin/Editor", "Editor 1.0");
+        const Nginx server(m_scene->releaseDir, certificate(flaw));
+        m_scene->install({{"readme.txt", "of 1.0"}});
+        m_scene->exe = m_scene->dir / "bin/Editor";
+        m_scene->program.install(m_scene->exe, "Editor 1.0");
 
-        QCOMPARE(run({"-u", "-n", "Editor", "-d", installDir(), "-v", "1.0", "-l",
-                      server.url("/index.txt"), "-x", *m_scene / "bin/Editor"}),
-                 0);
+        QCOMPARE(m_scene->update(server.url("/index.txt")), 0);
 
         QCOMPARE(server.requests(), QStringList());
-        QCOMPARE(release::differences(release::read(installDir()), installed), QStringList());
-        QCOMPARE(files::list(tmpDir()), QStringList({"keep", "wUp/"}));
-        QTRY_COMPARE(m_program->starts(), QStringList{"Editor 1.0|" + (*m_scene / "bin") + "|"});
+        QCOMPARE(m_scene->differencesFrom(m_scene->installed), QString());
+        QCOMPARE(m_scene->leftBehind(), QStringList{"wUp/"});
+        QTRY_COMPARE(m_scene->program.starts(),
+                     QStringList{"Editor 1.0|" + (m_scene->dir / "bin") + "|"});
     }
 
     void distrustedServerIsReportedAsUnreadable_data() { addFlaws(); }
@@ -170,11 +148,8 @@ private Q_SLOTS:
     void distrustedServerIsReportedAsUnreadable()
     {
         QFETCH(Flaw, flaw);
-        const Nginx server(releaseDir(), certificate(flaw));
-        QCOMPARE(checkedReport(server), QByteArray("\0"
-                                                   "0\0",
-                                                   3)
-                                            .leftJustified(16, '\0'));
+        const Nginx server(m_scene->releaseDir, certificate(flaw));
+        QCOMPARE(m_scene->check(server.url("/index.txt")), HostProcess::reported(""));
         QCOMPARE(server.requests(), QStringList());
     }
 
@@ -182,13 +157,13 @@ private:
     static void addFlaws()
     {
         QTest::addColumn<Flaw>("flaw");
-        QTest::newRow("signed by an authority that is not trusted") << Flaw::OtherAuthority;
-        QTest::newRow("signed by itself") << Flaw::SelfSigned;
-        QTest::newRow("expired") << Flaw::Expired;
-        QTest::newRow("not yet valid") << Flaw::NotYetValid;
-        QTest::newRow("issued for another name") << Flaw::OtherName;
-        QTest::newRow("common name that only begins with it") << Flaw::LongerCommonName;
-        QTest::newRow("issued for no name") << Flaw::NoName;
+        row("signed by an authority that is not trusted", Flaw::OtherAuthority);
+        row("signed by itself", Flaw::SelfSigned);
+        row("expired", Flaw::Expired);
+        row("not yet valid", Flaw::NotYetValid);
+        row("issued for another name", Flaw::OtherName);
+        row("common name that only begins with it", Flaw::LongerCommonName);
+        row("issued for no name", Flaw::NoName);
     }
 
     ServerCertificate certificate(Flaw flaw) const
@@ -204,7 +179,7 @@ private:
         case Flaw::OtherAuthority:
             return m_other->issue(host, past, future);
         case Flaw::SelfSigned:
-            return selfSigned(*m_scene);
+            return selfSigned(m_scene->dir);
         case Flaw::Expired:
             return m_trusted->issue(host, past, nearPast);
         case Flaw::NotYetValid:
@@ -219,35 +194,11 @@ private:
         return {};
     }
 
-    QString releaseDir() const { return *m_scene / "release"; }
-    QString installDir() const { return *m_scene / "installed/Editor.app"; }
-    QString tmpDir() const { return *m_scene / "tmp"; }
-
-    /// Runs the updater where the one authority is trusted, with a temporary directory of its own.
-    int run(const QStringList& options) const
-    {
-        UpdaterProcess updater;
-        updater.setWrapper(m_command);
-        updater.setEnvironment("TMPDIR", tmpDir());
-        return updater.run(options);
-    }
-
-    /// What a check leaves in the segment of a host; nothing when the check fails.
-    QByteArray checkedReport(const Nginx& server) const
-    {
-        const ScopedTmpDir tmp(tmpDir());
-        HostProcess host(16);
-        const int status = run(
-            {"-c", "-n", "Editor", "-v", "1.0", "-l", server.url("/index.txt"), "-s", host.key()});
-        return status == 0 ? host.dump() : QByteArray();
-    }
-
     std::unique_ptr<Authority> m_trusted;
     std::unique_ptr<Authority> m_other;
     std::unique_ptr<TrustStore> m_trustStore;
     QStringList m_command;
-    std::unique_ptr<TestDir> m_scene;
-    std::unique_ptr<RelaunchedProgram> m_program;
+    std::unique_ptr<Scene> m_scene;
 };
 
 UPDATER_TEST_MAIN(TestTls)

@@ -2,9 +2,8 @@
 // CTest runs this under xvfb-run.
 
 #include "tests/support/HttpServer.h"
-#include "tests/support/Release.h"
+#include "tests/support/Scene.h"
 #include "tests/support/TestMain.h"
-#include "tests/support/UpdaterProcess.h"
 
 #include <QStandardPaths>
 
@@ -20,42 +19,25 @@ QString x11(const QString& command, const QStringList& arguments)
 }
 
 /// An update of two files on the X server. What becomes of the second one is up to the test.
-struct Update
+class WindowScene : public Scene
 {
-    Update()
+public:
+    WindowScene()
     {
-        release::lay({{"a.txt", "first"}, {"b.txt", "second"}}, dir / "release");
-        release::describe(dir / "release", "Editor", "2.0");
-        server.serve("/index.txt", HttpReply::ok(files::read(dir / "release/index.txt")));
-        server.serve("/a.txt", HttpReply::ok("first"));
-        files::makeDirectory(dir / "installed");
-        files::makeDirectory(dir / "tmp");
+        publish({{"a.txt", "first"}, {"b.txt", "second"}});
+        serveFrom(server);
+        updater.setEnvironment("QT_QPA_PLATFORM", "xcb");
     }
 
-    void start()
-    {
-        process.setEnvironment("QT_QPA_PLATFORM", "xcb");
-        process.setEnvironment("TMPDIR", dir / "tmp");
-        process.start({"-u", "-n", "Editor", "-d", dir / "installed", "-v", "1.0", "-l",
-                       server.url("/index.txt")});
-    }
+    void start() { updater.start(updateOptions(server.url("/index.txt"))); }
 
     /// Returns the number of the updater's visible window; a line for each when there are several.
     QString window() const
     {
-        return x11("xdotool", {"search", "--onlyvisible", "--pid", QString::number(process.pid())});
+        return x11("xdotool", {"search", "--onlyvisible", "--pid", QString::number(updater.pid())});
     }
 
-    void verifyOnlyTheFirstFileWasSaved() const
-    {
-        QCOMPARE(files::list(dir / "tmp"), QStringList({"wUpEditor2.0/", "wUpEditor2.0/a.txt"}));
-        QCOMPARE(files::read(dir / "tmp/wUpEditor2.0/a.txt"), QByteArray("first"));
-        QCOMPARE(files::list(dir / "installed"), QStringList());
-    }
-
-    const TestDir dir;
     HttpServer server;
-    UpdaterProcess process;
 };
 
 } // namespace
@@ -87,21 +69,21 @@ private Q_SLOTS:
     void boxIsClosedAndTheUpdateEndsWithOne()
     {
         QFETCH(HttpReply, damage);
-        Update update;
-        update.server.serve("/b.txt", damage);
-        update.start();
+        WindowScene scene;
+        scene.server.serve("/b.txt", damage);
+        scene.start();
         const QStringList requests{"/index.txt", "/a.txt", "/b.txt", "/b.txt", "/b.txt"};
-        QTRY_COMPARE_WITH_TIMEOUT(update.server.requests(), requests, 30000);
+        QTRY_COMPARE_WITH_TIMEOUT(scene.server.requests(), requests, 30000);
         // The dialog has gone when the box, whose title is "Error", comes.
-        QTRY_COMPARE_WITH_TIMEOUT(x11("xdotool", {"getwindowname", update.window()}),
+        QTRY_COMPARE_WITH_TIMEOUT(x11("xdotool", {"getwindowname", scene.window()}),
                                   QString("Error"), 10000);
-        QVERIFY(update.process.isRunning());
+        QVERIFY(scene.updater.isRunning());
 
-        x11("xdotool", {"windowfocus", "--sync", update.window(), "key", "Return"});
+        x11("xdotool", {"windowfocus", "--sync", scene.window(), "key", "Return"});
 
-        QVERIFY(update.process.waitForEnd());
-        QCOMPARE(update.process.exitStatus(), 1);
-        update.verifyOnlyTheFirstFileWasSaved();
+        QVERIFY(scene.updater.waitForEnd());
+        QCOMPARE(scene.updater.exitStatus(), 1);
+        QCOMPARE(scene.tracesBesides({"a.txt"}), QString());
     }
 
     void dialogAppearsAndCancelEndsTheUpdate_data()
@@ -114,22 +96,22 @@ private Q_SLOTS:
     void dialogAppearsAndCancelEndsTheUpdate()
     {
         QFETCH(QString, key);
-        Update update;
-        update.server.serve("/b.txt", HttpReply::hold(HttpReply::ok("second")));
-        update.start();
-        QTRY_COMPARE_WITH_TIMEOUT(update.server.requests(),
+        WindowScene scene;
+        scene.server.serve("/b.txt", HttpReply::hold(HttpReply::ok("second")));
+        scene.start();
+        QTRY_COMPARE_WITH_TIMEOUT(scene.server.requests(),
                                   QStringList({"/index.txt", "/a.txt", "/b.txt"}), 30000);
         QString window;
-        QTRY_VERIFY_WITH_TIMEOUT(!(window = update.window()).isEmpty(), 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(!(window = scene.window()).isEmpty(), 10000);
         QVERIFY2(!window.contains('\n'), "there is one window");
         QVERIFY(x11("xprop", {"-id", window, "_NET_WM_STATE"}).contains("_NET_WM_STATE_ABOVE"));
-        QVERIFY(update.process.isRunning());
+        QVERIFY(scene.updater.isRunning());
 
         x11("xdotool", {"windowfocus", "--sync", window, "key", key});
 
-        QVERIFY(update.process.waitForEnd());
-        QCOMPARE(update.process.exitStatus(), 0);
-        update.verifyOnlyTheFirstFileWasSaved();
+        QVERIFY(scene.updater.waitForEnd());
+        QCOMPARE(scene.updater.exitStatus(), 0);
+        QCOMPARE(scene.tracesBesides({"a.txt"}), QString());
     }
 };
 

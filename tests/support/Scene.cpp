@@ -135,11 +135,11 @@ QString Scene::missingOfTheUpdate(bool starts) const
 
 QString Scene::tracesBesides(const QStringList& names) const
 {
-    Tree saved;
+    Tree saved{{"keep", ""}};
     for (const QString& name : names)
-        saved[name] = published[name];
+        saved["wUpEditor2.0/" + name] = published[name];
     QStringList lines = release::differences(release::read(installDir), installed);
-    lines += release::differences(release::read(downloadedPath(QString())), saved);
+    lines += release::differences(release::read(tmpDir), saved);
     if (!program.starts().isEmpty())
         lines += "the program was started";
     return lines.join('\n');
