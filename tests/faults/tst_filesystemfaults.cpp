@@ -2,109 +2,15 @@
 // writing, removing, moving and making directories are not checked: what that leads to is told
 // here.
 
-#include "tests/support/HttpServer.h"
-#include "tests/support/RelaunchedProgram.h"
-#include "tests/support/Release.h"
+#include "tests/support/Mounts.h"
 #include "tests/support/Restrictions.h"
+#include "tests/support/Row.h"
+#include "tests/support/Scene.h"
 #include "tests/support/TestMain.h"
-#include "tests/support/UpdaterProcess.h"
 
 #include <QFileInfo>
-#include <QProcess>
 
 #include <sys/stat.h>
-
-namespace {
-
-const char* const exeName = "Contents/MacOS/Editor";
-
-/// A published release, an installation and an updater with a temporary directory of its own.
-struct Scene
-{
-    Scene()
-    {
-        files::makeDirectory(installDir);
-        files::write(tmpDir + "/keep", ""); // Else an emptied temporary directory would go, too.
-        updater.setEnvironment("TMPDIR", tmpDir);
-    }
-
-    void publish(const Tree& tree)
-    {
-        release::lay(tree, dir / "release");
-        release::describe(dir / "release", "Editor", "2.0");
-        server.serve("/index.txt", HttpReply::ok(files::read(dir / "release/index.txt")));
-        for (auto file = tree.begin(); file != tree.end(); ++file)
-            server.serve('/' + file.key(), HttpReply::ok(file.value()));
-    }
-
-    void install(const Tree& tree) const { release::lay(tree, installDir); }
-
-    QStringList options() const
-    {
-        return {
-            "-u", "-n", "Editor", "-d", installDir, "-v", "1.0", "-l", server.url("/index.txt")};
-    }
-
-    void start() { updater.start(options()); }
-    int update() { return updater.run(options()); }
-
-    /// Waits until the server has been asked @p times for the file @p name.
-    bool waitForRequests(const QString& name, int times) const
-    {
-        return QTest::qWaitFor([&] { return server.requestsFor('/' + name) >= times; }, 30000);
-    }
-
-    QString installed(const QString& name) const { return installDir + '/' + name; }
-    QString downloaded(const QString& name) const { return tmpDir + "/wUpEditor2.0/" + name; }
-
-    /// Everything in the temporary directory, besides the file that keeps it.
-    QStringList leftBehind() const
-    {
-        QStringList names = files::list(tmpDir);
-        names.removeOne("keep");
-        return names;
-    }
-
-    const TestDir dir;
-    const QString installDir = dir / "installed";
-    const QString tmpDir = dir / "tmp";
-    HttpServer server;
-    UpdaterProcess updater;
-};
-
-/// Returns the command under which a program sees a file system of its own, a tmpfs made with
-/// @p mountOptions, at the directory @p point, with what was in that directory. With @p copy, the
-/// contents are copied there when the program has ended. Nothing where that is not allowed.
-std::optional<QStringList> commandWithTmpfs(const QString& point, const QString& mountOptions,
-                                            const QString& copy = QString())
-{
-    const QString script = "mkdir \"$0.before\" && cp -a \"$0/.\" \"$0.before\" &&\n"
-                           "mount -t tmpfs -o \"$1\" none \"$0\" &&\n"
-                           "cp -a \"$0.before/.\" \"$0\" || exit 99\n"
-                           "copy=$2\n"
-                           "shift 2\n"
-                           "[ -n \"$copy\" ] || exec \"$@\"\n"
-                           "\"$@\"\n"
-                           "status=$?\n"
-                           "cp -a \"$0/.\" \"$copy\"\n"
-                           "exit $status\n";
-    const QList<QStringList> namespaces{{"unshare", "--mount"},
-                                        {"unshare", "--map-root-user", "--mount"}};
-    for (const QStringList& command : namespaces) {
-        const TestDir probe;
-        const QStringList trial{"sh", "-c", "mount -t tmpfs none \"$0\"", probe.path()};
-        QProcess process;
-        process.start(command.first(), command.mid(1) + trial);
-        if (process.waitForFinished() && process.exitStatus() == QProcess::NormalExit &&
-            process.exitCode() == 0)
-            return command + QStringList{"sh", "-c", script, point, mountOptions, copy};
-    }
-    return std::nullopt;
-}
-
-#define NO_MOUNTS "file systems cannot be mounted here, not even in a namespace of one's own"
-
-} // namespace
 
 class TestFilesystemFaults : public QObject
 {
@@ -123,7 +29,7 @@ private Q_SLOTS:
         const auto command = commandUnderPermissions();
         if (!command)
             QSKIP(NO_PERMISSIONS);
-        Scene scene;
+        ServedScene scene;
         scene.publish({{"a.bin", "new a"}, {"b.bin", "new b"}});
         scene.install({{"a.bin", "old"}});
         const ScopedMode locked(scene.tmpDir, 0555);
@@ -143,7 +49,7 @@ private Q_SLOTS:
         const auto command = commandUnderPermissions();
         if (!command)
             QSKIP(NO_PERMISSIONS);
-        Scene scene;
+        ServedScene scene;
         const Tree published{{"a.bin", "new a"}, {"sub/b.bin", "new b"}};
         scene.publish(published);
         scene.updater.setWrapper(*command);
@@ -155,16 +61,16 @@ private Q_SLOTS:
         QVERIFY(scene.updater.waitForEnd());
         QCOMPARE(scene.updater.exitStatus(), 0);
         QCOMPARE(scene.server.requestsFor("/sub/b.bin"), 1);
-        QCOMPARE(release::read(scene.installDir), published);
+        QCOMPARE(scene.differencesFrom(published), QString());
         QCOMPARE(scene.leftBehind(), QStringList());
     }
 
     void missingRoomForMoreFilesMakesTheUpdateTryWithoutEnd()
     {
-        Scene scene;
+        ServedScene scene;
         scene.publish({{"a.bin", "new a"}, {"b.bin", "new b"}});
         // The top, the file that keeps it, the download directory, and one file.
-        const auto command = commandWithTmpfs(scene.tmpDir, "nr_inodes=4");
+        const auto command = mounts::commandWithTmpfs(scene.tmpDir, "nr_inodes=4");
         if (!command)
             QSKIP(NO_MOUNTS);
         scene.updater.setWrapper(*command);
@@ -177,7 +83,7 @@ private Q_SLOTS:
 
     void fullTemporaryDirectoryInstallsWhatCouldBeWritten()
     {
-        Scene scene;
+        ServedScene scene;
         const Tree published{{"a.bin", QByteArray(10000, 'a')},
                              {"b.bin", QByteArray(300000, 'b')},
                              {"c.bin", QByteArray(20000, 'c')},
@@ -185,7 +91,7 @@ private Q_SLOTS:
         scene.publish(published);
         scene.install({{"b.bin", "old b"}, {"c.bin", "old c"}});
         const QString copy = scene.dir / "copy";
-        const auto command = commandWithTmpfs(scene.tmpDir, "size=64k", copy);
+        const auto command = mounts::commandWithTmpfs(scene.tmpDir, "size=64k", copy);
         if (!command)
             QSKIP(NO_MOUNTS);
         files::makeDirectory(copy);
@@ -209,50 +115,48 @@ private Q_SLOTS:
         // The next run, with room enough, replaces what is not whole.
         UpdaterProcess next;
         next.setEnvironment("TMPDIR", scene.tmpDir);
-        QCOMPARE(next.run(scene.options()), 0);
+        QCOMPARE(next.run(scene.updateOptions(scene.indexUrl())), 0);
         QCOMPARE(scene.server.requests().mid(5),
                  QStringList({"/index.txt", "/b.bin", "/c.bin", "/d.bin"}));
-        QCOMPARE(release::read(scene.installDir), published);
+        QCOMPARE(scene.differencesFrom(published), QString());
     }
 
     void temporaryDirectoryOnAnotherFileSystemIsCopiedFrom()
     {
-        const RelaunchedProgram program;
-        Scene scene;
-        const Tree published{{exeName, program.script("Editor 2.0")},
+        ServedScene scene;
+        const Tree published{{Scene::exeName, scene.program.script("Editor 2.0")},
                              {"Contents/Resources/Editor.icns", "icon"},
                              {"Contents/Resources/data.bin", QByteArray(300000, 'n')},
                              {"empty", ""},
                              {"sub/new/deep.txt", "deep"}};
         scene.publish(published);
-        scene.install({{exeName, "old"}, {"Contents/Resources/data.bin", "old"}});
+        scene.install({{Scene::exeName, "old"}, {"Contents/Resources/data.bin", "old"}});
         const QString copy = scene.dir / "copy";
-        const auto command = commandWithTmpfs(scene.tmpDir, "size=16m", copy);
+        const auto command = mounts::commandWithTmpfs(scene.tmpDir, "size=16m", copy);
         if (!command)
             QSKIP(NO_MOUNTS);
         files::makeDirectory(copy);
         scene.updater.setWrapper(*command);
 
         QCOMPARE(scene.update(), 0);
-        QCOMPARE(release::read(scene.installDir), published);
+        QCOMPARE(scene.differencesFrom(published), QString());
         for (const QString& name : published.keys()) {
-            const bool executable = name == exeName || name.endsWith(".icns");
-            QCOMPARE(files::mode(scene.installed(name)), executable ? 0755U : 0644U);
+            const bool executable = name == Scene::exeName || name.endsWith(".icns");
+            QCOMPARE(files::mode(scene.installedPath(name)), executable ? 0755U : 0644U);
         }
         QCOMPARE(files::list(copy), QStringList{"keep"});
-        QTRY_COMPARE(program.starts(),
-                     QStringList{"Editor 2.0|" + scene.installDir + "/Contents/MacOS|"});
+        QTRY_COMPARE(scene.program.starts(), QStringList{scene.startOf("Editor 2.0")});
     }
 
     // The old file is gone by the time the new one does not fit; the download stays.
     void fullInstallationDirectoryGetsTheBeginningOfAFileThatDoesNotFit()
     {
-        Scene scene;
+        ServedScene scene;
         const QByteArray large(300000, 'n');
         scene.publish({{"a.bin", "new a"}, {"b.bin", large}, {"c.bin", "new c"}});
         scene.install({{"a.bin", "old a"}, {"b.bin", "old b"}, {"c.bin", "old c"}});
         const QString copy = scene.dir / "copy";
-        const auto command = commandWithTmpfs(scene.installDir, "size=64k", copy);
+        const auto command = mounts::commandWithTmpfs(scene.installDir, "size=64k", copy);
         if (!command)
             QSKIP(NO_MOUNTS);
         files::makeDirectory(copy);
@@ -267,7 +171,7 @@ private Q_SLOTS:
         QVERIFY(!cut.isEmpty() && cut.size() <= 65536);
         QVERIFY(large.startsWith(cut));
         QCOMPARE(scene.leftBehind(), QStringList({"wUpEditor2.0/", "wUpEditor2.0/b.bin"}));
-        QCOMPARE(files::read(scene.downloaded("b.bin")), large);
+        QCOMPARE(files::read(scene.downloadedPath("b.bin")), large);
     }
 
     // ---- What is installed
@@ -277,14 +181,14 @@ private Q_SLOTS:
         const auto command = commandUnderPermissions();
         if (!command)
             QSKIP(NO_PERMISSIONS);
-        Scene scene;
+        ServedScene scene;
         scene.publish({{"a.bin", "new"}});
         scene.install({{"a.bin", "old"}});
-        files::setMode(scene.installed("a.bin"), 0444);
+        files::setMode(scene.installedPath("a.bin"), 0444);
         scene.updater.setWrapper(*command);
         QCOMPARE(scene.update(), 0);
-        QCOMPARE(files::read(scene.installed("a.bin")), QByteArray("new"));
-        QCOMPARE(files::mode(scene.installed("a.bin")), 0644U);
+        QCOMPARE(files::read(scene.installedPath("a.bin")), QByteArray("new"));
+        QCOMPARE(files::mode(scene.installedPath("a.bin")), 0644U);
         QCOMPARE(scene.leftBehind(), QStringList());
     }
 
@@ -293,15 +197,15 @@ private Q_SLOTS:
         const auto command = commandUnderPermissions();
         if (!command)
             QSKIP(NO_PERMISSIONS);
-        Scene scene;
+        ServedScene scene;
         scene.publish({{"a.bin", "same"}});
         scene.install({{"a.bin", "same"}});
-        files::setMode(scene.installed("a.bin"), 0);
+        files::setMode(scene.installedPath("a.bin"), 0);
         scene.updater.setWrapper(*command);
         QCOMPARE(scene.update(), 0);
         QCOMPARE(scene.server.requestsFor("/a.bin"), 1);
-        QCOMPARE(files::mode(scene.installed("a.bin")), 0644U);
-        QCOMPARE(files::read(scene.installed("a.bin")), QByteArray("same"));
+        QCOMPARE(files::mode(scene.installedPath("a.bin")), 0644U);
+        QCOMPARE(files::read(scene.installedPath("a.bin")), QByteArray("same"));
     }
 
     void readOnlyDirectoryKeepsItsFiles()
@@ -309,7 +213,7 @@ private Q_SLOTS:
         const auto command = commandUnderPermissions();
         if (!command)
             QSKIP(NO_PERMISSIONS);
-        Scene scene;
+        ServedScene scene;
         scene.publish({{"a.bin", "new"},
                        {"locked/b.bin", "new"},
                        {"locked/c.bin", "new"},
@@ -317,7 +221,7 @@ private Q_SLOTS:
                        {"z.bin", "new"}});
         const Tree before{{"a.bin", "old"}, {"locked/b.bin", "old"}};
         scene.install(before);
-        const ScopedMode locked(scene.installed("locked"), 0555);
+        const ScopedMode locked(scene.installedPath("locked"), 0555);
         scene.updater.setWrapper(*command);
 
         QCOMPARE(scene.update(), 0);
@@ -337,16 +241,14 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("directories");
         QTest::addColumn<Tree>("before");
         QTest::addColumn<QString>("name");
-        QTest::newRow("empty directory where a file must go")
-            << QStringList{"x.bin"} << Tree() << "x.bin";
-        QTest::newRow("directory with a file where a file must go")
-            << QStringList() << Tree({{"x.bin/kept", "kept"}}) << "x.bin";
-        QTest::newRow("directory where the executable must go")
-            << QStringList() << Tree({{"Contents/MacOS/Editor/kept", "kept"}}) << exeName;
-        QTest::newRow("file where a directory must go")
-            << QStringList() << Tree({{"sub", "kept"}}) << "sub/x.bin";
-        QTest::newRow("file where a directory of directories must go")
-            << QStringList() << Tree({{"sub", "kept"}}) << "sub/deep/x.bin";
+        row("empty directory where a file must go", QStringList{"x.bin"}, Tree(), "x.bin");
+        row("directory with a file where a file must go", QStringList(),
+            Tree({{"x.bin/kept", "kept"}}), "x.bin");
+        row("directory where the executable must go", QStringList(),
+            Tree({{"Contents/MacOS/Editor/kept", "kept"}}), Scene::exeName);
+        row("file where a directory must go", QStringList(), Tree({{"sub", "kept"}}), "sub/x.bin");
+        row("file where a directory of directories must go", QStringList(), Tree({{"sub", "kept"}}),
+            "sub/deep/x.bin");
     }
 
     /// Every further run fetches the file once more, and cannot install it either.
@@ -355,11 +257,11 @@ private Q_SLOTS:
         QFETCH(QStringList, directories);
         QFETCH(Tree, before);
         QFETCH(QString, name);
-        Scene scene;
+        ServedScene scene;
         scene.publish({{"a.bin", "new a"}, {name, "new x"}, {"z.bin", "new z"}});
         scene.install(before);
         for (const QString& directory : directories)
-            files::makeDirectory(scene.installed(directory));
+            files::makeDirectory(scene.installedPath(directory));
 
         Tree after = before;
         after["a.bin"] = "new a";
@@ -370,8 +272,8 @@ private Q_SLOTS:
             QCOMPARE(scene.server.requestsFor("/z.bin"), 1);
             QCOMPARE(release::read(scene.installDir), after);
             for (const QString& directory : directories)
-                QVERIFY(QFileInfo(scene.installed(directory)).isDir());
-            QCOMPARE(files::read(scene.downloaded(name)), QByteArray("new x"));
+                QVERIFY(QFileInfo(scene.installedPath(directory)).isDir());
+            QCOMPARE(files::read(scene.downloadedPath(name)), QByteArray("new x"));
         }
     }
 
@@ -380,10 +282,10 @@ private Q_SLOTS:
         QTest::addColumn<QString>("name");
         QTest::addColumn<unsigned>("mode");
         QTest::addColumn<bool>("otherFileSystem");
-        QTest::newRow("as the program itself") << exeName << 0755U << false;
-        QTest::newRow("beside the program, which makes it lose its permission")
-            << "Contents/MacOS/updater" << 0644U << false;
-        QTest::newRow("from another file system") << exeName << 0755U << true;
+        row("as the program itself", Scene::exeName, 0755U, false);
+        row("beside the program, which makes it lose its permission", "Contents/MacOS/updater",
+            0644U, false);
+        row("from another file system", Scene::exeName, 0755U, true);
     }
 
     void runningExecutableIsReplaced()
@@ -391,87 +293,85 @@ private Q_SLOTS:
         QFETCH(QString, name);
         QFETCH(unsigned, mode);
         QFETCH(bool, otherFileSystem);
-        const RelaunchedProgram program;
-        Scene scene;
+        ServedScene scene;
         const Tree published{{"Contents/Info.txt", "new"},
-                             {name, program.script("new")},
+                             {name, scene.program.script("new")},
                              {"Contents/Resources/data.bin", "new"}};
         scene.publish(published);
-        const QString running = scene.installed(name);
+        const QString running = scene.installedPath(name);
         files::makeDirectory(QFileInfo(running).path());
         QVERIFY(QFile::copy(UPDATER_EXECUTABLE, running));
         files::setMode(running, 0755);
         QStringList command;
         if (otherFileSystem) {
-            const auto mounts = commandWithTmpfs(scene.tmpDir, "size=16m");
-            if (!mounts)
+            const auto withTmpfs = mounts::commandWithTmpfs(scene.tmpDir, "size=16m");
+            if (!withTmpfs)
                 QSKIP(NO_MOUNTS);
-            command = *mounts;
+            command = *withTmpfs;
         }
         // The copy is run in place of the updater.
         scene.updater.setWrapper(command +
                                  QStringList{"sh", "-c", "shift && exec \"$0\" \"$@\"", running});
         scene.server.serve("/Contents/Info.txt", HttpReply::hold(HttpReply::ok("new")));
         scene.start();
-        QVERIFY(scene.waitForRequests("Contents/Info.txt", 1));
+        QVERIFY(scene.waitForRequests("Contents/Info.txt"));
         QCOMPARE(QFileInfo(QStringLiteral("/proc/%1/exe").arg(scene.updater.pid())).symLinkTarget(),
                  running);
         scene.server.release();
 
         QVERIFY(scene.updater.waitForEnd());
         QCOMPARE(scene.updater.exitStatus(), 0);
-        QCOMPARE(release::read(scene.installDir), published);
+        QCOMPARE(scene.differencesFrom(published), QString());
         QCOMPARE(files::mode(running), mode);
-        if (name == exeName)
-            QTRY_COMPARE(program.starts(),
-                         QStringList{"new|" + scene.installDir + "/Contents/MacOS|"});
+        if (name == Scene::exeName)
+            QTRY_COMPARE(scene.program.starts(), QStringList{scene.startOf("new")});
     }
 
     // ---- Links in the installation
 
     void linkToAFileOutsideIsReplacedByTheFile()
     {
-        Scene scene;
+        ServedScene scene;
         scene.publish({{"a.bin", "new"}});
         files::write(scene.dir / "outside.bin", "outside");
-        files::link(scene.dir / "outside.bin", scene.installed("a.bin"));
+        files::link(scene.dir / "outside.bin", scene.installedPath("a.bin"));
         QCOMPARE(scene.update(), 0);
-        QVERIFY(!QFileInfo(scene.installed("a.bin")).isSymLink());
-        QCOMPARE(files::read(scene.installed("a.bin")), QByteArray("new"));
+        QVERIFY(!QFileInfo(scene.installedPath("a.bin")).isSymLink());
+        QCOMPARE(files::read(scene.installedPath("a.bin")), QByteArray("new"));
         QCOMPARE(files::read(scene.dir / "outside.bin"), QByteArray("outside"));
     }
 
     void linkToTheRightContentsStays()
     {
-        Scene scene;
+        ServedScene scene;
         scene.publish({{"a.bin", "same"}});
         files::write(scene.dir / "outside.bin", "same");
-        files::link(scene.dir / "outside.bin", scene.installed("a.bin"));
+        files::link(scene.dir / "outside.bin", scene.installedPath("a.bin"));
         QCOMPARE(scene.update(), 0);
         QCOMPARE(scene.server.requestsFor("/a.bin"), 0);
-        QVERIFY(QFileInfo(scene.installed("a.bin")).isSymLink());
+        QVERIFY(QFileInfo(scene.installedPath("a.bin")).isSymLink());
     }
 
     void linkToADirectoryOutsideIsFollowed()
     {
-        Scene scene;
+        ServedScene scene;
         scene.publish({{"sub/a.bin", "new"}});
         files::write(scene.dir / "outside/a.bin", "old");
-        files::link(scene.dir / "outside", scene.installed("sub"));
+        files::link(scene.dir / "outside", scene.installedPath("sub"));
         QCOMPARE(scene.update(), 0);
-        QVERIFY(QFileInfo(scene.installed("sub")).isSymLink());
+        QVERIFY(QFileInfo(scene.installedPath("sub")).isSymLink());
         QCOMPARE(files::read(scene.dir / "outside/a.bin"), QByteArray("new"));
     }
 
     void brokenLinkIsWrittenThrough()
     {
-        Scene scene;
+        ServedScene scene;
         scene.publish({{"a.bin", "new"}, {"b.icns", "icon"}});
         files::makeDirectory(scene.dir / "outside");
-        files::link(scene.dir / "outside/x.bin", scene.installed("a.bin"));
-        files::link(scene.dir / "outside/x.icns", scene.installed("b.icns"));
+        files::link(scene.dir / "outside/x.bin", scene.installedPath("a.bin"));
+        files::link(scene.dir / "outside/x.icns", scene.installedPath("b.icns"));
         QCOMPARE(scene.update(), 0);
-        QVERIFY(QFileInfo(scene.installed("a.bin")).isSymLink());
+        QVERIFY(QFileInfo(scene.installedPath("a.bin")).isSymLink());
         QCOMPARE(files::read(scene.dir / "outside/x.bin"), QByteArray("new"));
         QCOMPARE(files::mode(scene.dir / "outside/x.bin"), 0644U);
         QCOMPARE(files::mode(scene.dir / "outside/x.icns"), 0755U);
@@ -480,13 +380,13 @@ private Q_SLOTS:
 
     void brokenLinkIntoAMissingDirectoryStays()
     {
-        Scene scene;
+        ServedScene scene;
         scene.publish({{"a.bin", "new"}, {"b.bin", "new b"}});
-        files::link(scene.dir / "missing/x.bin", scene.installed("a.bin"));
+        files::link(scene.dir / "missing/x.bin", scene.installedPath("a.bin"));
         QCOMPARE(scene.update(), 0);
-        QVERIFY(QFileInfo(scene.installed("a.bin")).isSymLink());
+        QVERIFY(QFileInfo(scene.installedPath("a.bin")).isSymLink());
         QVERIFY(!QFile::exists(scene.dir / "missing"));
-        QCOMPARE(files::read(scene.installed("b.bin")), QByteArray("new b"));
+        QCOMPARE(files::read(scene.installedPath("b.bin")), QByteArray("new b"));
         QCOMPARE(scene.leftBehind(), QStringList({"wUpEditor2.0/", "wUpEditor2.0/a.bin"}));
     }
 };

@@ -1,12 +1,9 @@
 // An update whose process is killed: while it waits for the server, and before each call with which
 // it changes a file or a directory. What is then there, and what the next update makes of it.
 
-#include "tests/support/HostProcess.h"
-#include "tests/support/HttpServer.h"
-#include "tests/support/RelaunchedProgram.h"
-#include "tests/support/Release.h"
+#include "tests/support/Row.h"
+#include "tests/support/Scene.h"
 #include "tests/support/TestMain.h"
-#include "tests/support/UpdaterProcess.h"
 
 #include <QRegularExpression>
 
@@ -21,11 +18,11 @@ const QString iconName = "Contents/Resources/Editor.icns";
 const QString newName = "Contents/Resources/new/a.txt";
 const QString dataName = "data.bin";
 
-const QString installed = "installed/";
+const QString installed = "installed/Editor.app/";
 const QString saved = "tmp/wUpEditor2.0/";
 const QString changelog = "tmp/velmora_cl_2.0.dat";
 
-/// The calls that change files, by the names that machines and toolkits have for them.
+/// The calls that change files, by the names that they have on different machines.
 QString systemCalls(const QString& name)
 {
     static const QHash<QString, QString> calls{{"unlink", "?unlink,unlinkat"},
@@ -40,7 +37,7 @@ QString systemCalls(const QString& name)
     return calls.value(name);
 }
 
-/// A call that an update makes. Also what the next update can no longer mend when the process is
+/// A call that an update makes. Also what the next update can no longer repair when the process is
 /// killed before this call.
 struct Step
 {
@@ -51,7 +48,7 @@ struct Step
     QString notExecutable{};    ///< An installed file that does not get its permission.
 };
 
-/// An update from the installation to the release below, call by call, the futile ones, too.
+/// An update from the installation to the release below, call by call, also those that fail.
 const QList<Step>& stepsOfTheUpdate()
 {
     static const QString tmp = "tmp/";
@@ -232,75 +229,64 @@ public:
     Release()
     {
         program.letEnd(); // A program that was started need not wait for anything.
-        tree = {{"Contents/Info.txt", "same in both"},
-                {exeName, program.script("Editor 2.0")},
-                {iconName, "icon"},
-                {newName, "new"},
-                {dataName, QByteArray(100000, 'n')}};
-        describe(tree, "2.0");
+        describe({{"Contents/Info.txt", "same in both"},
+                  {exeName, program.script("Editor 2.0")},
+                  {iconName, "icon"},
+                  {newName, "new"},
+                  {dataName, QByteArray(100000, 'n')}},
+                 "2.0");
     }
 
     void describe(const Tree& newTree, const QString& version)
     {
-        const TestDir dir;
         tree = newTree;
-        release::lay(tree, dir / "release");
-        files::write(dir / "CHANGES.txt", changes);
-        release::describe(dir / "release", "Editor", version, {"--changelog", dir / "CHANGES.txt"});
-        index = files::read(dir / "release/index.txt");
+        QDir(path()).removeRecursively();
+        release::lay(tree, path());
+        files::write(m_dir / "CHANGES.txt", changes);
+        release::describe(path(), "Editor", version, {"--changelog", m_dir / "CHANGES.txt"});
     }
+
+    QString path() const { return m_dir / "release"; }
 
     static QStringList downloads() { return {exeName, iconName, newName, dataName}; }
 
     RelaunchedProgram program;
     Tree tree;
-    QByteArray index;
     const QByteArray changes = "News";
+
+private:
+    const TestDir m_dir;
 };
 
-/// An installation of the previous release, a server and an updater's temporary directory.
-struct Scene
+/// An installation of the previous release, and a server that has the one above.
+class KilledScene : public ServedScene
 {
-    explicit Scene(const Release& published) : release(published)
+public:
+    explicit KilledScene(const Release& published)
+        : ServedScene(published.path()), release(published)
     {
-        release::lay({{"Contents/Info.txt", "same in both"},
-                      {exeName, release.program.script("Editor 1.0")},
-                      {dataName, "old"}},
-                     installDir);
-        files::setMode(installDir + '/' + exeName, 0755);
-        files::write(tmpDir + "/keep", ""); // Else an emptied temporary directory would go, too.
+        install({{"Contents/Info.txt", "same in both"},
+                 {exeName, release.program.script("Editor 1.0")},
+                 {dataName, "old"}});
+        exe = installedPath(exeName);
         files::write(dir / changelog, "of an earlier check");
         serve();
     }
 
+    /// Puts the release onto the server as it is now.
     void serve()
     {
-        server.serve("/index.txt", HttpReply::ok(release.index));
-        for (auto file = release.tree.begin(); file != release.tree.end(); ++file)
-            server.serve('/' + file.key(), HttpReply::ok(file.value()));
+        published = release.tree;
+        serveFrom(server);
     }
 
-    QStringList options(const QString& version = "1.0") const
-    {
-        return {"-u",
-                "-n",
-                "Editor",
-                "-d",
-                installDir,
-                "-v",
-                version,
-                "-l",
-                server.url("/index.txt"),
-                "-x",
-                installDir + '/' + exeName};
-    }
+    QStringList options() const { return updateOptions(indexUrl()); }
 
-    /// Runs an update that nobody kills.
+    /// Runs an update of @p version that nobody kills.
     int update(const QString& version = "1.0")
     {
-        UpdaterProcess updater;
-        updater.setEnvironment("TMPDIR", tmpDir);
-        return updater.run(options(version), 60000);
+        installedVersion = version;
+        return ServedScene::update();
     }
 
     /// Runs the updater with @p updaterOptions under strace with @p straceOptions.
@@ -345,37 +331,18 @@ struct Scene
 
     Nodes nodes() const { return readNodes(dir.path()); }
 
-    /// What is in the temporary directory besides the file that keeps it.
-    QStringList leftBehind() const
-    {
-        QStringList names = files::list(tmpDir);
-        names.removeOne("keep");
-        return names;
-    }
-
     /// The files of the installation that are not those of the release.
-    QStringList differences() const
-    {
-        return release::differences(release::read(installDir), release.tree);
-    }
+    QString differences() const { return differencesFrom(release.tree); }
 
-    unsigned mode(const QString& name) const { return files::mode(installDir + '/' + name); }
+    unsigned mode(const QString& name) const { return files::mode(installedPath(name)); }
 
     /// The programs started from this installation.
     QStringList starts() const { return release.program.starts().filter(installDir + '/'); }
-    QStringList startOf(const QString& name) const
-    {
-        return {name + '|' + installDir + "/Contents/MacOS|"};
-    }
 
     /// The requests from number @p first on.
     QStringList requests(int first) const { return server.requests().mid(first); }
 
     const Release& release;
-    const TestDir dir;
-    const QString installDir = dir / "installed";
-    QString tmpDir = dir / "tmp";
-    HttpServer server;
 };
 
 /// The calls of the trace @p text that change something in @p dir, each "call path" or "call path
@@ -433,13 +400,13 @@ private Q_SLOTS:
         const QStringList one{news, top, top + "Contents/", top + "Contents/MacOS/", top + exeName};
         const QStringList three = one + QStringList{top + "Contents/Resources/", top + iconName,
                                                     top + "Contents/Resources/new/", top + newName};
-        QTest::newRow("version file") << "index.txt" << -1 << QStringList{news};
-        QTest::newRow("beginning of the version file") << "index.txt" << 200 << QStringList{news};
-        QTest::newRow("first file") << exeName << -1 << QStringList{news, top};
-        QTest::newRow("second file") << iconName << -1 << one;
-        QTest::newRow("beginning of the second file") << iconName << 2 << one;
-        QTest::newRow("last file") << dataName << -1 << three;
-        QTest::newRow("beginning of the last file") << dataName << 50000 << three;
+        row("version file", "index.txt", -1, QStringList{news});
+        row("beginning of the version file", "index.txt", 200, QStringList{news});
+        row("first file", exeName, -1, QStringList{news, top});
+        row("second file", iconName, -1, one);
+        row("beginning of the second file", iconName, 2, one);
+        row("last file", dataName, -1, three);
+        row("beginning of the last file", dataName, 50000, three);
     }
 
     /// Nothing is installed. What was downloaded stays, and is downloaded once more.
@@ -448,21 +415,19 @@ private Q_SLOTS:
         QFETCH(QString, held);
         QFETCH(int, bytes);
         QFETCH(QStringList, left);
-        Scene scene(*m_release);
+        KilledScene scene(*m_release);
         const Tree before = release::read(scene.installDir);
-        const QByteArray body =
-            held == "index.txt" ? m_release->index : m_release->tree.value(held);
+        const QByteArray body = files::read(m_release->path() + '/' + held);
         HttpReply reply = HttpReply::ok(body.left(bytes));
         reply.declaredLength = body.size();
         scene.server.serve('/' + held, bytes < 0 ? HttpReply::hold(reply) : reply);
 
-        UpdaterProcess updater;
-        updater.setEnvironment("TMPDIR", scene.tmpDir);
-        updater.start(scene.options());
-        QTRY_COMPARE_WITH_TIMEOUT(scene.server.requestsFor('/' + held), 1, 30000);
-        QCOMPARE(::kill(static_cast<pid_t>(updater.pid()), SIGKILL), 0);
-        QVERIFY(updater.waitForEnd());
-        QCOMPARE(updater.endedBySignal(), SIGKILL);
+        scene.start();
+        QVERIFY(scene.waitForRequests(held));
+        QCOMPARE(scene.server.requestsFor('/' + held), 1);
+        QCOMPARE(::kill(static_cast<pid_t>(scene.updater.pid()), SIGKILL), 0);
+        QVERIFY(scene.updater.waitForEnd());
+        QCOMPARE(scene.updater.endedBySignal(), SIGKILL);
 
         QCOMPARE(release::read(scene.installDir), before);
         left.sort();
@@ -477,11 +442,11 @@ private Q_SLOTS:
         const int asked = static_cast<int>(scene.server.requests().size());
         QCOMPARE(scene.update(), 0);
         QCOMPARE(scene.requests(asked), requestsFor(Release::downloads()));
-        QCOMPARE(scene.differences(), QStringList());
+        QCOMPARE(scene.differences(), QString());
         QCOMPARE(scene.mode(exeName), 0755U);
         QCOMPARE(scene.mode(iconName), 0755U);
         QCOMPARE(scene.leftBehind(), QStringList{"velmora_cl_2.0.dat"});
-        QTRY_COMPARE(scene.starts(), scene.startOf("Editor 2.0"));
+        QTRY_COMPARE(scene.starts(), QStringList{scene.startOf("Editor 2.0")});
     }
 
     // ---- Before each step
@@ -490,7 +455,7 @@ private Q_SLOTS:
     void updateTakesTheseSteps()
     {
         NEEDS_STRACE();
-        Scene scene(*m_release);
+        KilledScene scene(*m_release);
         const QString trace = scene.dir / "trace";
         const QStringList calls{"unlink", "mkdir", "rmdir", "open", "write", "rename", "chmod"};
         QStringList traced;
@@ -508,7 +473,7 @@ private Q_SLOTS:
         const QStringList changes =
             changesIn(scene.dir.path(), QString::fromLocal8Bit(files::read(trace)));
         QCOMPARE(changes.join('\n'), expected.join('\n'));
-        QTRY_COMPARE(scene.starts(), scene.startOf("Editor 2.0"));
+        QTRY_COMPARE(scene.starts(), QStringList{scene.startOf("Editor 2.0")});
     }
 
     void killedBeforeAStep_data()
@@ -516,8 +481,7 @@ private Q_SLOTS:
         QTest::addColumn<int>("number");
         int number = 0;
         for (const Step& step : stepsOfTheUpdate()) {
-            QTest::addRow("%d: %s %s", number + 1, qPrintable(step.call), qPrintable(step.path))
-                << number;
+            row(QString("%1: %2 %3").arg(number + 1).arg(step.call, step.path), number);
             ++number;
         }
     }
@@ -527,7 +491,7 @@ private Q_SLOTS:
         NEEDS_STRACE();
         QFETCH(int, number);
         const Step& step = stepsOfTheUpdate().at(number);
-        Scene scene(*m_release);
+        KilledScene scene(*m_release);
         const Nodes before = scene.nodes();
 
         QCOMPARE(scene.killBefore(number), SIGKILL);
@@ -543,7 +507,7 @@ private Q_SLOTS:
         const int asked = static_cast<int>(scene.server.requests().size());
         QCOMPARE(scene.update(), 0);
         QCOMPARE(scene.requests(asked), requestsFor(missing));
-        QCOMPARE(scene.differences(), QStringList());
+        QCOMPARE(scene.differences(), QString());
         QStringList left = step.neverRemoved;
         left.prepend("velmora_cl_2.0.dat");
         QCOMPARE(scene.leftBehind(), left);
@@ -553,16 +517,16 @@ private Q_SLOTS:
             QCOMPARE(scene.mode(name), executable && name != step.notExecutable ? 0755U : 0644U);
         }
         if (step.notExecutable != exeName)
-            QTRY_COMPARE(scene.starts(), scene.startOf("Editor 2.0"));
+            QTRY_COMPARE(scene.starts(), QStringList{scene.startOf("Editor 2.0")});
     }
 
-    // ---- What the next updates cannot mend, and what can
+    // ---- What the next updates cannot repair, and what can
 
     void executableWithoutPermissionIsNotStarted_data()
     {
         QTest::addColumn<bool>("byHost");
-        QTest::newRow("the host sets the permission") << true;
-        QTest::newRow("a release brings another executable") << false;
+        row("the host sets the permission", true);
+        row("a release brings another executable", false);
     }
 
     void executableWithoutPermissionIsNotStarted()
@@ -570,19 +534,19 @@ private Q_SLOTS:
         NEEDS_STRACE();
         QFETCH(bool, byHost);
         Release published;
-        Scene scene(published);
+        KilledScene scene(published);
         QCOMPARE(scene.killBefore(stepNumber("chmod", installed + exeName)), SIGKILL);
         for (int run = 1; run <= 2; ++run) {
             QCOMPARE(scene.update(), 0);
-            QCOMPARE(scene.differences(), QStringList());
+            QCOMPARE(scene.differences(), QString());
             QCOMPARE(scene.mode(exeName), 0644U);
             QCOMPARE(scene.starts(), QStringList());
         }
         if (byHost) {
-            files::setMode(scene.installDir + '/' + exeName, 0755);
+            files::setMode(scene.installedPath(exeName), 0755);
             QCOMPARE(scene.update(), 0);
             QCOMPARE(scene.server.requestsFor('/' + exeName), 1);
-            QTRY_COMPARE(scene.starts(), scene.startOf("Editor 2.0"));
+            QTRY_COMPARE(scene.starts(), QStringList{scene.startOf("Editor 2.0")});
         } else {
             Tree next = published.tree;
             next[exeName] = published.program.script("Editor 2.1");
@@ -590,7 +554,7 @@ private Q_SLOTS:
             scene.serve();
             QCOMPARE(scene.update("2.0"), 0);
             QCOMPARE(scene.mode(exeName), 0755U);
-            QTRY_COMPARE(scene.starts(), scene.startOf("Editor 2.1"));
+            QTRY_COMPARE(scene.starts(), QStringList{scene.startOf("Editor 2.1")});
         }
     }
 
@@ -598,7 +562,7 @@ private Q_SLOTS:
     void updateOfTheVersionPublishedInstallsNothing()
     {
         NEEDS_STRACE();
-        Scene scene(*m_release);
+        KilledScene scene(*m_release);
         QCOMPARE(scene.killBefore(stepNumber("rename", saved + dataName)), SIGKILL);
         const QStringList before = described(scene.nodes());
         const int asked = static_cast<int>(scene.server.requests().size());
@@ -606,28 +570,28 @@ private Q_SLOTS:
         QCOMPARE(scene.update("2.0"), 0);
         QCOMPARE(scene.requests(asked), QStringList{"/index.txt"});
         QCOMPARE(described(scene.nodes()), before);
-        QCOMPARE(scene.differences(), QStringList{"missing: data.bin"});
+        QCOMPARE(scene.differences(), QString("missing: data.bin"));
         QCOMPARE(scene.starts(), QStringList());
 
         QCOMPARE(scene.update("1.0"), 0);
-        QCOMPARE(scene.differences(), QStringList());
-        QTRY_COMPARE(scene.starts(), scene.startOf("Editor 2.0"));
+        QCOMPARE(scene.differences(), QString());
+        QTRY_COMPARE(scene.starts(), QStringList{scene.startOf("Editor 2.0")});
     }
 
     void killedThreeTimesOver()
     {
         NEEDS_STRACE();
-        Scene scene(*m_release);
+        KilledScene scene(*m_release);
         QCOMPARE(scene.killBefore(stepNumber("write", saved + newName)), SIGKILL);
         QCOMPARE(scene.killBefore(stepNumber("rename", saved + iconName)), SIGKILL);
-        QCOMPARE(scene.differences().size(), 3);
+        QCOMPARE(scene.differences().count('\n') + 1, 3);
         QCOMPARE(scene.killBefore(stepNumber("unlink", installed + dataName)), SIGKILL);
-        QCOMPARE(scene.differences(), QStringList{"different: data.bin"});
+        QCOMPARE(scene.differences(), QString("different: data.bin"));
         QCOMPARE(scene.update(), 0);
-        QCOMPARE(scene.differences(), QStringList());
+        QCOMPARE(scene.differences(), QString());
         QCOMPARE(scene.mode(exeName), 0755U);
         QCOMPARE(scene.mode(iconName), 0755U);
-        QTRY_COMPARE(scene.starts(), scene.startOf("Editor 2.0"));
+        QTRY_COMPARE(scene.starts(), QStringList{scene.startOf("Editor 2.0")});
     }
 
     // ---- With the temporary directory on another file system
@@ -637,11 +601,10 @@ private Q_SLOTS:
     {
         NEEDS_STRACE();
         const QTemporaryDir elsewhere("/dev/shm/tst_killed-XXXXXX");
-        Scene scene(*m_release);
+        KilledScene scene(*m_release);
         if (!elsewhere.isValid() || deviceOf(elsewhere.path()) == deviceOf(scene.dir.path()))
             QSKIP("/dev/shm is no other file system");
-        scene.tmpDir = elsewhere.path();
-        files::write(scene.tmpDir + "/keep", "");
+        scene.moveTmpDir(elsewhere.path());
         QCOMPARE(scene.runUnderStrace(QStringList{"-P", scene.dir / (installed + dataName)} +
                                           killAt(systemCalls("write"), 2),
                                       scene.options()),
@@ -649,14 +612,14 @@ private Q_SLOTS:
         const QByteArray whole = m_release->tree.value(dataName);
         const QByteArray part = files::read(scene.dir / (installed + dataName));
         QVERIFY(!part.isEmpty() && part.size() < whole.size() && whole.startsWith(part));
-        QCOMPARE(files::read(scene.tmpDir + "/wUpEditor2.0/" + dataName), whole);
+        QCOMPARE(files::read(scene.downloadedPath(dataName)), whole);
 
         const int asked = static_cast<int>(scene.server.requests().size());
         QCOMPARE(scene.update(), 0);
         QCOMPARE(scene.requests(asked), requestsFor({dataName}));
-        QCOMPARE(scene.differences(), QStringList());
+        QCOMPARE(scene.differences(), QString());
         QCOMPARE(scene.leftBehind(), QStringList{"velmora_cl_2.0.dat"});
-        QTRY_COMPARE(scene.starts(), scene.startOf("Editor 2.0"));
+        QTRY_COMPARE(scene.starts(), QStringList{scene.startOf("Editor 2.0")});
     }
 
     // ---- While it reports
@@ -666,11 +629,11 @@ private Q_SLOTS:
         QTest::addColumn<QString>("call");
         QTest::addColumn<int>("occurrence");
         QTest::addColumn<bool>("reported");
-        QTest::newRow("before it attaches") << "semop" << 1 << false;
-        QTest::newRow("while it attaches") << "semop" << 2 << false;
-        QTest::newRow("before it takes the lock") << "semop" << 3 << false;
-        QTest::newRow("while it holds the lock") << "shmdt" << 1 << true;
-        QTest::newRow("before it returns the lock") << "semop" << 4 << true;
+        row("before it attaches", "semop", 1, false);
+        row("while it attaches", "semop", 2, false);
+        row("before it takes the lock", "semop", 3, false);
+        row("while it holds the lock", "shmdt", 1, true);
+        row("before it returns the lock", "semop", 4, true);
     }
 
     /// The host gets the lock all the same, and the next check reports.
@@ -680,26 +643,20 @@ private Q_SLOTS:
         QFETCH(QString, call);
         QFETCH(int, occurrence);
         QFETCH(bool, reported);
-        Scene scene(*m_release);
-        const ScopedTmpDir tmp(scene.tmpDir);
-        HostProcess host(16);
-        const QByteArray report = QByteArray("2.0\0"
-                                             "0",
-                                             5)
-                                      .leftJustified(16, '\0');
-        const QStringList check{
-            "-c", "-n",      "Editor", "-v", "1.0", "-l", scene.server.url("/index.txt"),
-            "-s", host.key()};
+        KilledScene scene(*m_release);
+        const auto host = scene.startHost();
+        const QStringList check{"-c", "-n",       "Editor", "-v", "1.0", "-l", scene.indexUrl(),
+                                "-s", host->key()};
 
         QCOMPARE(scene.runUnderStrace(killAt(systemCalls(call), occurrence), check), SIGKILL);
-        QCOMPARE(host.dump(), reported ? report : HostProcess::untouched(16));
+        QCOMPARE(host->dump(),
+                 reported ? HostProcess::reported("2.0") : HostProcess::untouched(16));
         QCOMPARE(files::read(scene.dir / changelog), QByteArray("of an earlier check"));
-        QVERIFY(host.lock());
-        QVERIFY(host.unlock());
+        QVERIFY(host->lock());
+        QVERIFY(host->unlock());
 
-        UpdaterProcess updater;
-        QCOMPARE(updater.run(check), 0);
-        QCOMPARE(host.dump(), report);
+        QCOMPARE(scene.updater.run(check), 0);
+        QCOMPARE(host->dump(), HostProcess::reported("2.0"));
         QCOMPARE(files::read(scene.dir / changelog), m_release->changes.toBase64());
     }
 

@@ -1,7 +1,6 @@
 // What the program touches at all: every path that a run opens for writing, makes, moves, removes
 // or changes the mode of, as the system reports it.
 
-#include "tests/support/HttpServer.h"
 #include "tests/support/Row.h"
 #include "tests/support/Scene.h"
 #include "tests/support/SystemCalls.h"
@@ -19,7 +18,7 @@ bool isBelow(const QString& path, const QString& directory)
 }
 
 /// A scene, and everything that its updater asks of the system.
-class TracedScene : public Scene
+class TracedScene : public ServedScene
 {
 public:
     TracedScene()
@@ -46,15 +45,12 @@ public:
     }
     Q_DISABLE_COPY(TracedScene)
 
-    /// Publishes @p tree on the scene's server.
+    /// Publishes @p tree with news.
     void publish(const Tree& tree)
     {
         files::write(dir / "CHANGES.txt", "news");
-        Scene::publish(tree, "2.0", {"--changelog", dir / "CHANGES.txt"});
-        serveFrom(server);
+        ServedScene::publish(tree, "2.0", {"--changelog", dir / "CHANGES.txt"});
     }
-
-    QString indexUrl() const { return server.url("/index.txt"); }
 
     /// The changes that lie elsewhere than they may, one line each. Qt makes sure that the
     /// runtime directory is there; the base directory is made if it is missing; with the download
@@ -113,7 +109,6 @@ public:
 
     const QString runtimeDir = dir / "run";
     const SystemCalls calls;
-    HttpServer server;
 };
 
 /// The programs that were started, the updater first.
@@ -214,7 +209,7 @@ private Q_SLOTS:
     {
         TracedScene scene;
         scene.publish({{"a.bin", "a"}});
-        QCOMPARE(scene.check(scene.indexUrl()), HostProcess::reported("2.0"));
+        QCOMPARE(scene.check(), HostProcess::reported("2.0"));
         QCOMPARE(scene.strayChanges(), QString());
         QCOMPARE(scene.changedBelow(scene.installDir), QStringList());
         // The lock's key file lies in the temporary directory.
@@ -240,7 +235,7 @@ private Q_SLOTS:
                        {"old.bin", "new"},
                        {"sub/deep/new.bin", "new"}});
         scene.install({{"Contents/Resources/same.bin", "same"}, {"old.bin", "old"}});
-        QCOMPARE(scene.update(scene.indexUrl()), 0);
+        QCOMPARE(scene.update(), 0);
         QTRY_COMPARE(scene.program.starts().size(), 1);
 
         QCOMPARE(scene.strayChanges(), QString());
@@ -270,7 +265,7 @@ private Q_SLOTS:
         scene.exe = scene.dir / "elsewhere/Editor";
         scene.program.install(scene.exe, "Editor");
         scene.publish({{Scene::exeName, "no program"}});
-        QCOMPARE(scene.update(scene.indexUrl()), 0);
+        QCOMPARE(scene.update(), 0);
         QTRY_COMPARE(scene.program.starts().size(), 1);
         QCOMPARE(scene.strayChanges(), QString());
         QCOMPARE(startedPrograms(scene), QStringList({UPDATER_EXECUTABLE, scene.exe}));
@@ -287,7 +282,7 @@ private Q_SLOTS:
                            HttpReply::ok(files::read(scene.releaseDir + "/index.txt")
                                              .replace("<changelog>bmV3cw==</changelog>", "")));
         QVERIFY(QFile::remove(scene.tmpDir + "/keep"));
-        QCOMPARE(scene.update(scene.indexUrl()), 0);
+        QCOMPARE(scene.update(), 0);
         QVERIFY(!QFile::exists(scene.tmpDir));
         const QString next = "rmdir(\"" + scene.dir.path() + '"';
         QVERIFY2(scene.strayChanges().startsWith(next), qPrintable(scene.strayChanges()));
@@ -302,7 +297,7 @@ private Q_SLOTS:
         files::makeDirectory(scene.tmpDir + "/velmora_cl_");
         scene.server.serve("/index.txt", HttpReply::ok("<Editor><version>/../../x</version>"
                                                        "<changelog>bmV3cw==</changelog></Editor>"));
-        QCOMPARE(scene.check(scene.indexUrl()), HostProcess::reported("/../../x"));
+        QCOMPARE(scene.check(), HostProcess::reported("/../../x"));
         QVERIFY(!scene.strayChanges().isEmpty());
         QCOMPARE(files::read(scene.dir / "x.dat"), QByteArray("bmV3cw=="));
     }
@@ -316,7 +311,7 @@ private Q_SLOTS:
             HttpReply::ok("<Editor><version>2.0</version><file><name>../escaped.bin</name><sha1>" +
                           files::sha1(body).toLatin1() + "</sha1><size>8</size></file></Editor>"));
         scene.server.serveAllElse(HttpReply::ok(body));
-        QCOMPARE(scene.update(scene.indexUrl()), 0);
+        QCOMPARE(scene.update(), 0);
         QVERIFY(!scene.strayChanges().isEmpty());
         QCOMPARE(files::read(scene.dir / "installed/escaped.bin"), body);
     }

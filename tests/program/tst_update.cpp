@@ -13,10 +13,10 @@
 namespace {
 
 /// A release below the root of the server, under a name of its own.
-class ServedScene : public Scene
+class SiteScene : public Scene
 {
 public:
-    explicit ServedScene(const TestDir& root) : Scene(root / QString("row%1").arg(++rows)) {}
+    explicit SiteScene(const TestDir& root) : Scene(root / QString("row%1").arg(++rows)) {}
 
     /// Publishes @p tree with the news of @p version.
     void publish(const Tree& tree, const QString& version, const QStringList& furtherOptions = {})
@@ -149,7 +149,7 @@ private Q_SLOTS:
         QFETCH(State, state);
         QFETCH(Exe, exe);
         QFETCH(bool, withHost);
-        ServedScene scene(*m_root);
+        SiteScene scene(*m_root);
         const Tree published = publishedTree(scene.program);
         const Tree installed = installedTree(state, scene.program);
         scene.publish(published, "2.0a");
@@ -216,7 +216,7 @@ private Q_SLOTS:
         QFETCH(QString, installedVersion);
         QFETCH(QStringList, buildOptions);
         QFETCH(bool, required);
-        ServedScene scene(*m_root);
+        SiteScene scene(*m_root);
         scene.publish(publishedTree(scene.program), "2.0a", buildOptions);
         const auto host = scene.startHost();
 
@@ -237,14 +237,14 @@ private Q_SLOTS:
 
     void checkOfAMissingVersionFileReportsAnEmptyVersion()
     {
-        ServedScene scene(*m_root);
+        SiteScene scene(*m_root);
         QCOMPARE(scene.check(scene.indexUrl(*m_nginx)), HostProcess::reported(""));
         QCOMPARE(scene.leftBehind(), QStringList());
     }
 
     void unreadableVersionFileStartsTheProgramAgain()
     {
-        ServedScene scene(*m_root);
+        SiteScene scene(*m_root);
         scene.exe = scene.dir / "bin/Editor";
         scene.program.install(scene.exe, "Editor");
         QCOMPARE(scene.update(scene.indexUrl(*m_nginx)), 0);
@@ -256,7 +256,7 @@ private Q_SLOTS:
 
     void secondUpdateFindsNothingToDo()
     {
-        ServedScene scene(*m_root);
+        SiteScene scene(*m_root);
         scene.publish(publishedTree(scene.program), "2.0a");
         QCOMPARE(scene.update(scene.indexUrl(*m_nginx)), 0);
         QTRY_COMPARE(scene.program.starts().size(), 1);
@@ -267,7 +267,7 @@ private Q_SLOTS:
 
     void largeOldInstallationBecomesTheRelease()
     {
-        ServedScene scene(*m_root);
+        SiteScene scene(*m_root);
         Tree published = largeTree();
         published[Scene::exeName] = scene.program.script("Editor 2.0");
         scene.publish(published, "2.0");

@@ -1,7 +1,6 @@
 // What a person sees: the progress dialog on a real X server, and Cancel pressed on the keyboard.
 // CTest runs this under xvfb-run.
 
-#include "tests/support/HttpServer.h"
 #include "tests/support/Scene.h"
 #include "tests/support/TestMain.h"
 
@@ -19,25 +18,20 @@ QString x11(const QString& command, const QStringList& arguments)
 }
 
 /// An update of two files on the X server. What becomes of the second one is up to the test.
-class WindowScene : public Scene
+class WindowScene : public ServedScene
 {
 public:
     WindowScene()
     {
         publish({{"a.txt", "first"}, {"b.txt", "second"}});
-        serveFrom(server);
         updater.setEnvironment("QT_QPA_PLATFORM", "xcb");
     }
-
-    void start() { updater.start(updateOptions(server.url("/index.txt"))); }
 
     /// Returns the number of the updater's visible window; a line for each when there are several.
     QString window() const
     {
         return x11("xdotool", {"search", "--onlyvisible", "--pid", QString::number(updater.pid())});
     }
-
-    HttpServer server;
 };
 
 } // namespace

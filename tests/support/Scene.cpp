@@ -2,7 +2,6 @@
 
 #include "updater/Updater.h"
 
-#include "tests/support/HttpServer.h"
 #include "tests/support/ReleaseTree.h"
 
 #include <QCoreApplication>
@@ -14,8 +13,7 @@
 Scene::Scene(const QString& release) : releaseDir(release.isEmpty() ? dir / "release" : release)
 {
     files::makeDirectory(installDir);
-    files::write(tmpDir + "/keep", ""); // Else an emptied temporary directory would go, too.
-    updater.setEnvironment("TMPDIR", tmpDir);
+    moveTmpDir(dir / "tmp");
 }
 
 void Scene::publish(const Tree& tree, const QString& version, const QStringList& furtherOptions)
@@ -76,6 +74,13 @@ QByteArray Scene::check(const QString& url, int size)
     const QStringList options{"-c", "-n", "Editor", "-v",       installedVersion,
                               "-l", url,  "-s",     host->key()};
     return updater.run(options, 120000) == 0 ? host->dump() : QByteArray();
+}
+
+void Scene::moveTmpDir(const QString& path)
+{
+    tmpDir = path;
+    files::write(tmpDir + "/keep", ""); // Else an emptied temporary directory would go, too.
+    updater.setEnvironment("TMPDIR", tmpDir);
 }
 
 std::unique_ptr<HostProcess> Scene::startHost(int size) const
@@ -148,4 +153,9 @@ QString Scene::tracesBesides(const QStringList& names) const
 QString Scene::startOf(const QString& name) const
 {
     return name + '|' + installDir + "/Contents/MacOS|";
+}
+
+bool ServedScene::waitForRequests(const QString& name, int times) const
+{
+    return QTest::qWaitFor([&] { return server.requestsFor('/' + name) >= times; }, 30000);
 }

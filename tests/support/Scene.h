@@ -1,16 +1,16 @@
 // One publisher, one user, one updater: where a test of the whole program begins, and what it looks
 // at afterwards.
 //
-//   Scene scene;
+//   ServedScene scene;
 //   scene.publish({{"a.txt", "new"}});
 //   scene.install({{"a.txt", "old"}});
-//   const Nginx server(scene.releaseDir);
-//   QCOMPARE(scene.update(server.url("/index.txt")), 0);
+//   QCOMPARE(scene.update(), 0);
 //   QCOMPARE(scene.missingOfTheUpdate(), QString());
 #ifndef TESTS_SUPPORT_SCENE_H
 #define TESTS_SUPPORT_SCENE_H
 
 #include "tests/support/HostProcess.h"
+#include "tests/support/HttpServer.h"
 #include "tests/support/RelaunchedProgram.h"
 #include "tests/support/Release.h"
 #include "tests/support/UpdaterProcess.h"
@@ -18,7 +18,6 @@
 #include <functional>
 #include <memory>
 
-class HttpServer;
 class Updater;
 
 /// A published release, an installation, and an updater whose temporary directory nobody else uses.
@@ -59,6 +58,9 @@ public:
     /// not 0.
     QByteArray check(const QString& url, int size = 16);
 
+    /// Gives the updater the temporary directory @p path from now on, which is there and empty.
+    void moveTmpDir(const QString& path);
+
     /// Starts a host that has the updater's temporary directory, as it must.
     std::unique_ptr<HostProcess> startHost(int size = 16) const;
 
@@ -94,7 +96,7 @@ public:
     const TestDir dir;
     const QString releaseDir;
     const QString installDir = dir / "installed/Editor.app";
-    const QString tmpDir = dir / "tmp";
+    QString tmpDir;                                   ///< See moveTmpDir().
     QString installedVersion = QStringLiteral("1.0"); ///< What "-v" says.
     QString exe; ///< What "-x" names; no such option when empty.
     const RelaunchedProgram program;
@@ -104,6 +106,35 @@ public:
 
     /// The program in a bundle.
     static constexpr const char* exeName = "Contents/MacOS/Editor";
+};
+
+/// A scene whose release is served by a server in the test's own process.
+class ServedScene : public Scene
+{
+public:
+    using Scene::Scene;
+
+    /// Makes @p tree the release of @p version and puts it onto the server.
+    void publish(const Tree& tree, const QString& version = QStringLiteral("2.0"),
+                 const QStringList& furtherOptions = {})
+    {
+        Scene::publish(tree, version, furtherOptions);
+        serveFrom(server);
+    }
+
+    QString indexUrl() const { return server.url("/index.txt"); }
+
+    /// Starts an update and returns at once.
+    void start() { updater.start(updateOptions(indexUrl())); }
+
+    int update() { return Scene::update(indexUrl()); }
+    QByteArray check(int size = 16) { return Scene::check(indexUrl(), size); }
+
+    /// Waits until the server has been asked @p times for the file @p name.
+    /// @return False when that does not happen in time.
+    bool waitForRequests(const QString& name, int times = 1) const;
+
+    HttpServer server;
 };
 
 #endif // TESTS_SUPPORT_SCENE_H
