@@ -4,15 +4,13 @@
 #include "manifest/ManifestText.h"
 #include "updater/Updater.h"
 
-#include "tests/support/HostProcess.h"
-#include "tests/support/HttpServer.h"
 #include "tests/support/LiteralReader.h"
 #include "tests/support/Records.h"
-#include "tests/support/Release.h"
 #include "tests/support/ReleaseTree.h"
+#include "tests/support/Row.h"
+#include "tests/support/Scene.h"
 #include "tests/support/TestMain.h"
 #include "tests/support/UpdaterProbe.h"
-#include "tests/support/UpdaterProcess.h"
 
 #include <QNetworkReply>
 
@@ -116,37 +114,25 @@ QString difference(const ProgramData& actual, const ProgramData& expected)
 /// The report of @p data in a host's segment.
 QByteArray reportOf(const ProgramData& data)
 {
-    const QByteArray report = data.version.toLatin1() + '\0' + (data.required ? '1' : '0');
-    return report.leftJustified(qMax(segmentSize, static_cast<int>(report.size())), '\0');
+    return HostProcess::reported(data.version.toLatin1(), data.required, segmentSize);
 }
 
-/// A server, an installation and an updater with a temporary directory of its own.
-struct Scene
+/// A scene whose version file is written by the test.
+class WrittenScene : public ServedScene
 {
-    Scene()
-    {
-        files::makeDirectory(installDir);
-        files::write(tmpDir + "/keep", ""); // Else an emptied temporary directory would go, too.
-        updater.setEnvironment("TMPDIR", tmpDir);
-    }
-
+public:
     void publish(const QByteArray& text) { server.serve("/index.txt", HttpReply::ok(text)); }
 
-    /// Runs a check and returns the host's segment; nothing when it does not end with 0.
-    QByteArray check()
+    /// Publishes a release of one file.
+    void publishFile(const QByteArray& name)
     {
-        const ScopedTmpDir tmp(tmpDir);
-        HostProcess host(segmentSize);
-        const QStringList options{
-            "-c", "-n", "Editor", "-v", "1.0", "-l", server.url("/index.txt"), "-s", host.key()};
-        return updater.run(options, 120000) == 0 ? host.dump() : QByteArray();
+        ProgramData data = releaseOf(0);
+        data.files.append(tree::entry(name, "contents"));
+        publish(textOf(data));
+        server.serve('/' + name, HttpReply::ok("contents"));
     }
 
-    QStringList updateOptions() const
-    {
-        return {
-            "-u", "-n", "Editor", "-d", installDir, "-v", "1.0", "-l", server.url("/index.txt")};
-    }
+    QByteArray check() { return ServedScene::check(segmentSize); }
 
     /// What was written for the changelog of @p version; "(none)" when there is no file.
     QByteArray changelog(const QString& version) const
@@ -154,12 +140,6 @@ struct Scene
         const QString path = tmpDir + "/velmora_cl_" + version + ".dat";
         return QFile::exists(path) ? files::read(path) : QByteArray("(none)");
     }
-
-    const TestDir dir;
-    const QString installDir = dir / "installed";
-    const QString tmpDir = dir / "tmp";
-    HttpServer server;
-    UpdaterProcess updater;
 };
 
 /// Bodies of every kind of disorder; the same ones everywhere.
@@ -248,13 +228,13 @@ struct CutReading
 
 CutReading expectedOfCutRecord(const ProgramData& data, const QString& text, int length)
 {
-    const auto complete = [&](const QString& mark) {
-        const auto at = text.indexOf(mark);
-        return at >= 0 && at + mark.size() <= length;
+    const auto complete = [&](const QString& tag) {
+        const auto at = text.indexOf(tag);
+        return at >= 0 && at + tag.size() <= length;
     };
     CutReading reading;
-    const auto firstMark = text.indexOf("<version>");
-    if (length > firstMark)
+    const auto firstTag = text.indexOf("<version>");
+    if (length > firstTag)
         reading.data.name = "Editor";
     if (!complete("</version>"))
         return reading;
@@ -299,10 +279,10 @@ private Q_SLOTS:
     void checkReadsAnyNumberOfEntries_data()
     {
         QTest::addColumn<int>("count");
-        QTest::newRow("none") << 0;
-        QTest::newRow("1") << 1;
-        QTest::newRow("1,000") << 1000;
-        QTest::newRow("100,000") << 100000;
+        row("none", 0);
+        row("1", 1);
+        row("1,000", 1000);
+        row("100,000", 100000);
     }
 
     void checkReadsAnyNumberOfEntries()
@@ -314,7 +294,7 @@ private Q_SLOTS:
         QCOMPARE(static_cast<int>(read.files.size()), count);
         QVERIFY(records::same(read, data));
 
-        Scene scene;
+        WrittenScene scene;
         scene.publish(text);
         QCOMPARE(scene.check(), reportOf(data));
         QCOMPARE(scene.changelog("2.0"), data.changelog.toLatin1());
@@ -326,11 +306,11 @@ private Q_SLOTS:
         QTest::addColumn<int>("files");
         QTest::addColumn<int>("entries");
         QTest::addColumn<int>("missing");
-        QTest::newRow("1, and missing") << 1 << 1 << 1;
-        QTest::newRow("1, in place") << 1 << 1 << 0;
-        QTest::newRow("1,000, 40 of them missing") << 1000 << 1000 << 40;
-        QTest::newRow("100,000 of 100 files, in place") << 100 << 100000 << 0;
-        QTest::newRow("100,000 of 100 files, one missing at the end") << 100 << 100000 << 1;
+        row("1, and missing", 1, 1, 1);
+        row("1, in place", 1, 1, 0);
+        row("1,000, 40 of them missing", 1000, 1000, 40);
+        row("100,000 of 100 files, in place", 100, 100000, 0);
+        row("100,000 of 100 files, one missing at the end", 100, 100000, 1);
     }
 
     /// The entries name the files over and over; the missing ones are named at the end, once each.
@@ -339,7 +319,7 @@ private Q_SLOTS:
         QFETCH(int, files);
         QFETCH(int, entries);
         QFETCH(int, missing);
-        Scene scene;
+        WrittenScene scene;
         ProgramData data = releaseOf(files);
         const QVector<ProgramFile> all = data.files;
         const auto present = files - missing;
@@ -353,7 +333,7 @@ private Q_SLOTS:
             const QByteArray contents = name.toLatin1();
             release.insert(name, contents);
             if (i < present) {
-                files::write(scene.installDir + '/' + name, contents);
+                files::write(scene.installedPath(name), contents);
             } else {
                 data.files.append(all.at(i));
                 scene.server.serve('/' + name, HttpReply::ok(contents));
@@ -362,9 +342,9 @@ private Q_SLOTS:
         }
         QCOMPARE(static_cast<int>(data.files.size()), entries);
         scene.publish(textOf(data));
-        QCOMPARE(scene.updater.run(scene.updateOptions(), 120000), 0);
+        QCOMPARE(scene.update(), 0);
         QCOMPARE(scene.server.requests(), requests);
-        QCOMPARE(release::differences(release::read(scene.installDir), release), QStringList());
+        QCOMPARE(scene.differencesFrom(release), QString());
     }
 
     // ---- Large and long values
@@ -377,7 +357,7 @@ private Q_SLOTS:
         payload.replace(0, 4, "Rmly");
         payload.replace(payload.size() - 4, 4, "bGE=");
         data.changelog = "@";
-        Scene scene;
+        WrittenScene scene;
         scene.publish(textOf(data).replace("@", payload));
         QCOMPARE(scene.check(), reportOf(data));
         QVERIFY(scene.changelog("2.0") == payload);
@@ -387,9 +367,9 @@ private Q_SLOTS:
     void nameAsLongAsAFileNameMayBeIsInstalled()
     {
         const QByteArray name = QByteArray(251, 'n') + ".dat";
-        Scene scene;
-        publishFile(scene, name);
-        QCOMPARE(scene.updater.run(scene.updateOptions()), 0);
+        WrittenScene scene;
+        scene.publishFile(name);
+        QCOMPARE(scene.update(), 0);
         QCOMPARE(scene.server.requestsFor('/' + name), 1);
         QCOMPARE(release::read(scene.installDir), Tree({{name, "contents"}}));
     }
@@ -397,25 +377,25 @@ private Q_SLOTS:
     void nameThatNoFileCanHaveIsFetchedWithoutEnd_data()
     {
         QTest::addColumn<QByteArray>("name");
-        QTest::newRow("one byte too many") << QByteArray(256, 'n');
-        QTest::newRow("4,096 bytes") << QByteArray(4096, 'n');
-        QTest::newRow("4,096 bytes in directories")
-            << (QByteArray(127, 'd') + '/').repeated(32).replace(4095, 1, "n");
+        row("one byte too many", QByteArray(256, 'n'));
+        row("4,096 bytes", QByteArray(4096, 'n'));
+        row("4,096 bytes in directories",
+            (QByteArray(127, 'd') + '/').repeated(32).replace(4095, 1, "n"));
     }
 
     void nameThatNoFileCanHaveIsFetchedWithoutEnd()
     {
         QFETCH(QByteArray, name);
         {
-            Scene scene;
-            publishFile(scene, name);
+            WrittenScene scene;
+            scene.publishFile(name);
             QCOMPARE(scene.check(), reportOf(releaseOf(0)));
         }
-        Scene scene;
-        publishFile(scene, name);
-        scene.updater.start(scene.updateOptions());
+        WrittenScene scene;
+        scene.publishFile(name);
+        scene.start();
         // Far more often than failures are allowed.
-        QTRY_VERIFY_WITH_TIMEOUT(scene.server.requestsFor('/' + name) >= 25, 30000);
+        QVERIFY(scene.waitForRequests(name, 25));
         QVERIFY(scene.updater.isRunning());
         QCOMPARE(scene.server.requestsFor("/index.txt"), 1);
         QCOMPARE(files::list(scene.installDir), QStringList());
@@ -434,7 +414,7 @@ private Q_SLOTS:
             const ProgramData expected = at >= recordEnd ? data : ProgramData();
             COMPARE_RECORDS(handled(body), expected, body);
         }
-        // In place of each byte, with a whole record behind it.
+        // In place of each byte, with a whole record after it.
         for (int at = 0; at < text.size(); ++at) {
             QByteArray body = text + text;
             body[at] = '\0';
@@ -443,32 +423,30 @@ private Q_SLOTS:
         }
     }
 
-    /// The record is closed before the zero byte and once more, with more in it, behind it.
-    void nothingBehindAZeroByteIsRead_data()
+    /// The record is closed before the zero byte and once more, with more in it, after it.
+    void nothingAfterAZeroByteIsRead_data()
     {
         QTest::addColumn<QByteArray>("body");
         QTest::addColumn<ProgramData>("expected");
         const QByteArray zero(1, '\0');
         const ProgramData data = releaseOf(2);
         const QByteArray text = textOf(data);
-        QTest::newRow("first byte") << zero + text << ProgramData();
-        QTest::newRow("nothing else") << zero.repeated(1000) << ProgramData();
-        QTest::newRow("in the opening mark of the record")
-            << QByteArray(text).insert(3, zero) << ProgramData();
-        QTest::newRow("in the version")
-            << QByteArray(text).replace("2.0", "2." + zero + "0") << ProgramData();
-        QTest::newRow("in the changelog")
-            << QByteArray(text).replace("</changelog>", zero + "</changelog>") << ProgramData();
-        QTest::newRow("before the end of the record")
-            << QByteArray(text).replace("</Editor>", zero + "</Editor>") << ProgramData();
-        QTest::newRow("behind the record") << text + zero + "<Editor>" << data;
+        row("first byte", zero + text, ProgramData());
+        row("nothing else", zero.repeated(1000), ProgramData());
+        row("in the opening tag of the record", QByteArray(text).insert(3, zero), ProgramData());
+        row("in the version", QByteArray(text).replace("2.0", "2." + zero + "0"), ProgramData());
+        row("in the changelog", QByteArray(text).replace("</changelog>", zero + "</changelog>"),
+            ProgramData());
+        row("before the end of the record",
+            QByteArray(text).replace("</Editor>", zero + "</Editor>"), ProgramData());
+        row("after the record", text + zero + "<Editor>", data);
     }
 
-    void nothingBehindAZeroByteIsRead()
+    void nothingAfterAZeroByteIsRead()
     {
         QFETCH(QByteArray, body);
         QFETCH(ProgramData, expected);
-        Scene scene;
+        WrittenScene scene;
         scene.publish(body);
         QCOMPARE(scene.check(), reportOf(expected));
         QCOMPARE(scene.changelog("2.0"),
@@ -503,26 +481,25 @@ private Q_SLOTS:
     void unusualBodiesAreChecked_data()
     {
         QTest::addColumn<QByteArray>("body");
-        QTest::newRow("empty") << QByteArray();
-        QTest::newRow("one byte") << QByteArray("<");
-        QTest::newRow("line ends") << QByteArray("\r\n").repeated(1000);
-        QTest::newRow("only the marks of the record") << QByteArray("<Editor></Editor>");
-        QTest::newRow("opening marks") << QByteArray("<Editor>").repeated(500000);
-        QTest::newRow("files without end") << "<Editor><version>2.0</version>" +
-                                                  QByteArray("<file>").repeated(500000) +
-                                                  "</Editor>";
-        QTest::newRow("upper half of the bytes")
-            << "<Editor><version>\xE4\xFF\x80</version></Editor>" + QByteArray(100000, '\xFF');
+        row("empty", QByteArray());
+        row("one byte", QByteArray("<"));
+        row("line ends", QByteArray("\r\n").repeated(1000));
+        row("only the tags of the record", QByteArray("<Editor></Editor>"));
+        row("opening tags", QByteArray("<Editor>").repeated(500000));
+        row("files without end",
+            "<Editor><version>2.0</version>" + QByteArray("<file>").repeated(500000) + "</Editor>");
+        row("upper half of the bytes",
+            "<Editor><version>\xE4\xFF\x80</version></Editor>" + QByteArray(100000, '\xFF'));
         RandomBodies random(2);
         for (int i = 0; i < 8; ++i)
-            QTest::addRow("random %d", i) << random.next();
+            row(QString("random %1").arg(i), random.next());
     }
 
     void unusualBodiesAreChecked()
     {
         QFETCH(QByteArray, body);
         const ProgramData expected = literalReading(body);
-        Scene scene;
+        WrittenScene scene;
         scene.publish(body);
         const QByteArray report = reportOf(expected);
         // A version that the segment cannot hold leaves it alone.
@@ -575,25 +552,19 @@ private Q_SLOTS:
         QTest::addColumn<bool>("requiredRead");
         QTest::addColumn<bool>("changelogRead");
         const QByteArray text = textOf(releaseOf(3));
-        const auto upTo = [&](const QByteArray& mark) {
-            return text.left(text.indexOf(mark) + mark.size());
+        const auto upTo = [&](const QByteArray& tag) {
+            return text.left(text.indexOf(tag) + tag.size());
         };
-        QTest::newRow("nothing") << QByteArray() << false << false << false << false;
-        QTest::newRow("opening mark of the record")
-            << upTo("<Editor>") << false << false << false << false;
-        QTest::newRow("last byte of the record missing")
-            << text.left(text.size() - 2) << false << false << false << false;
-        QTest::newRow("line end missing")
-            << text.left(text.size() - 1) << false << true << true << true;
-        QTest::newRow("closed in the version")
-            << upTo("<version>2") << true << false << false << false;
-        QTest::newRow("closed behind the version")
-            << upTo("</version>") << true << true << false << false;
-        QTest::newRow("closed behind the flag")
-            << upTo("</required>") << true << true << true << false;
-        QTest::newRow("closed in the changelog")
-            << upTo("<changelog>TmV3") << true << true << true << false;
-        QTest::newRow("closed in the first file") << upTo("<sha1>") << true << true << true << true;
+        row("nothing", QByteArray(), false, false, false, false);
+        row("opening tag of the record", upTo("<Editor>"), false, false, false, false);
+        row("last byte of the record missing", text.left(text.size() - 2), false, false, false,
+            false);
+        row("line end missing", text.left(text.size() - 1), false, true, true, true);
+        row("closed in the version", upTo("<version>2"), true, false, false, false);
+        row("closed after the version", upTo("</version>"), true, true, false, false);
+        row("closed after the flag", upTo("</required>"), true, true, true, false);
+        row("closed in the changelog", upTo("<changelog>TmV3"), true, true, true, false);
+        row("closed in the first file", upTo("<sha1>"), true, true, true, true);
     }
 
     void cutTextIsChecked()
@@ -604,7 +575,7 @@ private Q_SLOTS:
         QFETCH(bool, requiredRead);
         QFETCH(bool, changelogRead);
         const ProgramData data = releaseOf(3);
-        Scene scene;
+        WrittenScene scene;
         scene.publish(closed ? body + "</Editor>" : body);
         ProgramData expected;
         if (versionRead)
@@ -616,15 +587,6 @@ private Q_SLOTS:
     }
 
 private:
-    /// Publishes a release of one file.
-    static void publishFile(Scene& scene, const QByteArray& name)
-    {
-        ProgramData data = releaseOf(0);
-        data.files.append(tree::entry(name, "contents"));
-        scene.publish(textOf(data));
-        scene.server.serve('/' + name, HttpReply::ok("contents"));
-    }
-
     std::unique_ptr<TestDir> m_dir;
     std::unique_ptr<ScopedTmpDir> m_scope;
 };

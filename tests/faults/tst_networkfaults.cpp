@@ -6,25 +6,17 @@
 
 #include "updater/Updater.h"
 
-#include "tests/support/HostProcess.h"
-#include "tests/support/HttpServer.h"
 #include "tests/support/MessageBoxes.h"
 #include "tests/support/OwnProcess.h"
-#include "tests/support/RelaunchedProgram.h"
-#include "tests/support/Release.h"
 #include "tests/support/ReleaseTree.h"
+#include "tests/support/Row.h"
+#include "tests/support/Scene.h"
 #include "tests/support/TestMain.h"
 #include "tests/support/UpdaterProbe.h"
-#include "tests/support/UpdaterProcess.h"
-
-#include <QTimer>
 
 #include <functional>
 
 namespace {
-
-/// Stands for the exit status of a run that did not end by itself.
-constexpr int endless = 124;
 
 constexpr int anyCode = -1;
 
@@ -207,22 +199,22 @@ QString damageOf(const QString& shownName)
         .arg(shownName);
 }
 
-/// A publisher, a user with an old installation, and one run.
-class Scene
+/// A release, an old installation, and a server that takes the expected requests only.
+class StrictScene : public ServedScene
 {
 public:
-    explicit Scene(int largeFile = -1)
+    explicit StrictScene(int largeFile = -1)
     {
-        for (int i = 0; i < names().size(); ++i) {
+        for (int i = 0; i < names().size(); ++i)
             published[names().at(i)] =
                 QByteArray(3000 + i, static_cast<char>('a' + i)) + "published";
-            installed[names().at(i)] = "old";
-        }
         if (largeFile >= 0)
             published[names().at(largeFile)] = QByteArray(large, '0');
-        installed["unlisted.txt"] = "not in the release";
-        release::lay(installed, installDir);
-        files::write(tmpDir + "/keep", ""); // Else an emptied temporary directory would go, too.
+        Tree old{{"unlisted.txt", "not in the release"}};
+        for (const QString& name : names())
+            old[name] = "old";
+        install(old);
+        exe = dir / "bin/Editor";
         program.install(exe, "Editor");
     }
 
@@ -273,86 +265,41 @@ public:
 
     static QString pathOf(int file) { return "/r/" + names().at(file); }
 
-    /// Updates with the real executable. @return Its exit status; -1 when it has not ended.
-    int update()
-    {
-        UpdaterProcess process;
-        process.setEnvironment("TMPDIR", tmpDir);
-        return process.run({"-u", "-n", "Editor", "-d", installDir, "-v", "1.0", "-l",
-                            server.url("/r/index.txt"), "-x", exe});
-    }
+    QString indexUrl() const { return server.url("/r/index.txt"); }
+
+    int update() { return Scene::update(indexUrl()); }
+    QByteArray check() { return Scene::check(indexUrl()); }
 
     /// Updates inside the test's process. @p afterFileTry is called, with the number of file
     /// transfers that have ended, before the updater learns of the end of each.
     /// @return The exit status; endless when it has not ended.
     int updateHere(const std::function<void(int)>& afterFileTry = {})
     {
-        const ScopedTmpDir tmp(tmpDir);
-        Updater updater("Editor", installDir, "1.0", server.url("/r/index.txt"), QString(), exe);
-        UpdaterProbe state(updater);
-        QObject::connect(&state.netManager, &QNetworkAccessManager::finished, &updater, [&] {
-            server.endRepeats();
-            if (fileTries >= 0 && afterFileTry)
-                afterFileTry(fileTries + 1);
-            ++fileTries;
+        return Scene::updateHere(indexUrl(), [this, afterFileTry](Updater& updaterHere) {
+            UpdaterProbe state(updaterHere);
+            QObject::connect(&state.netManager, &QNetworkAccessManager::finished, &updaterHere,
+                             [this, afterFileTry] {
+                                 server.endRepeats();
+                                 if (fileTries >= 0 && afterFileTry)
+                                     afterFileTry(fileTries + 1);
+                                 ++fileTries;
+                             });
         });
-        bool ended = true;
-        QTimer::singleShot(60000, &updater, [&ended] {
-            ended = false;
-            QCoreApplication::exit(endless);
-        });
-        QTimer::singleShot(0, &updater, [&updater] { updater.start(false); });
-        const int status = QCoreApplication::exec();
-        return ended ? status : endless;
     }
 
-    /// What differs from a finished update; nothing when nothing does.
-    QStringList missingOfTheUpdate(bool starts = true)
-    {
-        Tree expected = installed;
-        for (const QString& name : names())
-            expected[name] = published[name];
-        QStringList lines = release::differences(release::read(installDir), expected);
-        if (files::list(tmpDir) != QStringList{"keep"})
-            lines += "in the temporary directory: " + files::list(tmpDir).join(' ');
-        if (starts)
-            lines += missingStart();
-        return lines;
-    }
-
-    QStringList missingStart() const
-    {
-        const bool started = QTest::qWaitFor([this] { return !program.starts().isEmpty(); }, 30000);
-        return started ? QStringList() : QStringList{"the program was not started"};
-    }
-
-    /// What differs from an update that was broken off at file number @p position. A file that
+    /// What differs from an update that was given up at file number @p position. A file that
     /// arrived damaged has left its directory.
-    QStringList traces(int position, Outcome outcome)
+    QString traces(int position, Outcome outcome) const
     {
-        QStringList lines = release::differences(release::read(installDir), installed);
-        const QString saved = tmpDir + "/wUpEditor2.0";
-        Tree expected;
-        for (int i = 0; i < position; ++i)
-            expected[names().at(i)] = published[names().at(i)];
-        lines += release::differences(release::read(saved), expected);
+        QString lines = tracesBesides(names().mid(0, position));
         const QString name = names().at(position);
+        const QString directory = downloadedPath(name.section('/', 0, 0));
         if (name.contains('/') && outcome != Outcome::Broken &&
-            QFile::exists(saved + '/' + name.section('/', 0, 0)) != (outcome == Outcome::Damaged))
-            lines += "directory of " + name;
-        if (!program.starts().isEmpty())
-            lines += "the program was started";
+            QFile::exists(directory) != (outcome == Outcome::Damaged))
+            lines += "\ndirectory of " + name;
         return lines;
     }
 
-    const TestDir dir;
-    const QString installDir = dir / "installed";
-    const QString tmpDir = dir / "tmp";
-    const QString exe = dir / "bin/Editor";
-    const RelaunchedProgram program;
-    Tree published;
-    Tree installed;
-    HttpServer server;
     MessageBoxes boxes;
     int fileTries = -1; ///< Ended transfers of an update in this process, less the version file's.
 };
@@ -390,7 +337,7 @@ void addPositions(const QString& fault)
     const QList<std::pair<const char*, int>> positions{
         {"first", First}, {"middle", Middle}, {"last", Last}};
     for (const auto& [positionName, position] : positions)
-        QTest::addRow("%s, %s file", qPrintable(fault), positionName) << fault << position;
+        row(QString("%1, %2 file").arg(fault, positionName), fault, int(position));
 }
 
 void addFaultsAndPositions(const std::function<bool(const Fault&)>& wanted)
@@ -424,7 +371,7 @@ private Q_SLOTS:
         QTest::addColumn<QString>("faultName");
         const QList<Fault> all = faults();
         for (const Fault& fault : all)
-            QTest::newRow(fault.name) << fault.name;
+            row(fault.name, QString(fault.name));
     }
 
     void versionFileInTrouble()
@@ -432,42 +379,28 @@ private Q_SLOTS:
         QFETCH(QString, faultName);
         const Fault& fault = faultNamed(faultName);
         {
-            Scene scene;
-            HostProcess host(16);
+            StrictScene scene;
             scene.expectFault("/r/index.txt", fault, padded(scene.versionFile(), fault));
-            UpdaterProcess check;
-            QCOMPARE(check.run({"-c", "-n", "Editor", "-v", "1.0", "-l",
-                                scene.server.url("/r/index.txt"), "-s", host.key()}),
-                     0);
+            QCOMPARE(scene.check(), HostProcess::reported(fault.versionFileUsed ? "2.0" : ""));
             QCOMPARE(textOf(scene.server.complaints()), QString());
-            const QByteArray version = fault.versionFileUsed ? "2.0" : "";
-            QCOMPARE(host.dump(), (version + '\0' + '0').leftJustified(16, '\0'));
         }
-        Scene scene;
+        StrictScene scene;
         scene.expectFault("/r/index.txt", fault, padded(scene.versionFile(), fault));
         if (fault.versionFileUsed)
             scene.expectFiles(First, Last);
         QCOMPARE(scene.update(), 0);
         QCOMPARE(textOf(scene.server.complaints()), QString());
         if (fault.versionFileUsed)
-            QCOMPARE(textOf(scene.missingOfTheUpdate()), QString());
+            QCOMPARE(scene.missingOfTheUpdate(), QString());
         else
             verifyOnlyTheProgramWasStarted(scene);
     }
 
     void versionFileFromARefusedConnection()
     {
-        Scene scene;
+        StrictScene scene;
         scene.server.stop();
-        HostProcess host(16);
-        UpdaterProcess check;
-        QCOMPARE(check.run({"-c", "-n", "Editor", "-v", "1.0", "-l",
-                            scene.server.url("/r/index.txt"), "-s", host.key()}),
-                 0);
-        QCOMPARE(host.dump(), QByteArray("\0"
-                                         "0",
-                                         2)
-                                  .leftJustified(16, '\0'));
+        QCOMPARE(scene.check(), HostProcess::reported(""));
         QCOMPARE(scene.update(), 0);
         verifyOnlyTheProgramWasStarted(scene);
     }
@@ -484,13 +417,13 @@ private Q_SLOTS:
         QFETCH(QString, faultName);
         QFETCH(int, position);
         const Fault& fault = faultNamed(faultName);
-        Scene scene(fault.large ? position : -1);
+        StrictScene scene(fault.large ? position : -1);
         scene.expectAllBefore(position);
         scene.expectFault(position, fault);
         scene.expectFiles(position + 1, Last);
         QCOMPARE(scene.update(), 0);
         QCOMPARE(textOf(scene.server.complaints()), QString());
-        QCOMPARE(textOf(scene.missingOfTheUpdate()), QString());
+        QCOMPARE(scene.missingOfTheUpdate(), QString());
     }
 
     void threeFaultsEndTheUpdate_data()
@@ -504,7 +437,7 @@ private Q_SLOTS:
         QFETCH(QString, faultName);
         QFETCH(int, position);
         const Fault& fault = faultNamed(faultName);
-        Scene scene;
+        StrictScene scene;
         scene.expectAllBefore(position);
         for (int i = 0; i < 3; ++i)
             scene.expectFault(position, fault);
@@ -512,15 +445,15 @@ private Q_SLOTS:
         QCOMPARE(textOf(scene.server.complaints()), QString());
         QCOMPARE(scene.fileTries, position + 3);
         verifyBox(scene, position, fault);
-        QCOMPARE(textOf(scene.traces(position, fault.outcome)), QString());
+        QCOMPARE(scene.traces(position, fault.outcome), QString());
     }
 
-    void oneOrTwoFaultsAreMadeGood_data()
+    void oneOrTwoFaultsAreRepaired_data()
     {
         addFaultsAndPositions([](const Fault& fault) { return fault.outcome != Outcome::Good; });
     }
 
-    void oneOrTwoFaultsAreMadeGood()
+    void oneOrTwoFaultsAreRepaired()
     {
         QFETCH(QString, faultName);
         QFETCH(int, position);
@@ -529,7 +462,7 @@ private Q_SLOTS:
         if (fault.repeated)
             IN_OWN_PROCESS();
         for (int times = 1; times <= 2; ++times) {
-            Scene scene;
+            StrictScene scene;
             scene.expectAllBefore(position);
             for (int i = 0; i < times; ++i)
                 scene.expectFault(position, fault);
@@ -540,7 +473,7 @@ private Q_SLOTS:
             QCOMPARE(scene.boxes.summaries(), QStringList());
             // A process starts one program.
             const bool starts = !fault.repeated || times == 1;
-            QCOMPARE(textOf(scene.missingOfTheUpdate(starts)), QString());
+            QCOMPARE(scene.missingOfTheUpdate(starts), QString());
         }
     }
 
@@ -559,7 +492,7 @@ private Q_SLOTS:
         QFETCH(int, position);
         Fault fault = faultNamed(faultName);
         fault.outcome = Outcome::Warned;
-        Scene scene;
+        StrictScene scene;
         scene.expectAllBefore(position);
         scene.expectFault(position, faultNamed("404"));
         scene.expectFault(position, faultNamed("404"));
@@ -567,14 +500,14 @@ private Q_SLOTS:
         QCOMPARE(scene.updateHere(), 1);
         QCOMPARE(textOf(scene.server.complaints()), QString());
         verifyBox(scene, position, fault);
-        QCOMPARE(textOf(scene.traces(position, Outcome::Warned)), QString());
+        QCOMPARE(scene.traces(position, Outcome::Warned), QString());
     }
 
     void redirectIsNotFollowedToAnotherServer_data()
     {
         QTest::addColumn<int>("status");
         for (const int status : {301, 302, 303, 307, 308})
-            QTest::addRow("%d", status) << status;
+            row(QString::number(status), status);
     }
 
     void redirectIsNotFollowedToAnotherServer()
@@ -583,15 +516,16 @@ private Q_SLOTS:
         QFETCH(int, status);
         HttpServer other;
         other.serveAllElse(HttpReply::ok("anything"));
-        Scene scene;
+        StrictScene scene;
         const auto lead = [&](int position) {
-            HttpReply reply = HttpReply::redirect(other.url(Scene::pathOf(position)), "moved");
+            HttpReply reply =
+                HttpReply::redirect(other.url(StrictScene::pathOf(position)), "moved");
             reply.status = status;
             return reply;
         };
         scene.expectVersionFile();
         for (int i = 0; i < 3; ++i)
-            scene.server.expect(Scene::pathOf(First), lead(First));
+            scene.server.expect(StrictScene::pathOf(First), lead(First));
         QCOMPARE(scene.updateHere(), 1);
         QCOMPARE(textOf(scene.server.complaints()), QString());
         QCOMPARE(scene.boxes.summaries(), QStringList(damageOf(names().at(First))));
@@ -606,13 +540,13 @@ private Q_SLOTS:
     {
         IN_OWN_PROCESS();
         QFETCH(int, position);
-        Scene scene;
+        StrictScene scene;
         scene.expectAllBefore(position, HttpReply::Stop);
         QCOMPARE(scene.updateHere(), 1);
         QCOMPARE(textOf(scene.server.complaints()), QString());
         QCOMPARE(scene.fileTries, position + 3);
         QCOMPARE(scene.boxes.summaries(), QStringList(warningWithCode("1")));
-        QCOMPARE(textOf(scene.traces(position, Outcome::Warned)), QString());
+        QCOMPARE(scene.traces(position, Outcome::Warned), QString());
     }
 
     void serverThatComesBackBetweenTriesIsUsed_data()
@@ -621,7 +555,8 @@ private Q_SLOTS:
         QTest::addColumn<int>("failures");
         for (const int position : {First, Middle, Last}) {
             for (const int failures : {1, 2})
-                QTest::addRow("file %d, back after %d", position, failures) << position << failures;
+                row(QString("file %1, back after %2").arg(position).arg(failures), position,
+                    failures);
         }
     }
 
@@ -630,7 +565,7 @@ private Q_SLOTS:
         IN_OWN_PROCESS();
         QFETCH(int, position);
         QFETCH(int, failures);
-        Scene scene;
+        StrictScene scene;
         scene.expectAllBefore(position, HttpReply::Stop);
         scene.expectFiles(position, Last);
         QCOMPARE(scene.updateHere([&](int tries) {
@@ -641,7 +576,7 @@ private Q_SLOTS:
         QCOMPARE(textOf(scene.server.complaints()), QString());
         QCOMPARE(scene.fileTries, failures + static_cast<int>(names().size()));
         QCOMPARE(scene.boxes.summaries(), QStringList());
-        QCOMPARE(textOf(scene.missingOfTheUpdate()), QString());
+        QCOMPARE(scene.missingOfTheUpdate(), QString());
     }
 
     void serverThatRestartsBetweenFilesIsNoticedByNobody_data() { addPositionsOnly(); }
@@ -649,26 +584,23 @@ private Q_SLOTS:
     void serverThatRestartsBetweenFilesIsNoticedByNobody()
     {
         QFETCH(int, position);
-        Scene scene;
+        StrictScene scene;
         scene.expectAllBefore(position, HttpReply::Restart);
         scene.expectFiles(position, Last);
         QCOMPARE(scene.update(), 0);
         QCOMPARE(textOf(scene.server.complaints()), QString());
-        QCOMPARE(textOf(scene.missingOfTheUpdate()), QString());
+        QCOMPARE(scene.missingOfTheUpdate(), QString());
     }
 
     // ---- The server itself
 
     void strictServerComplains()
     {
-        Scene scene;
+        StrictScene scene;
         scene.server.expect("/r/index.txt", HttpReply::ok(scene.versionFile()));
         scene.server.expect("/r/never.txt", HttpReply::ok(""));
         scene.server.serve("/r/a.txt", HttpReply::ok(scene.published["a.txt"]));
-        UpdaterProcess process;
-        process.setEnvironment("TMPDIR", scene.tmpDir);
-        process.start({"-u", "-n", "Editor", "-d", scene.installDir, "-v", "1.0", "-l",
-                       scene.server.url("/r/index.txt")});
+        scene.updater.start(scene.updateOptions(scene.indexUrl()));
         QTRY_COMPARE(scene.server.requests().size(), 4);
         QVERIFY(!scene.server.isSatisfied());
         QCOMPARE(scene.server.complaints(),
@@ -682,9 +614,9 @@ private:
     static void addPositionsOnly()
     {
         QTest::addColumn<int>("position");
-        QTest::newRow("first file") << int(First);
-        QTest::newRow("middle file") << int(Middle);
-        QTest::newRow("last file") << int(Last);
+        row("first file", int(First));
+        row("middle file", int(Middle));
+        row("last file", int(Last));
     }
 
     static QByteArray padded(const QByteArray& versionFile, const Fault& fault)
@@ -692,17 +624,16 @@ private:
         return fault.large ? QByteArray(large, ' ') + versionFile : versionFile;
     }
 
-    static void verifyOnlyTheProgramWasStarted(Scene& scene)
+    static void verifyOnlyTheProgramWasStarted(StrictScene& scene)
     {
-        QCOMPARE(textOf(scene.missingStart()), QString());
-        QCOMPARE(textOf(release::differences(release::read(scene.installDir), scene.installed)),
-                 QString());
-        QVERIFY2(files::list(scene.tmpDir).filter("wUp").size() == 1 &&
-                     files::list(scene.tmpDir).contains(QLatin1String("keep")),
-                 qPrintable(files::list(scene.tmpDir).join(' ')));
+        QTRY_COMPARE_WITH_TIMEOUT(scene.program.starts().size(), 1, 30000);
+        QCOMPARE(scene.differencesFrom(scene.installed), QString());
+        QCOMPARE(scene.leftBehind().size(), 1);
+        QVERIFY2(scene.leftBehind().first().startsWith("wUp"),
+                 qPrintable(scene.leftBehind().first()));
     }
 
-    static void verifyBox(const Scene& scene, int position, const Fault& fault)
+    static void verifyBox(const StrictScene& scene, int position, const Fault& fault)
     {
         QCOMPARE(scene.boxes.all().size(), 1);
         const QString box = scene.boxes.summaries().first();

@@ -9,6 +9,7 @@
 #include "tests/support/HttpServer.h"
 #include "tests/support/ReleaseTree.h"
 #include "tests/support/Restrictions.h"
+#include "tests/support/Row.h"
 #include "tests/support/SystemIpc.h"
 #include "tests/support/UpdaterProcess.h"
 
@@ -28,13 +29,13 @@ constexpr int segmentSize = 32;
 /// What a check leaves in a segment of @p size bytes.
 QByteArray report(const QByteArray& version, int size = segmentSize)
 {
-    return (version + QByteArray("\0000\0", 3)).leftJustified(size, '\0');
+    return HostProcess::reported(version, false, size);
 }
 
 /// A server that publishes two versions, each under its own name, and a host to be checked for.
-struct Scene
+struct HostAndServer
 {
-    explicit Scene(const QString& hostExecutable = QString(), int size = segmentSize)
+    explicit HostAndServer(const QString& hostExecutable = QString(), int size = segmentSize)
         : host(std::make_unique<HostProcess>(size, hostExecutable))
     {
         for (const char* version : {"2.1", "10.20.30-candidate"}) {
@@ -80,7 +81,7 @@ int attachedTo(const HostProcess& host)
 enum class Stop { NotStarted, Attaching, Attached };
 
 /// Lets the host take the lock, and brings the check to @p stop.
-bool stopCheck(Scene& scene, HostProcess& witness, Stop stop)
+bool stopCheck(HostAndServer& scene, HostProcess& witness, Stop stop)
 {
     if (stop != Stop::Attached) {
         if (!scene.host->lock())
@@ -134,15 +135,15 @@ private Q_SLOTS:
     void killedHostGivesItsLockBack_data()
     {
         QTest::addColumn<Stop>("stop");
-        QTest::newRow("before the check") << Stop::NotStarted;
-        QTest::newRow("while the updater attaches") << Stop::Attaching;
-        QTest::newRow("while the updater is about to write") << Stop::Attached;
+        row("before the check", Stop::NotStarted);
+        row("while the updater attaches", Stop::Attaching);
+        row("while the updater is about to write", Stop::Attached);
     }
 
     void killedHostGivesItsLockBack()
     {
         QFETCH(Stop, stop);
-        Scene scene;
+        HostAndServer scene;
         const auto witness = scene.attach();
         QVERIFY(stopCheck(scene, *witness, stop));
         QCOMPARE(witness->dump(), HostProcess::untouched(segmentSize));
@@ -169,14 +170,14 @@ private Q_SLOTS:
     void segmentOfAKilledHostGoesWithTheCheck_data()
     {
         QTest::addColumn<bool>("locked");
-        QTest::newRow("lock free") << false;
-        QTest::newRow("lock taken") << true;
+        row("lock free", false);
+        row("lock taken", true);
     }
 
     void segmentOfAKilledHostGoesWithTheCheck()
     {
         QFETCH(bool, locked);
-        Scene scene;
+        HostAndServer scene;
         if (locked)
             QVERIFY(scene.host->lock());
         const auto segment = systemipc::segmentMadeBy(scene.host->pid());
@@ -198,14 +199,14 @@ private Q_SLOTS:
     void segmentThatVanishesDoesNotStopTheCheck_data()
     {
         QTest::addColumn<Stop>("stop");
-        QTest::newRow("while the updater attaches") << Stop::Attaching;
-        QTest::newRow("between attaching and locking") << Stop::Attached;
+        row("while the updater attaches", Stop::Attaching);
+        row("between attaching and locking", Stop::Attached);
     }
 
     void segmentThatVanishesDoesNotStopTheCheck()
     {
         QFETCH(Stop, stop);
-        Scene scene;
+        HostAndServer scene;
         const auto witness = scene.attach();
         QVERIFY(stopCheck(scene, *witness, stop));
         witness->kill();
@@ -222,7 +223,7 @@ private Q_SLOTS:
     void segmentOfWhichOnlyReadingIsAllowedStaysAsItWas()
     {
         const QStringList root{"setpriv", "--inh-caps=-all", "--bounding-set=-ipc_owner"};
-        Scene scene;
+        HostAndServer scene;
         const auto segment = systemipc::segmentMadeBy(scene.host->pid());
         QVERIFY(segment);
         shmid_ds status;
@@ -244,7 +245,7 @@ private Q_SLOTS:
 
     void updaterWithAnotherTemporaryDirectoryFindsNoSegment()
     {
-        Scene scene;
+        HostAndServer scene;
         const TestDir other;
         // Not even the lock is the same one.
         QVERIFY(scene.host->lock());
@@ -263,10 +264,10 @@ private Q_SLOTS:
     {
         QTest::addColumn<Stop>("stop");
         QTest::addColumn<bool>("otherToolkit");
-        QTest::newRow("while it attaches") << Stop::Attaching << false;
-        QTest::newRow("when it is attached") << Stop::Attached << false;
-        QTest::newRow("host of the other Qt, while it attaches") << Stop::Attaching << true;
-        QTest::newRow("host of the other Qt, when it is attached") << Stop::Attached << true;
+        row("while it attaches", Stop::Attaching, false);
+        row("when it is attached", Stop::Attached, false);
+        row("host of the other Qt, while it attaches", Stop::Attaching, true);
+        row("host of the other Qt, when it is attached", Stop::Attached, true);
     }
 
     void checkWaitsAsLongAsTheLockIsTaken()
@@ -275,7 +276,7 @@ private Q_SLOTS:
         QFETCH(bool, otherToolkit);
         if (otherToolkit && otherHost().isEmpty())
             QSKIP("UPDATER_OTHER_SHM_HOST does not name the shm_host of a build with another Qt");
-        Scene scene(otherToolkit ? otherHost() : QString());
+        HostAndServer scene(otherToolkit ? otherHost() : QString());
         const bool sameMajor =
             scene.host->toolkitVersion().left(2) == QByteArray(qVersion()).left(2);
         QCOMPARE(sameMajor, !otherToolkit);
@@ -283,7 +284,7 @@ private Q_SLOTS:
 
         QVERIFY(stopCheck(scene, *witness, stop));
         // In the time of a whole check for someone else, nothing happens.
-        const Scene other;
+        const HostAndServer other;
         UpdaterProcess check;
         other.start(check);
         QVERIFY(check.waitForEnd());
@@ -305,14 +306,14 @@ private Q_SLOTS:
     void killedUpdaterLeavesSegmentAndLock_data()
     {
         QTest::addColumn<Stop>("stop");
-        QTest::newRow("while it attaches") << Stop::Attaching;
-        QTest::newRow("when it is attached") << Stop::Attached;
+        row("while it attaches", Stop::Attaching);
+        row("when it is attached", Stop::Attached);
     }
 
     void killedUpdaterLeavesSegmentAndLock()
     {
         QFETCH(Stop, stop);
-        Scene scene;
+        HostAndServer scene;
         const auto witness = scene.attach();
         QVERIFY(stopCheck(scene, *witness, stop));
         scene.updater.kill();
@@ -346,7 +347,7 @@ private Q_SLOTS:
         QList<QByteArray> versions{"2.1", "10.20.30-candidate"};
         if (number % 2 == 0)
             versions.swapItemsAt(0, 1);
-        Scene scene(QString(), large);
+        HostAndServer scene(QString(), large);
         UpdaterProcess second;
         QVERIFY(scene.host->lock());
         scene.start(scene.updater, versions[0]);
@@ -370,7 +371,7 @@ private Q_SLOTS:
 
     void hostThatQuitsLeavesTwoChecksNothingToWaitFor()
     {
-        Scene scene;
+        HostAndServer scene;
         UpdaterProcess second;
         QVERIFY(scene.host->lock());
         scene.start(scene.updater);

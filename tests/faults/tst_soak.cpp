@@ -1,13 +1,10 @@
 // Two hundred checks and updates by the real executable, two at a time: each ends as it must, and
 // nothing gathers, neither in the system nor in the temporary directory nor at the server.
 
-#include "tests/support/HostProcess.h"
 #include "tests/support/Nginx.h"
 #include "tests/support/Processes.h"
-#include "tests/support/RelaunchedProgram.h"
-#include "tests/support/Release.h"
+#include "tests/support/Scene.h"
 #include "tests/support/SystemIpc.h"
-#include "tests/support/UpdaterProcess.h"
 
 #include <algorithm>
 #include <memory>
@@ -24,8 +21,6 @@ namespace {
 
 constexpr int runCount = 200;
 constexpr int atATime = 2;
-constexpr int segmentSize = 16;
-const char* const exeName = "Contents/MacOS/Editor";
 const char* const dataName = "Contents/Resources/data.bin";
 const char* const changelogName = "velmora_cl_2.0.dat";
 
@@ -47,7 +42,7 @@ struct Publisher
     const TestDir root; ///< Every run has a path of its own there, so that its requests are known.
     const RelaunchedProgram program;
     const Tree tree{{"Contents/Info.txt", "about the bundle"},
-                    {exeName, program.script("Editor 2.0")},
+                    {Scene::exeName, program.script("Editor 2.0")},
                     {"Contents/Resources/Editor.icns", "icon"},
                     {dataName, QByteArray(50000, 'n')},
                     {"readme.txt", ""}};
@@ -55,54 +50,44 @@ struct Publisher
 };
 
 /// One run, with a temporary directory and an installation of its own.
-class Run
+class Run : public Scene
 {
 public:
     Run(const Publisher& publisher, int number)
         : m_publisher(publisher)
         , m_kind(static_cast<Kind>(number % KindCount))
         , m_id(QStringLiteral("run%1").arg(number))
-        , m_installed(installedTree())
     {
         files::link(publisher.dir / "release", publisher.root / m_id);
-        files::makeDirectory(m_installDir);
-        release::lay(m_installed, m_installDir);
-        if (m_installed.contains(exeName))
-            files::setMode(m_installDir + '/' + exeName, 0755);
-        files::write(m_tmpDir + "/keep", ""); // Else an emptied directory would go, too.
+        install(treeToInstall());
+        if (m_kind == UpToDate)
+            installedVersion = "2.0";
+        if (m_kind != UpdateOfNothing)
+            exe = installedPath(exeName);
         // An update need not have a host that wants to know.
-        if (m_kind == Check || number / KindCount % 2 == 1) {
-            const ScopedTmpDir tmp(m_tmpDir);
-            m_host = std::make_unique<HostProcess>(segmentSize);
-        }
+        if (m_kind == Check || number / KindCount % 2 == 1)
+            m_host = startHost();
     }
 
     void start()
     {
-        m_updater = std::make_unique<UpdaterProcess>();
-        m_updater->setEnvironment("TMPDIR", m_tmpDir);
-        QStringList options{
-            "-n", "Editor",     "-v", m_kind == UpToDate ? "2.0" : "1.0",
-            "-d", m_installDir, "-l", m_publisher.nginx.url('/' + m_id + "/index.txt")};
-        options << (m_kind == Check ? "-c" : "-u");
-        if (m_kind != UpdateOfNothing)
-            options << "-x" << m_installDir + '/' + exeName;
+        QStringList options = updateOptions(m_publisher.nginx.url('/' + m_id + "/index.txt"));
+        if (m_kind == Check)
+            options.replace(options.indexOf("-u"), "-c");
         if (m_host)
             options << "-s" << m_host->key();
-        m_updater->start(options);
+        updater.start(options);
     }
 
-    bool isRunning() const { return m_updater->isRunning(); }
+    bool isRunning() const { return updater.isRunning(); }
 
     /// Looks at the report and lets the processes go.
     void finish()
     {
-        expect(m_updater->exitStatus() == 0, "exit status");
-        expect(m_updater->output().isEmpty(), "output");
-        m_updater.reset();
+        expect(updater.exitStatus() == 0, "exit status");
+        expect(updater.output().isEmpty(), "output");
         if (m_host) {
-            const QByteArray report = QByteArray("2.0\0000\0", 6).leftJustified(segmentSize, '\0');
-            expect(m_host->dump() == report, "report");
+            expect(m_host->dump() == HostProcess::reported("2.0"), "report");
             expect(m_host->quit(), "end of the host");
         }
         m_host.reset();
@@ -114,14 +99,12 @@ public:
         QStringList left{"keep", changelogName};
         if (m_kind == UpdateOfCompleteFiles)
             left.append("wUpEditor2.0/"); // It stays when there was nothing to move out of it.
-        expect(files::list(m_tmpDir) == left, files::list(m_tmpDir).join(' '));
-        Tree expected = m_installed;
+        expect(files::list(tmpDir) == left, files::list(tmpDir).join(' '));
+        Tree expected = installed;
         const QStringList names = neededFiles();
         for (const QString& name : names)
             expected[name] = m_publisher.tree[name];
-        const Tree found = release::read(m_installDir);
-        for (const QString& difference : release::differences(found, expected))
-            expect(false, difference);
+        expect(differencesFrom(expected).isEmpty(), differencesFrom(expected));
         return m_problems;
     }
 
@@ -139,11 +122,11 @@ public:
     {
         if (m_kind == Check || m_kind == UpToDate)
             return {};
-        return {"Editor 2.0|" + m_installDir + "/Contents/MacOS|"};
+        return {startOf("Editor 2.0")};
     }
 
 private:
-    Tree installedTree() const
+    Tree treeToInstall() const
     {
         if (m_kind == Check || m_kind == UpdateOfNothing)
             return {};
@@ -176,12 +159,7 @@ private:
     const Publisher& m_publisher;
     const Kind m_kind;
     const QString m_id;
-    const TestDir m_dir;
-    const QString m_tmpDir = m_dir / "tmp";
-    const QString m_installDir = m_dir / "Editor.app";
-    const Tree m_installed;
     std::unique_ptr<HostProcess> m_host;
-    std::unique_ptr<UpdaterProcess> m_updater;
     QStringList m_problems;
 };
 
