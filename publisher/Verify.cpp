@@ -68,8 +68,8 @@ std::optional<QByteArray> Fetcher::fetch(const QUrl& url, const QString& where, 
     const std::unique_ptr<QNetworkReply> reply(m_manager.get(request));
     QEventLoop loop;
     QObject::connect(reply.get(), &QNetworkReply::finished, &loop, &QEventLoop::quit);
-    if (!reply->isFinished())
-        loop.exec();
+    // Some replies (to "data:", "file:") are finished already. Qt queues their signal as well.
+    loop.exec();
 
     const QString failure = failureOf(*reply, m_timeout);
     if (!failure.isEmpty()) {
