@@ -11,6 +11,8 @@
 
 #include <QLoggingCategory>
 #include <QNetworkRequest>
+#include <QProcess>
+#include <QProcessEnvironment>
 #include <QTextStream>
 #include <QUrl>
 
@@ -50,6 +52,36 @@ private Q_SLOTS:
         QCOMPARE(messages.all().size(), 2);
         QCOMPARE(messages.all().first().second, QString("text"));
         QCOMPARE(messages.all().last().second, QString("after the rules"));
+    }
+
+    void usersRulesDoNotReachTheTests_data()
+    {
+        QTest::addColumn<QString>("variable");
+        QTest::addColumn<QString>("value"); // %1: a directory with a configuration.
+        row("user's configuration", "XDG_CONFIG_HOME", "%1");
+        row("system's configuration", "XDG_CONFIG_DIRS", "%1");
+        row("configuration for logging", "QT_LOGGING_CONF", "%1/QtProject/qtlogging.ini");
+        row("rules", "QT_LOGGING_RULES", "*.debug=false");
+    }
+
+    /// Runs the test before this one, which would fail with such rules.
+    void usersRulesDoNotReachTheTests()
+    {
+        QFETCH(QString, variable);
+        QFETCH(QString, value);
+        const TestDir config;
+        files::write(config / "QtProject/qtlogging.ini", "[Rules]\n*.debug=false\n");
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(variable, value.arg(config.path()));
+        QProcess process;
+        process.setProcessEnvironment(environment);
+        process.setProcessChannelMode(QProcess::MergedChannels);
+        process.start(QCoreApplication::applicationFilePath(),
+                      {"debugTextReachesTheHandlerWhateverTheRules"});
+        QVERIFY(process.waitForFinished());
+        const QByteArray output = process.readAll();
+        QVERIFY2(output.contains("3 passed, 0 failed"), output.constData());
+        QCOMPARE(process.exitCode(), 0);
     }
 
     void utf8StreamReadsAndWritesUtf8()
