@@ -216,6 +216,7 @@ private Q_SLOTS:
         upstream.serveInTurn(pathOfVictim(), replies << HttpReply::ok(body));
         const auto server = serve(passedTo(upstream));
         QCOMPARE(run(scene, server->url("/index.txt")), 0);
+        QCOMPARE(protocolsOf(*server), QStringList{"HTTP/2.0"});
         QCOMPARE(server->requests(), paths);
         QCOMPARE(requestsPerConnection(*server), QList<int>{static_cast<int>(paths.size())});
         QCOMPARE(scene.missingOfTheUpdate(), QString());
@@ -244,6 +245,7 @@ private Q_SLOTS:
         Relay relay(server->port());
         relay.cut(cuts(times), ending);
         QCOMPARE(run(scene, through(relay)), 0);
+        QCOMPARE(protocolsOf(*server), QStringList{"HTTP/2.0"});
         QStringList paths = scene.wantedPaths();
         for (int i = 0; i < times; ++i)
             paths.insert(paths.indexOf(pathOfVictim()), pathOfVictim());
@@ -291,6 +293,7 @@ private Q_SLOTS:
         QCOMPARE(scene.updateHere(through(relay)), 1);
 
         QCOMPARE(boxes.summaries(), QStringList{warningWithCode(code)});
+        QCOMPARE(protocolsOf(*server), QStringList{"HTTP/2.0"});
         QCOMPARE(server->requests(), QStringList({"/index.txt", "/a.bin", pathOfVictim(),
                                                   pathOfVictim(), pathOfVictim()}));
         QCOMPARE(relay.connections(), streams ? 1 : 3);
