@@ -17,10 +17,10 @@
 namespace {
 
 /// A release tree that starts out fine.
-class Tree
+class LintedRelease
 {
 public:
-    Tree()
+    LintedRelease()
     {
         add("Contents/MacOS/Editor", 0755);
         add("Contents/Info.plist");
@@ -109,7 +109,7 @@ private Q_SLOTS:
     void fineTreeHasNoFinding()
     {
         QFETCH(QString, program);
-        const Tree tree;
+        const LintedRelease tree;
         tree.add("Contents/Resources/app.icns", 0755);
         tree.add("Contents/Resources/UPPER.ICNS", 0700);
         tree.add("Contents/Resources/index.txt");
@@ -170,7 +170,7 @@ private Q_SLOTS:
     {
         QFETCH(QString, name);
         QFETCH(QString, finding);
-        const Tree tree;
+        const LintedRelease tree;
         tree.add(name);
         QCOMPARE(tree.findings(), QStringList{finding});
     }
@@ -215,7 +215,7 @@ private Q_SLOTS:
         QFETCH(QString, other);
         if (QFile::decodeName(QFile::encodeName(name + other)) != name + other)
             QSKIP("the locale's encoding has no such file names");
-        const Tree tree;
+        const LintedRelease tree;
         tree.add(name);
         tree.add(other);
         QCOMPARE(tree.findings().constFirst(),
@@ -241,7 +241,7 @@ private Q_SLOTS:
     {
         QFETCH(QString, kind);
         QFETCH(QString, finding);
-        const Tree tree;
+        const LintedRelease tree;
         tree.addOther(kind, "x");
         QCOMPARE(tree.findings(), QStringList{finding});
     }
@@ -252,7 +252,7 @@ private Q_SLOTS:
     {
         QFETCH(QString, kind);
         QFETCH(QString, finding);
-        const Tree tree;
+        const LintedRelease tree;
         files::makeDirectory(tree / "sub");
         tree.addOther(kind, "sub/x");
         QCOMPARE(tree.findings(), QStringList{"sub/" + finding});
@@ -276,7 +276,7 @@ private Q_SLOTS:
     {
         QFETCH(QString, name);
         QFETCH(unsigned, mode);
-        const Tree tree;
+        const LintedRelease tree;
         tree.add(name, mode);
         QCOMPARE(tree.findings(), QStringList{name + ": executable here, but not for users"});
     }
@@ -355,7 +355,7 @@ private Q_SLOTS:
 
     void linkedProgramElsewhereHasItsFinding()
     {
-        const Tree tree;
+        const LintedRelease tree;
         QVERIFY(QFile::remove(tree / "Contents/MacOS/Editor"));
         tree.add("Contents/MacOS/Viewer");
         tree.add("real");
@@ -368,7 +368,7 @@ private Q_SLOTS:
 
     void linkedProgramIsAProgram()
     {
-        const Tree tree;
+        const LintedRelease tree;
         QVERIFY(QFile::rename(tree / "Contents/MacOS/Editor", tree / "Contents/real"));
         files::setMode(tree / "Contents/real", 0644);
         files::link("../real", tree / "Contents/MacOS/Editor");
@@ -386,7 +386,7 @@ private Q_SLOTS:
     void linkToNoFileIsNoProgram()
     {
         QFETCH(QString, target);
-        const Tree tree;
+        const LintedRelease tree;
         QVERIFY(QFile::remove(tree / "Contents/MacOS/Editor"));
         files::link(target, tree / "Contents/MacOS/Editor");
         QCOMPARE(tree.findings(), QStringList({"Contents/MacOS/Editor: symbolic link",
@@ -395,7 +395,7 @@ private Q_SLOTS:
 
     void everyFindingTellsWhy()
     {
-        const Tree tree;
+        const LintedRelease tree;
         tree.add("a<b");
         CollectedOutput output;
         publisher::lint(tree.path(), "Editor", {}, output);
@@ -428,7 +428,7 @@ private Q_SLOTS:
         const std::optional<QStringList> command = commandUnderPermissions();
         if (!command)
             QSKIP(NO_PERMISSIONS);
-        const Tree tree;
+        const LintedRelease tree;
         tree.add("sub/a");
         const ScopedMode locked(name.isEmpty() ? tree.path() : tree / name, mode);
         Tool tool;
@@ -450,7 +450,7 @@ private Q_SLOTS:
     void whatIsNoDirectoryHasItsFinding()
     {
         QFETCH(QString, name);
-        const Tree tree;
+        const LintedRelease tree;
         CollectedOutput output;
         publisher::lint(tree / name, "Editor", {"*"}, output); // There is nothing to accept.
         QCOMPARE(output.lines, QStringList{(tree / name) + ": not a readable directory"});
@@ -483,7 +483,7 @@ private Q_SLOTS:
         QFETCH(QString, name);
         QFETCH(QStringList, accepted);
         QFETCH(bool, counts);
-        const Tree tree;
+        const LintedRelease tree;
         tree.add(name);
         CollectedOutput output;
         publisher::lint(tree.path(), "Editor", accepted, output);
@@ -507,7 +507,7 @@ private Q_SLOTS:
 
     void acceptedAndOtherFindingsAreToldApart()
     {
-        const Tree tree;
+        const LintedRelease tree;
         tree.add("Contents/MacOS/updater", 0755);
         tree.add("Contents/Frameworks/libeditor.so.1", 0755);
         tree.add("tool", 0755);
@@ -530,7 +530,7 @@ private Q_SLOTS:
 
     void findingsAreLinesAndAStatus()
     {
-        const Tree tree;
+        const LintedRelease tree;
         Tool tool;
         QCOMPARE(tool.run({"lint", "--name", "Editor", tree.path()}), 0);
         QCOMPARE(tool.output(), QByteArray());
@@ -547,7 +547,7 @@ private Q_SLOTS:
     {
         if (!QFile::exists("/dev/full"))
             QSKIP("needs /dev/full");
-        Tree tree;
+        LintedRelease tree;
         tree.add("a<b");
         Tool tool;
         tool.setWrapper({"sh", "-c", "exec \"$@\" >/dev/full", "sh"});
