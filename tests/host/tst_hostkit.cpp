@@ -1,19 +1,18 @@
 // The host kit as others get it: installed, found by a project of its own (tests/host/consumer),
 // and used there to check for a release and to have it installed by the real updater.
 
+#include "tests/support/Command.h"
 #include "tests/support/HttpServer.h"
 #include "tests/support/RelaunchedProgram.h"
 #include "tests/support/Release.h"
 #include "tests/support/TestMain.h"
 
-#include <QProcess>
 #include <QRegularExpression>
 
 #include <utility>
 
 namespace {
 
-constexpr int buildPatience = 120000;
 constexpr int patience = 30000;
 const QString sourceDir = QStringLiteral(SOURCE_DIR);
 const QString kitSource = QStringLiteral("/host/UpdateCheck.cpp");
@@ -22,18 +21,11 @@ const QString updaterName = QStringLiteral("Contents/MacOS/updater");
 
 /// Runs cmake with @p arguments.
 /// @return Nothing when that succeeds, else what it has printed.
-QByteArray cmakeFailure(const QStringList& arguments)
+QString cmakeFailure(const QStringList& arguments)
 {
-    QProcess process;
-    process.setProcessChannelMode(QProcess::MergedChannels);
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.remove("DESTDIR");
-    process.setProcessEnvironment(environment);
-    process.start(CMAKE_EXECUTABLE, arguments);
-    if (process.waitForFinished(buildPatience) && process.exitStatus() == QProcess::NormalExit &&
-        process.exitCode() == 0)
-        return QByteArray();
-    return "cmake " + arguments.join(' ').toLocal8Bit() + '\n' + process.readAll();
+    const QStringList command = QStringList{CMAKE_EXECUTABLE} + arguments;
+    const CommandResult result = runCommand(command);
+    return result.status == 0 ? QString() : command.join(' ') + '\n' + result.output;
 }
 
 /// Returns the part of a document that shows the file @p path.
@@ -51,18 +43,19 @@ class TestHostKit : public QObject
 private Q_SLOTS:
     void initTestCase()
     {
-        QByteArray failure = cmakeFailure(
+        qunsetenv("DESTDIR");
+        QString failure = cmakeFailure(
             {"--install", BUILD_DIR, "--component", "host-kit", "--prefix", m_dir / "prefix"});
-        QVERIFY2(failure.isEmpty(), failure.constData());
+        QVERIFY2(failure.isEmpty(), qPrintable(failure));
         failure =
             cmakeFailure({"-S", sourceDir + "/tests/host/consumer", "-B", m_dir / "build", "-G",
                           GENERATOR, "-DQT_MAJOR=" + QString::number(QT_VERSION_MAJOR),
                           "-DCMAKE_PREFIX_PATH=" + (m_dir / "prefix"),
                           "-DCMAKE_CXX_COMPILER=" CXX_COMPILER, "-DCMAKE_BUILD_TYPE=" BUILD_TYPE,
                           "-DCMAKE_CXX_FLAGS=-Wall -Wextra -Werror " CXX_FLAGS});
-        QVERIFY2(failure.isEmpty(), failure.constData());
+        QVERIFY2(failure.isEmpty(), qPrintable(failure));
         failure = cmakeFailure({"--build", m_dir / "build"});
-        QVERIFY2(failure.isEmpty(), failure.constData());
+        QVERIFY2(failure.isEmpty(), qPrintable(failure));
     }
 
     void init()
@@ -130,16 +123,15 @@ private Q_SLOTS:
         QTest::addColumn<QString>("installed");
         QTest::addColumn<QString>("path");
         QTest::addColumn<int>("exitCode");
-        QTest::addColumn<QByteArray>("output");
+        QTest::addColumn<QString>("output");
         QTest::newRow("up to date") << "2.0"
-                                    << "/viewer/index.txt" << 0 << QByteArray("up to date\n");
+                                    << "/viewer/index.txt" << 0 << "up to date\n";
         QTest::newRow("lower version")
             << "10.0"
-            << "/viewer/index.txt" << 1 << QByteArray("no check: Version 2.0 is not accepted.\n");
+            << "/viewer/index.txt" << 1 << "no check: Version 2.0 is not accepted.\n";
         QTest::newRow("no version file")
             << "1.0"
-            << "/missing" << 1
-            << QByteArray("no check: The published version could not be read.\n");
+            << "/missing" << 1 << "no check: The published version could not be read.\n";
     }
 
     void viewerTellsWhatItFinds()
@@ -147,16 +139,15 @@ private Q_SLOTS:
         QFETCH(QString, installed);
         QFETCH(QString, path);
         QFETCH(int, exitCode);
-        QFETCH(QByteArray, output);
+        QFETCH(QString, output);
         const TestDir dir;
         publish(dir);
         layViewer(dir / "Viewer.app");
         const Tree before = release::read(dir / "Viewer.app");
-        QProcess viewer;
-        viewer.start(dir / ("Viewer.app/" + exeName), {installed, m_server->url(path)});
-        QTRY_COMPARE_WITH_TIMEOUT(viewer.state(), QProcess::NotRunning, patience);
-        QCOMPARE(viewer.readAllStandardOutput(), output);
-        QCOMPARE(viewer.exitCode(), exitCode);
+        const CommandResult viewer =
+            runCommand({dir / ("Viewer.app/" + exeName), installed, m_server->url(path)});
+        QCOMPARE(viewer.output, output);
+        QCOMPARE(viewer.status, exitCode);
         QCOMPARE(release::differences(release::read(dir / "Viewer.app"), before), QStringList());
     }
 
@@ -176,11 +167,10 @@ private Q_SLOTS:
         publish(dir);
         layViewer(app);
         const QStringList before = QDir(dir.path()).entryList(QDir::AllEntries);
-        QProcess viewer;
-        viewer.start(app + '/' + exeName, {"1.0", m_server->url("/viewer/index.txt")});
-        QTRY_COMPARE_WITH_TIMEOUT(viewer.state(), QProcess::NotRunning, patience);
-        QCOMPARE(viewer.readAllStandardOutput(), QByteArray("found 2.0, required\nNews\n"));
-        QCOMPARE(viewer.exitCode(), 0);
+        const CommandResult viewer =
+            runCommand({app + '/' + exeName, "1.0", m_server->url("/viewer/index.txt")});
+        QCOMPARE(viewer.output, QString("found 2.0, required\nNews\n"));
+        QCOMPARE(viewer.status, 0);
 
         const QString record = QStringLiteral("Viewer 2.0|%1|").arg(app + "/Contents/MacOS");
         QTRY_COMPARE_WITH_TIMEOUT(m_program->starts(), QStringList{record}, patience);

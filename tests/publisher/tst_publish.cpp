@@ -2,6 +2,7 @@
 // publisher/nginx.conf as it is shipped, and the commands of docs/publishing.md.
 
 #include "tests/support/Authority.h"
+#include "tests/support/Command.h"
 #include "tests/support/Nginx.h"
 #include "tests/support/RelaunchedProgram.h"
 #include "tests/support/Release.h"
@@ -12,7 +13,6 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFileInfo>
-#include <QProcessEnvironment>
 #include <QRegularExpression>
 #include <QStandardPaths>
 #include <QTcpServer>
@@ -74,32 +74,6 @@ QByteArray shippedServer(const ServerCertificate& certificate, const QString& de
 QByteArray shippedSite(const ServerCertificate& certificate, const QString& dest, quint16 port)
 {
     return settingsOfOtherSites + shippedServer(certificate, dest, port);
-}
-
-/// How a command ended, and all that it said.
-struct Outcome
-{
-    int status = -1; ///< -1 when a signal ended it.
-    QString text;
-};
-
-Outcome run(QStringList command, const QMap<QString, QString>& variables = {},
-            const QString& directory = QString())
-{
-    QProcess process;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    for (auto variable = variables.begin(); variable != variables.end(); ++variable)
-        environment.insert(variable.key(), variable.value());
-    process.setProcessEnvironment(environment);
-    process.setProcessChannelMode(QProcess::MergedChannels);
-    process.setWorkingDirectory(directory);
-    const QString program = command.takeFirst();
-    process.start(program, command);
-    Outcome outcome;
-    if (process.waitForFinished(120000) && process.exitStatus() == QProcess::NormalExit)
-        outcome.status = process.exitCode();
-    outcome.text = QString::fromLocal8Bit(process.readAll());
-    return outcome;
 }
 
 /// What a server answers.
@@ -212,12 +186,12 @@ private Q_SLOTS:
 
         const Variables noDisplay{
             {"QT_QPA_PLATFORM", ""}, {"DISPLAY", ""}, {"WAYLAND_DISPLAY", ""}};
-        const Outcome outcome = publish(
+        const CommandResult outcome = publish(
             {"-r", "--changelog", *m_scene / "CHANGES.txt", "Editor", "1.0", tree("1.0"), dest()},
             noDisplay);
         QCOMPARE(outcome.status, 0);
-        QVERIFY2(outcome.text.endsWith(dest() + "/current leads to 1.0\n"),
-                 qPrintable(outcome.text));
+        QVERIFY2(outcome.output.endsWith(dest() + "/current leads to 1.0\n"),
+                 qPrintable(outcome.output));
 
         Tree published = release::read(dest() + "/current");
         const QByteArray index = published.take("index.txt");
@@ -415,7 +389,7 @@ private Q_SLOTS:
         const QString program = *m_scene / "trouble/" + replaced;
         writeScript(program, lines);
 
-        const Outcome outcome = publish(
+        const CommandResult outcome = publish(
             {"Editor", "2.0", tree("2.0"), dest()},
             replaced == "updater"
                 ? Variables{{"UPDATER", program}}
@@ -429,8 +403,8 @@ private Q_SLOTS:
 
         // The second attempt.
         if (complete) {
-            const Outcome again = publish({"Editor", "2.0", tree("2.0"), dest()});
-            QVERIFY2(again.text.contains("/releases/2.0 is there"), qPrintable(again.text));
+            const CommandResult again = publish({"Editor", "2.0", tree("2.0"), dest()});
+            QVERIFY2(again.output.contains("/releases/2.0 is there"), qPrintable(again.output));
             QCOMPARE(linkOf(dest() + "/current"), QString("releases/1.0"));
             rollBack("2.0");
         } else {
@@ -494,10 +468,10 @@ private Q_SLOTS:
         arguments.replaceInStrings("@tree", tree("2.0"));
         arguments.replaceInStrings("@dest", dest());
 
-        const Outcome outcome = publish(arguments, {{"UPDATER_RELEASE", lint}});
+        const CommandResult outcome = publish(arguments, {{"UPDATER_RELEASE", lint}});
 
         QTEST(outcome.status, "status");
-        QVERIFY2(outcome.text.contains(reason), qPrintable(outcome.text));
+        QVERIFY2(outcome.output.contains(reason), qPrintable(outcome.output));
         QCOMPARE(files::list(dest()), before);
         QCOMPARE(linkOf(dest() + "/current"), QString("releases/1.0"));
     }
@@ -546,12 +520,12 @@ private Q_SLOTS:
         if (tool.isEmpty() && !QStandardPaths::findExecutable("updater-release").isEmpty())
             QSKIP("updater-release is installed here");
         writeScript(*m_scene / "two", "exit 2\n");
-        const Outcome outcome =
+        const CommandResult outcome =
             publish(options + QStringList{"Editor", "1.0", tree("1.0"), dest()},
                     {{"UPDATER_RELEASE", tool.replace("@scene", m_scene->path())}});
         QCOMPARE(outcome.status, reason.isEmpty() ? 0 : 1);
-        QVERIFY2(outcome.text.contains(reason.isEmpty() ? "publish.sh: not linted" : reason),
-                 qPrintable(outcome.text));
+        QVERIFY2(outcome.output.contains(reason.isEmpty() ? "publish.sh: not linted" : reason),
+                 qPrintable(outcome.output));
         QCOMPARE(QFileInfo::exists(dest()), reason.isEmpty());
     }
 
@@ -587,19 +561,20 @@ private Q_SLOTS:
         files::link("A", frameworks + "Kit.framework/Versions/Current");
         files::link("Versions/Current/Kit", frameworks + "Kit.framework/Kit");
 
-        const Outcome outcome = publish(accepted + QStringList{"Editor", "1.0", bundle, dest()},
-                                        {{"UPDATER_RELEASE", UPDATER_RELEASE_EXECUTABLE}});
+        const CommandResult outcome =
+            publish(accepted + QStringList{"Editor", "1.0", bundle, dest()},
+                    {{"UPDATER_RELEASE", UPDATER_RELEASE_EXECUTABLE}});
 
         if (!refused.isEmpty()) {
             QCOMPARE(outcome.status, 1);
-            QVERIFY2(('\n' + outcome.text).contains('\n' + refused), qPrintable(outcome.text));
-            QVERIFY2(outcome.text.endsWith("findings that are not accepted (--accept)\n"),
-                     qPrintable(outcome.text));
+            QVERIFY2(('\n' + outcome.output).contains('\n' + refused), qPrintable(outcome.output));
+            QVERIFY2(outcome.output.endsWith("findings that are not accepted (--accept)\n"),
+                     qPrintable(outcome.output));
             QVERIFY(!QFileInfo::exists(dest()));
             return;
         }
-        QVERIFY2(outcome.status == 0, qPrintable(outcome.text));
-        QCOMPARE(outcome.text.count("accepted: "), 4);
+        QVERIFY2(outcome.status == 0, qPrintable(outcome.output));
+        QCOMPARE(outcome.output.count("accepted: "), 4);
         const Tree published = release::read(dest() + "/current");
         QCOMPARE(published.value("Contents/MacOS/updater"), QByteArray("updates"));
         QCOMPARE(published.value("Contents/Frameworks/Kit.framework/Kit"), QByteArray("framework"));
@@ -615,10 +590,11 @@ private Q_SLOTS:
         publishVersion("1.0");
         publishVersion("2.0");
         const QString record = *m_scene / "calls";
-        QCOMPARE(run({"strace", "-f", "-qq", "-s", "4096", "-e", "trace=/link|rename|open|creat",
-                      "-o", record, PUBLISH_DIR "/publish.sh", "--rollback", "1.0", dest()})
-                     .status,
-                 0);
+        QCOMPARE(
+            runCommand({"strace", "-f", "-qq", "-s", "4096", "-e", "trace=/link|rename|open|creat",
+                        "-o", record, PUBLISH_DIR "/publish.sh", "--rollback", "1.0", dest()})
+                .status,
+            0);
 
         QStringList calls;
         const QStringList lines = QString::fromLocal8Bit(files::read(record)).split('\n');
@@ -644,10 +620,11 @@ private Q_SLOTS:
         QString previous = "1.0";
         for (const QString version : {"2.0", "3.0"}) {
             layBuild(version, previous);
-            const Outcome outcome = runLines(runThis, *command, version, *server, *stagingServer);
-            QVERIFY2(outcome.status == 0, qPrintable(outcome.text));
+            const CommandResult outcome =
+                runLines(runThis, *command, version, *server, *stagingServer);
+            QVERIFY2(outcome.status == 0, qPrintable(outcome.output));
 
-            const QStringList said = outcome.text.split('\n').filter(
+            const QStringList said = outcome.output.split('\n').filter(
                 QRegularExpression("^updater-release|leads to|checked"));
             QCOMPARE(
                 said,
@@ -680,9 +657,10 @@ private Q_SLOTS:
         const auto stagingServer = serve(staging());
         files::write(work() + "/rehearsal.app/Contents/earlier.txt", "an earlier rehearsal");
 
-        const Outcome outcome = runLines(runAsTheUser, *command, "2.0", *server, *stagingServer);
+        const CommandResult outcome =
+            runLines(runAsTheUser, *command, "2.0", *server, *stagingServer);
 
-        QVERIFY2(outcome.status == 0, qPrintable(outcome.text));
+        QVERIFY2(outcome.status == 0, qPrintable(outcome.output));
         QCOMPARE(release::differences(release::read(work() + "/rehearsal.app"), editor("2.0")),
                  QStringList("unexpected: gone.txt"));
         QCOMPARE(m_program->starts(), QStringList());
@@ -701,10 +679,10 @@ private Q_SLOTS:
 
         // Nothing is published yet for the users.
         QCOMPARE(runLines(runThis, *command, "2.0", *server, *empty).status, 1);
-        const Outcome refused = runLines(runThis, *command, "2.0", *server, *stagingServer);
+        const CommandResult refused = runLines(runThis, *command, "2.0", *server, *stagingServer);
         QCOMPARE(refused.status, 1);
-        QVERIFY2(refused.text.contains(staging() + "/releases/2.0 is there"),
-                 qPrintable(refused.text));
+        QVERIFY2(refused.output.contains(staging() + "/releases/2.0 is there"),
+                 qPrintable(refused.output));
         QCOMPARE(linkOf(dest() + "/current"), QString("releases/1.0"));
         QCOMPARE(runLines(runBeforeRepetition, *command, "2.0", *server, *stagingServer).status, 0);
         // Now they are, but the last look fails.
@@ -712,10 +690,10 @@ private Q_SLOTS:
         QCOMPARE(linkOf(dest() + "/current"), QString("releases/2.0"));
         rollBack("1.0"); // As if it had been killed before the switch.
 
-        const Outcome outcome = runLines(runToEnd, *command, "2.0", *server, *stagingServer);
-        QVERIFY2(outcome.status == 0, qPrintable(outcome.text));
-        QVERIFY2(outcome.text.contains("Editor 2.0: 5 files checked, 0 findings"),
-                 qPrintable(outcome.text));
+        const CommandResult outcome = runLines(runToEnd, *command, "2.0", *server, *stagingServer);
+        QVERIFY2(outcome.status == 0, qPrintable(outcome.output));
+        QVERIFY2(outcome.output.contains("Editor 2.0: 5 files checked, 0 findings"),
+                 qPrintable(outcome.output));
     }
 
 private:
@@ -749,8 +727,9 @@ private:
     }
 
     /// Runs the commands of the guide below @p heading after layBuild(), under @p command.
-    Outcome runLines(const QByteArray& heading, const QStringList& command, const QString& version,
-                     const Nginx& server, const Nginx& stagingServer) const
+    CommandResult runLines(const QByteArray& heading, const QStringList& command,
+                           const QString& version, const Nginx& server,
+                           const Nginx& stagingServer) const
     {
         const QString bin = *m_scene / "bin";
         if (!QFileInfo::exists(bin)) {
@@ -761,16 +740,17 @@ private:
                         " \"$@\"\n");
         }
         writeScript(work() + "/lines", linesOfTheGuide(heading));
-        return run(command + QStringList{"sh", "./lines"},
-                   {{"PATH", bin + ":" + qEnvironmentVariable("PATH")},
-                    {"TMPDIR", tmpDir()},
-                    {"VERSION", version},
-                    {"PREVIOUS", QString::fromLatin1(files::read(work() + "/previous/version"))},
-                    {"STAGING_DEST", staging()},
-                    {"STAGING_URL", stagingServer.url("/editor/index.txt")},
-                    {"DEST", dest()},
-                    {"URL", server.url("/editor/index.txt")}},
-                   work());
+        return runCommand(
+            command + QStringList{"sh", "./lines"},
+            {{"PATH", bin + ":" + qEnvironmentVariable("PATH")},
+             {"TMPDIR", tmpDir()},
+             {"VERSION", version},
+             {"PREVIOUS", QString::fromLatin1(files::read(work() + "/previous/version"))},
+             {"STAGING_DEST", staging()},
+             {"STAGING_URL", stagingServer.url("/editor/index.txt")},
+             {"DEST", dest()},
+             {"URL", server.url("/editor/index.txt")}},
+            work());
     }
 
     /// What the link @p path is made of.
@@ -781,26 +761,26 @@ private:
 
     /// Runs publish.sh with the updater built along with the test and, unless @p variables say
     /// otherwise, without lint.
-    static Outcome publish(const QStringList& arguments, const Variables& variables = {})
+    static CommandResult publish(const QStringList& arguments, const Variables& variables = {})
     {
         Variables all{{"UPDATER", UPDATER_EXECUTABLE}, {"UPDATER_RELEASE", "true"}};
         for (auto variable = variables.begin(); variable != variables.end(); ++variable)
             all.insert(variable.key(), variable.value());
-        return run(QStringList(PUBLISH_DIR "/publish.sh") + arguments, all);
+        return runCommand(QStringList(PUBLISH_DIR "/publish.sh") + arguments, all);
     }
 
     void publishVersion(const QString& version) const
     {
-        const Outcome outcome = publish({"Editor", version, tree(version), dest()});
+        const CommandResult outcome = publish({"Editor", version, tree(version), dest()});
         if (outcome.status != 0)
-            qFatal("publish.sh: %s", qPrintable(outcome.text));
+            qFatal("publish.sh: %s", qPrintable(outcome.output));
     }
 
     void rollBack(const QString& version) const
     {
-        const Outcome outcome = publish({"--rollback", version, dest()});
+        const CommandResult outcome = publish({"--rollback", version, dest()});
         if (outcome.status != 0)
-            qFatal("publish.sh --rollback: %s", qPrintable(outcome.text));
+            qFatal("publish.sh --rollback: %s", qPrintable(outcome.output));
     }
 
     std::unique_ptr<Nginx> serve(const QString& dir) const

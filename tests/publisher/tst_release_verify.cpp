@@ -5,6 +5,7 @@
 #include "publisher/Verify.h"
 
 #include "tests/support/CollectedOutput.h"
+#include "tests/support/Command.h"
 #include "tests/support/HttpServer.h"
 #include "tests/support/Nginx.h"
 #include "tests/support/Release.h"
@@ -13,7 +14,6 @@
 #include "tests/support/UpdaterProcess.h"
 
 #include <QFile>
-#include <QProcess>
 #include <QTimer>
 
 #include <utility>
@@ -472,7 +472,7 @@ private Q_SLOTS:
     void progressIsForTerminalsOnly()
     {
         // "script" gives the tool a terminal, where the system has one to give.
-        if (QProcess::execute("script", {"-q", "-e", "-c", "true", "/dev/null"}) != 0)
+        if (runCommand({"script", "-q", "-e", "-c", "true", "/dev/null"}).status != 0)
             QSKIP("no terminal can be had here");
         Scripted release;
         release.serveFile(HttpReply::error(404));

@@ -1,7 +1,8 @@
 #include "tests/support/Authority.h"
 
+#include "tests/support/Command.h"
+
 #include <QFile>
-#include <QProcess>
 
 #include <unistd.h>
 
@@ -11,18 +12,6 @@ namespace {
 const char* const systemAuthorities = "/etc/ssl/certs";
 
 } // namespace
-
-void mustRun(QStringList command)
-{
-    const QString line = command.join(' ');
-    const QString program = command.takeFirst();
-    QProcess process;
-    process.setProcessChannelMode(QProcess::MergedChannels);
-    process.start(program, command);
-    if (!process.waitForFinished() || process.exitStatus() != QProcess::NormalExit ||
-        process.exitCode() != 0)
-        qFatal("test fixture: %s: %s", qPrintable(line), process.readAll().constData());
-}
 
 Authority::Authority(const QString& name) : m_name(name)
 {
@@ -103,11 +92,7 @@ std::optional<QStringList> TrustStore::command() const
     command << "sh"
             << "-c" << script;
 
-    QStringList trial = command.mid(1) + QStringList{"true"};
-    QProcess process;
-    process.start(command.first(), trial);
-    if (!process.waitForFinished() || process.exitStatus() != QProcess::NormalExit ||
-        process.exitCode() != 0)
+    if (runCommand(command + QStringList{"true"}).status != 0)
         return std::nullopt;
     return command;
 }

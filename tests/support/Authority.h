@@ -2,13 +2,11 @@
 #ifndef TESTS_SUPPORT_AUTHORITY_H
 #define TESTS_SUPPORT_AUTHORITY_H
 
+#include "tests/support/Command.h"
 #include "tests/support/Files.h"
 #include "tests/support/Nginx.h"
 
 #include <optional>
-
-/// Runs @p command; the test program ends when it fails.
-void mustRun(QStringList command);
 
 /// A certificate authority in a directory of its own, made with openssl.
 class Authority
