@@ -3,6 +3,7 @@
 
 #include <UpdaterHost/UpdateCheck.h>
 
+#include "tests/support/FakeProgram.h"
 #include "tests/support/HostProcess.h"
 #include "tests/support/HttpServer.h"
 #include "tests/support/Messages.h"
@@ -76,26 +77,11 @@ namespace {
 constexpr int patience = 30000;
 constexpr int segmentSize = 256;
 
-/// A shell script in place of the updater. It may use "$key", the key of the segment, "$dir", a
-/// directory of its own, and "$shm_host".
-class FakeUpdater
+/// A shell script in place of the updater.
+class FakeUpdater : public FakeProgram
 {
 public:
-    explicit FakeUpdater(const QByteArray& commands) { become(commands); }
-
-    void become(const QByteArray& commands) const
-    {
-        files::write(path(), "#!/bin/sh\n"
-                             "dir=${0%/*} shm_host='" SHM_HOST_EXECUTABLE "'\n"
-                             "if [ $# -ge 9 ]; then key=$9; fi\n" +
-                                 commands + '\n');
-        files::setMode(path(), 0755);
-    }
-
-    QString path() const { return m_dir / "updater"; }
-
-    /// Returns the path of a file that the commands know as "$dir/NAME".
-    QString operator/(const QString& name) const { return m_dir / name; }
+    using FakeProgram::FakeProgram;
 
     HostInfo host(const QString& version = "1.0") const
     {
@@ -106,15 +92,21 @@ public:
                 "http://127.0.0.1:1/index.txt",
                 "/nowhere/Editor.app/Contents/MacOS/Editor"};
     }
-
-private:
-    TestDir m_dir;
 };
+
+/// The key of the segment, for the commands of a FakeUpdater: the last argument of a check.
+const QByteArray key = "\"$9\"";
+
+/// Commands that have another host do @p lines with the segment.
+QByteArray withSegment(const QByteArray& lines)
+{
+    return "printf '" + lines + "quit\\n' | '" SHM_HOST_EXECUTABLE "' " + key;
+}
 
 /// Commands that write @p bytes to the start of the segment.
 QByteArray reporting(const QByteArray& bytes)
 {
-    return "printf 'write " + bytes.toHex() + "\\nquit\\n' | \"$shm_host\" \"$key\" >/dev/null\n";
+    return withSegment("write " + bytes.toHex() + "\\n") + " >/dev/null\n";
 }
 
 QByteArray report(const QByteArray& version, char flag = '0')
@@ -122,28 +114,13 @@ QByteArray report(const QByteArray& version, char flag = '0')
     return version + '\0' + flag + '\0';
 }
 
-/// Commands that put "$key" in the file "key", in one step.
-const QByteArray tellingKey = "echo \"$key\" >\"$dir/part\"; mv \"$dir/part\" \"$dir/key\"\n";
+/// Commands that write the key to the file "key", in one step.
+const QByteArray tellingKey = "echo " + key + " >\"$dir/part\"; mv \"$dir/part\" \"$dir/key\"\n";
 
-/// Commands that wait until there is a file "go". They give up when the test has gone.
+/// Commands that wait until there is a file "go". They give up when the test has ended.
 const QByteArray waiting = "while [ ! -e \"$dir/go\" ] && [ -d \"$dir\" ]; do sleep 0.02; done\n";
 
 const QByteArray hanging = "exec sleep 600\n";
-
-/// Commands that put the arguments in the file "arguments", in one step.
-const QByteArray recordingArguments =
-    "IFS='|'; echo \"$*\" >\"$dir/part\"; mv \"$dir/part\" \"$dir/arguments\"\n";
-
-/// Waits for the record of recordingArguments, and takes it.
-QStringList argumentsOf(const FakeUpdater& updater)
-{
-    const QString record = updater / "arguments";
-    if (!QTest::qWaitFor([&] { return QFile::exists(record); }, patience))
-        return {};
-    const QString arguments = QString::fromUtf8(files::read(record)).trimmed();
-    QFile::remove(record);
-    return arguments.split('|');
-}
 
 /// Starts an update of @p baseDir.
 /// @return What @p updater gets as the base directory: the link to it.
@@ -151,7 +128,7 @@ QString linkTo(const QString& baseDir, const FakeUpdater& updater)
 {
     HostInfo info = updater.host();
     info.baseDir = baseDir;
-    return UpdateCheck(info).startUpdate() ? argumentsOf(updater).value(4) : QString();
+    return UpdateCheck(info).startUpdate() ? updater.arguments().value(4) : QString();
 }
 
 QString changelogFile(const QString& version)
@@ -315,8 +292,7 @@ private Q_SLOTS:
 
     void segmentIsZeroedBeforeTheCheck()
     {
-        const FakeUpdater updater(
-            "printf 'dump\\nquit\\n' | \"$shm_host\" \"$key\" >\"$dir/dump\"");
+        const FakeUpdater updater(withSegment("dump\\n") + " >\"$dir/dump\"\n");
         QCOMPARE(outcome(updater.host()), QStringList{unreadable});
         QCOMPARE(files::read(updater / "dump").split('\n').value(1),
                  QByteArray(2 * segmentSize, '0'));
@@ -356,12 +332,11 @@ private Q_SLOTS:
 
     void updaterIsToldWhatToCheck()
     {
-        const FakeUpdater updater("IFS='|'; echo \"$*\" >\"$dir/arguments\"");
+        const FakeUpdater updater(recordingArguments);
         HostInfo info = updater.host("1.0 beta");
         info.name = "Text Editor";
         QCOMPARE(outcome(info), QStringList{unreadable});
-        QStringList arguments =
-            QString::fromUtf8(files::read(updater / "arguments")).trimmed().split('|');
+        QStringList arguments = updater.arguments();
         QVERIFY(!arguments.takeLast().isEmpty());
         QCOMPARE(arguments,
                  QStringList({"-c", "-n", "Text Editor", "-v", "1.0 beta", "-l", info.url, "-s"}));
@@ -761,8 +736,7 @@ private Q_SLOTS:
 
     void updateIsStartedAsAProcessOfItsOwn()
     {
-        const FakeUpdater updater("IFS='|'; echo \"$*\" >\"$dir/part\"\n" + waiting +
-                                  "mv \"$dir/part\" \"$dir/arguments\"");
+        const FakeUpdater updater(waiting + recordingArguments);
         HostInfo info = updater.host();
         info.baseDir = "/nowhere/Text Editor.app";
         {
@@ -772,10 +746,8 @@ private Q_SLOTS:
         if (QFileInfo::exists("/proc/self"))
             QCOMPARE(processes::children(), QList<qint64>());
         files::write(updater / "go", "");
-        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(updater / "arguments"), patience);
-        QCOMPARE(QString::fromUtf8(files::read(updater / "arguments")).trimmed().split('|'),
-                 QStringList({"-u", "-n", info.name, "-d", info.baseDir, "-v", info.version, "-l",
-                              info.url, "-x", info.exe}));
+        QCOMPARE(updater.arguments(), QStringList({"-u", "-n", info.name, "-d", info.baseDir, "-v",
+                                                   info.version, "-l", info.url, "-x", info.exe}));
     }
 
     void pathsArePassedInAscii_data()
@@ -808,7 +780,7 @@ private Q_SLOTS:
         info.baseDir = baseDir;
         info.exe = exe;
         QVERIFY(UpdateCheck(info).startUpdate());
-        const QStringList arguments = argumentsOf(updater);
+        const QStringList arguments = updater.arguments();
         const QString link = arguments.value(4);
         const QString target = QFile::symLinkTarget(link);
         QFile::remove(link);
@@ -876,7 +848,7 @@ private Q_SLOTS:
         const ScopedTmpDir scoped(dir / tmp);
         if (obstacle) {
             QVERIFY(UpdateCheck(info).startUpdate());
-            const QString link = argumentsOf(updater).value(4);
+            const QString link = updater.arguments().value(4);
             QVERIFY(QFile::remove(link));
             files::makeDirectory(link);
         }

@@ -4,6 +4,7 @@
 #include "examples/editor/EditorWindow.h"
 
 #include "tests/support/Command.h"
+#include "tests/support/FakeProgram.h"
 #include "tests/support/HttpServer.h"
 #include "tests/support/Nginx.h"
 #include "tests/support/Release.h"
@@ -161,10 +162,12 @@ private Q_SLOTS:
         QFETCH(bool, updaterVanishes);
         QFETCH(bool, updates);
         QFETCH(int, exitCode);
-        const TestDir dir;
+        // Checks as the updater does, and only writes down how an update is started.
+        const FakeProgram updater("[ \"$1\" = -u ] || exec '" UPDATER_EXECUTABLE "' \"$@\"\n" +
+                                  QByteArray(recordingArguments));
         m_server->serve("/index.txt", HttpReply::ok(versionFile("2.0", required, "What is new")));
         HostInfo info = editor("1.0", m_server->url("/index.txt"));
-        info.updater = recordingUpdater(dir);
+        info.updater = updater.path();
 
         EditorWindow window(info, false);
         window.show();
@@ -206,10 +209,8 @@ private Q_SLOTS:
         QCOMPARE(code, exitCode);
         if (!updates)
             return;
-        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(dir / "update"), 30000);
-        QCOMPARE(QString::fromUtf8(files::read(dir / "update")).trimmed().split('|'),
-                 QStringList({"-u", "-n", info.name, "-d", info.baseDir, "-v", info.version, "-l",
-                              info.url, "-x", info.exe}));
+        QCOMPARE(updater.arguments(), QStringList({"-u", "-n", info.name, "-d", info.baseDir, "-v",
+                                                   info.version, "-l", info.url, "-x", info.exe}));
     }
 
     void automaticEditorEndsWithOneWhenTheCheckFails()
@@ -289,21 +290,6 @@ private Q_SLOTS:
 
 private:
     enum ExitCode { StillRuns = 7, TookTooLong };
-
-    /// A program that checks as the updater does, and only writes down how an update is started.
-    static QString recordingUpdater(const TestDir& dir)
-    {
-        const QString path = dir / "updater";
-        files::write(path, "#!/bin/sh\n"
-                           "[ \"$1\" = -u ] || exec '" UPDATER_EXECUTABLE "' \"$@\"\n"
-                           "IFS='|'\n"
-                           "echo \"$*\" >'" +
-                               QFile::encodeName(dir / "update.part") + "'\nmv '" +
-                               QFile::encodeName(dir / "update.part") + "' '" +
-                               QFile::encodeName(dir / "update") + "'\n");
-        files::setMode(path, 0755);
-        return path;
-    }
 
     /// Runs the installed Editor until it quits; it and those that follow it write to a new log.
     static void runEditor(const TestDir& dir)

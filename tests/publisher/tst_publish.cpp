@@ -3,6 +3,7 @@
 
 #include "tests/support/Authority.h"
 #include "tests/support/Command.h"
+#include "tests/support/FakeProgram.h"
 #include "tests/support/Nginx.h"
 #include "tests/support/RelaunchedProgram.h"
 #include "tests/support/Release.h"
@@ -120,12 +121,6 @@ void makeOld(const QString& dir)
         file.setFileTime(QDateTime::fromSecsSinceEpoch(1000000000),
                          QFileDevice::FileModificationTime);
     }
-}
-
-void writeScript(const QString& path, const QByteArray& lines)
-{
-    files::write(path, "#!/bin/sh\n" + lines);
-    files::setMode(path, 0755);
 }
 
 /// The first commands in the section of the guide with the heading @p heading.

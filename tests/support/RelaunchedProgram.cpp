@@ -1,5 +1,7 @@
 #include "tests/support/RelaunchedProgram.h"
 
+#include "tests/support/FakeProgram.h"
+
 #include <QFile>
 
 RelaunchedProgram::~RelaunchedProgram()
@@ -9,23 +11,12 @@ RelaunchedProgram::~RelaunchedProgram()
 
 QByteArray RelaunchedProgram::script(const QByteArray& name) const
 {
-    // Gives up after a minute, should the test have died.
-    return QByteArray("#!/bin/sh\n"
-                      "printf '%s\\n' \"@name|$(pwd)|$*\" >>'@dir/starts'\n"
-                      "tries=0\n"
-                      "while [ ! -e '@dir/leave' ] && [ -d '@dir' ] && [ $tries -lt 1200 ]; do\n"
-                      "  sleep 0.05\n"
-                      "  tries=$((tries + 1))\n"
-                      "done\n"
-                      "[ -d '@dir' ] && echo '@name' >>'@dir/ends'\n")
-        .replace("@name", name)
-        .replace("@dir", QFile::encodeName(m_dir.path()));
+    return shellScript(commands(name));
 }
 
 void RelaunchedProgram::install(const QString& path, const QByteArray& name) const
 {
-    files::write(path, script(name));
-    files::setMode(path, 0755);
+    writeScript(path, commands(name));
 }
 
 QStringList RelaunchedProgram::starts() const
@@ -41,6 +32,20 @@ void RelaunchedProgram::letEnd() const
 QStringList RelaunchedProgram::ends() const
 {
     return linesOf("ends");
+}
+
+QByteArray RelaunchedProgram::commands(const QByteArray& name) const
+{
+    // They give up after a minute, or when the test has ended.
+    return QByteArray("printf '%s\\n' \"@name|$(pwd)|$*\" >>'@dir/starts'\n"
+                      "tries=0\n"
+                      "while [ ! -e '@dir/leave' ] && [ -d '@dir' ] && [ $tries -lt 1200 ]; do\n"
+                      "  sleep 0.05\n"
+                      "  tries=$((tries + 1))\n"
+                      "done\n"
+                      "[ -d '@dir' ] && echo '@name' >>'@dir/ends'\n")
+        .replace("@name", name)
+        .replace("@dir", QFile::encodeName(m_dir.path()));
 }
 
 QStringList RelaunchedProgram::linesOf(const QString& name) const

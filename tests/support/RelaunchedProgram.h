@@ -1,16 +1,21 @@
-// A program that an update starts again, and that tells the test how it was started.
+// A program that an update starts again, and that writes down how it was started.
+//
+//   const RelaunchedProgram program;
+//   program.install(dir / "Editor", "Editor 2.0");
+//   ... an update starts it
+//   QTRY_COMPARE(program.starts(), QStringList{"Editor 2.0|" + dir.path() + "|"});
 #ifndef TESTS_SUPPORT_RELAUNCHEDPROGRAM_H
 #define TESTS_SUPPORT_RELAUNCHEDPROGRAM_H
 
 #include "tests/support/Files.h"
 
-/// Makes scripts that, when started, write down who they are, their working directory and their
-/// arguments, and then wait for the test's leave to end: so a test sees that they outlive whoever
-/// started them. The records lie in a directory of this object's own.
+/// Makes scripts that, when started, write down their name, their working directory and their
+/// arguments. Then they wait until they may end, so that a test sees that they outlive the process
+/// that started them. The records are in a directory of this object's own.
 class RelaunchedProgram
 {
 public:
-    /// Gives every script that still waits its leave.
+    /// Lets the scripts that still wait end.
     ~RelaunchedProgram();
 
     /// Returns the text of a script that calls itself @p name.
@@ -19,8 +24,8 @@ public:
     /// Writes script(@p name) to @p path, and makes it executable.
     void install(const QString& path, const QByteArray& name) const;
 
-    /// The records of the scripts started so far: "name|working directory|arguments", one line for
-    /// each, in the order they were started.
+    /// The records of the scripts started so far, in the order they were started:
+    /// "name|working directory|arguments", one line for each script.
     QStringList starts() const;
 
     /// Lets the scripts end. Each then leaves a line in ends().
@@ -30,6 +35,7 @@ public:
     QStringList ends() const;
 
 private:
+    QByteArray commands(const QByteArray& name) const;
     QStringList linesOf(const QString& name) const;
 
     TestDir m_dir;
