@@ -9,6 +9,7 @@
 #include "tests/support/Messages.h"
 #include "tests/support/Processes.h"
 #include "tests/support/Restrictions.h"
+#include "tests/support/Row.h"
 #include "tests/support/SystemIpc.h"
 
 #include <QFileInfo>
@@ -254,28 +255,26 @@ private Q_SLOTS:
         QTest::addColumn<QString>("installed");
         QTest::addColumn<QByteArray>("bytes"); // Of the segment; zeros follow.
         QTest::addColumn<QString>("expected");
-        QTest::newRow("another version") << "1.0" << report("2.0") << "found 2.0 optional ";
-        QTest::newRow("required") << "1.0" << report("2.0", '1') << "found 2.0 required ";
-        QTest::newRow("another flag") << "1.0" << report("2.0", 'x') << "found 2.0 optional ";
-        QTest::newRow("older version") << "3.0" << report("2.0") << "found 2.0 optional ";
-        QTest::newRow("same version") << "2.0" << report("2.0", '1') << "up to date";
-        QTest::newRow("same version in another case")
-            << "2.0-BETA" << report("2.0-beta") << "up to date";
-        QTest::newRow("longer by a blank") << "2.0" << report("2.0 ") << "found 2.0  optional ";
-        QTest::newRow("not ASCII")
-            << "1.0" << report("2.0\xE4") << QString::fromUtf8("found 2.0\xC3\xA4 optional ");
-        QTest::newRow("not ASCII, same version in another case")
-            << QString::fromUtf8("2.0\xC3\x84") << report("2.0\xE4") << "up to date";
-        QTest::newRow("same version, published as UTF-8")
-            << QString::fromUtf8("2.0\xC3\xA4") << report("2.0\xC3\xA4")
-            << QString::fromUtf8("found 2.0\xC3\x83\xC2\xA4 optional ");
-        QTest::newRow("nothing written") << "1.0" << QByteArray() << unreadable;
-        QTest::newRow("empty version") << "1.0" << report("") << unreadable;
-        QTest::newRow("empty version, required") << "1.0" << report("", '1') << unreadable;
-        QTest::newRow("longest version") << "1.0" << report(QByteArray(253, 'v'), '1')
-                                         << "found " + QString(253, 'v') + " required ";
-        QTest::newRow("no room for the flag") << "1.0" << QByteArray(255, 'v') + '\0' << unreadable;
-        QTest::newRow("without an end") << "1.0" << QByteArray(256, 'v') << unreadable;
+        row("another version", "1.0", report("2.0"), "found 2.0 optional ");
+        row("required", "1.0", report("2.0", '1'), "found 2.0 required ");
+        row("another flag", "1.0", report("2.0", 'x'), "found 2.0 optional ");
+        row("older version", "3.0", report("2.0"), "found 2.0 optional ");
+        row("same version", "2.0", report("2.0", '1'), "up to date");
+        row("same version in another case", "2.0-BETA", report("2.0-beta"), "up to date");
+        row("longer by a blank", "2.0", report("2.0 "), "found 2.0  optional ");
+        row("not ASCII", "1.0", report("2.0\xE4"),
+            QString::fromUtf8("found 2.0\xC3\xA4 optional "));
+        row("not ASCII, same version in another case", QString::fromUtf8("2.0\xC3\x84"),
+            report("2.0\xE4"), "up to date");
+        row("same version, published as UTF-8", QString::fromUtf8("2.0\xC3\xA4"),
+            report("2.0\xC3\xA4"), QString::fromUtf8("found 2.0\xC3\x83\xC2\xA4 optional "));
+        row("nothing written", "1.0", QByteArray(), unreadable);
+        row("empty version", "1.0", report(""), unreadable);
+        row("empty version, required", "1.0", report("", '1'), unreadable);
+        row("longest version", "1.0", report(QByteArray(253, 'v'), '1'),
+            "found " + QString(253, 'v') + " required ");
+        row("no room for the flag", "1.0", QByteArray(255, 'v') + '\0', unreadable);
+        row("without an end", "1.0", QByteArray(256, 'v'), unreadable);
     }
 
     void reportIsRead()
@@ -349,16 +348,15 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("version"); // As published.
         QTest::addColumn<QByteArray>("contents");
         QTest::addColumn<QString>("expected");
-        QTest::newRow("text") << QByteArray("2.0") << QByteArray("News\nMore\n").toBase64()
-                              << "found 2.0 optional News\nMore\n";
-        QTest::newRow("not ASCII")
-            << QByteArray("2.0") << QByteArray("\xC3\xA4 \xE6\x97\xA5 \xF0\x9F\x9A\x80").toBase64()
-            << QString::fromUtf8("found 2.0 optional \xC3\xA4 \xE6\x97\xA5 \xF0\x9F\x9A\x80");
-        QTest::newRow("empty file") << QByteArray("2.0") << QByteArray("") << "found 2.0 optional ";
-        QTest::newRow("version with blanks around")
-            << QByteArray(" 2.0 ") << QByteArray("News").toBase64() << "found  2.0  optional News";
-        QTest::newRow("up to date")
-            << QByteArray("1.0") << QByteArray("News").toBase64() << "up to date";
+        row("text", QByteArray("2.0"), QByteArray("News\nMore\n").toBase64(),
+            "found 2.0 optional News\nMore\n");
+        row("not ASCII", QByteArray("2.0"),
+            QByteArray("\xC3\xA4 \xE6\x97\xA5 \xF0\x9F\x9A\x80").toBase64(),
+            QString::fromUtf8("found 2.0 optional \xC3\xA4 \xE6\x97\xA5 \xF0\x9F\x9A\x80"));
+        row("empty file", QByteArray("2.0"), QByteArray(""), "found 2.0 optional ");
+        row("version with blanks around", QByteArray(" 2.0 "), QByteArray("News").toBase64(),
+            "found  2.0  optional News");
+        row("up to date", QByteArray("1.0"), QByteArray("News").toBase64(), "up to date");
     }
 
     void changelogIsTaken()
@@ -414,8 +412,8 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("commands");
         QTest::addColumn<QString>("expected");
         const QByteArray found = reporting(report("2.0"));
-        QTest::newRow("exit status 1") << found + "exit 1" << "failed: The check did not finish.";
-        QTest::newRow("crash") << found + "kill -KILL $$" << "failed: The check did not finish.";
+        row("exit status 1", found + "exit 1", "failed: The check did not finish.");
+        row("crash", found + "kill -KILL $$", "failed: The check did not finish.");
     }
 
     void updaterThatFails()
@@ -429,9 +427,9 @@ private Q_SLOTS:
     void updaterThatDoesNotStart_data()
     {
         QTest::addColumn<QString>("path");
-        QTest::newRow("missing") << "/nowhere/updater";
-        QTest::newRow("directory") << "/";
-        QTest::newRow("no path") << "";
+        row("missing", "/nowhere/updater");
+        row("directory", "/");
+        row("no path", "");
     }
 
     void updaterThatDoesNotStart()
@@ -450,9 +448,9 @@ private Q_SLOTS:
     {
         QTest::addColumn<uint>("before");
         QTest::addColumn<uint>("after");
-        QTest::newRow("as an update leaves it") << 0644U << 0755U;
-        QTest::newRow("private") << 0600U << 0711U;
-        QTest::newRow("has it") << 0700U << 0700U;
+        row("as an update leaves it", 0644U, 0755U);
+        row("private", 0600U, 0711U);
+        row("has it", 0700U, 0700U);
     }
 
     void updaterGetsThePermissionToRun()
@@ -501,10 +499,10 @@ private Q_SLOTS:
         QTest::addColumn<QString>("expected"); // Its start.
         const QString found = "found 2.0 optional ";
         const QString failed = "failed: QSharedMemory::";
-        QTest::newRow("one is taken") << 1 << true << found;
-        QTest::newRow("four are taken") << 4 << true << found;
-        QTest::newRow("five are taken") << 5 << true << failed + "create: already exists";
-        QTest::newRow("another error") << 1 << false << failed + "handle:";
+        row("one is taken", 1, true, found);
+        row("four are taken", 4, true, found);
+        row("five are taken", 5, true, failed + "create: already exists");
+        row("another error", 1, false, failed + "handle:");
     }
 
     void nextKeyWillDoWhenOneIsTaken()
@@ -584,12 +582,11 @@ private Q_SLOTS:
         QTest::addColumn<bool>("accepts");
         QTest::addColumn<QStringList>("asked");
         QTest::addColumn<QString>("expected");
-        QTest::newRow("accepted") << QByteArray("2.0") << true << QStringList{"2.0"}
-                                  << "found 2.0 required News";
-        QTest::newRow("refused") << QByteArray("0.9") << false << QStringList{"0.9"}
-                                 << "failed: Version 0.9 is not accepted.";
-        QTest::newRow("installed") << QByteArray("1.0") << false << QStringList() << "up to date";
-        QTest::newRow("unreadable") << QByteArray() << true << QStringList() << unreadable;
+        row("accepted", QByteArray("2.0"), true, QStringList{"2.0"}, "found 2.0 required News");
+        row("refused", QByteArray("0.9"), false, QStringList{"0.9"},
+            "failed: Version 0.9 is not accepted.");
+        row("installed", QByteArray("1.0"), false, QStringList(), "up to date");
+        row("unreadable", QByteArray(), true, QStringList(), unreadable);
     }
 
     void hostRefusesVersions()
@@ -634,9 +631,9 @@ private Q_SLOTS:
     void checkIsOverWhenItsResultIsTold_data()
     {
         QTest::addColumn<QByteArray>("published");
-        QTest::newRow("found") << QByteArray("2.0");
-        QTest::newRow("up to date") << QByteArray("1.0");
-        QTest::newRow("failed") << QByteArray();
+        row("found", QByteArray("2.0"));
+        row("up to date", QByteArray("1.0"));
+        row("failed", QByteArray());
     }
 
     void checkIsOverWhenItsResultIsTold()
@@ -662,9 +659,9 @@ private Q_SLOTS:
     void checkMayBeDeletedByWhoHearsTheResult_data()
     {
         QTest::addColumn<QByteArray>("commands");
-        QTest::newRow("found") << reporting(report("2.0"));
-        QTest::newRow("up to date") << reporting(report("1.0"));
-        QTest::newRow("failed") << QByteArray("exit 1");
+        row("found", reporting(report("2.0")));
+        row("up to date", reporting(report("1.0")));
+        row("failed", QByteArray("exit 1"));
     }
 
     void checkMayBeDeletedByWhoHearsTheResult()
@@ -756,18 +753,16 @@ private Q_SLOTS:
         QTest::addColumn<QString>("exe");
         QTest::addColumn<QString>("exePassed");
         const QString app = QString::fromUtf8("/nowhere/j\xC3\xBCrgen/Editor.app");
-        QTest::newRow("program in the directory")
-            << app << app + "/Contents/MacOS/Editor" << "@link/Contents/MacOS/Editor";
-        QTest::newRow("slash at the end")
-            << app + '/' << app + "/Contents/MacOS/Editor" << "@link/Contents/MacOS/Editor";
-        QTest::newRow("program written with two slashes")
-            << app << app + "//Contents/MacOS/../MacOS/Editor" << "@link/Contents/MacOS/Editor";
-        QTest::newRow("program elsewhere") << app << "/nowhere/Editor"
-                                           << "/nowhere/Editor";
-        QTest::newRow("program in a directory of a longer name")
-            << QString::fromUtf8("/nowhere/\xE6\x97\xA5")
-            << QString::fromUtf8("/nowhere/\xE6\x97\xA5-2/Editor")
-            << QString::fromUtf8("/nowhere/\xE6\x97\xA5-2/Editor");
+        row("program in the directory", app, app + "/Contents/MacOS/Editor",
+            "@link/Contents/MacOS/Editor");
+        row("slash at the end", app + '/', app + "/Contents/MacOS/Editor",
+            "@link/Contents/MacOS/Editor");
+        row("program written with two slashes", app, app + "//Contents/MacOS/../MacOS/Editor",
+            "@link/Contents/MacOS/Editor");
+        row("program elsewhere", app, "/nowhere/Editor", "/nowhere/Editor");
+        row("program in a directory of a longer name", QString::fromUtf8("/nowhere/\xE6\x97\xA5"),
+            QString::fromUtf8("/nowhere/\xE6\x97\xA5-2/Editor"),
+            QString::fromUtf8("/nowhere/\xE6\x97\xA5-2/Editor"));
     }
 
     void pathsArePassedInAscii()
@@ -832,8 +827,8 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("tmp"); // Name of the temporary directory.
         QTest::addColumn<bool>("obstacle");
-        QTest::newRow("something is in the way") << "tmp" << true;
-        QTest::newRow("temporary directory is not ASCII") << QString::fromUtf8("\xC3\xA4") << false;
+        row("something is in the way", "tmp", true);
+        row("temporary directory is not ASCII", QString::fromUtf8("\xC3\xA4"), false);
     }
 
     void updateWithoutItsLinkIsNotStarted()

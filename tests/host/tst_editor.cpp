@@ -8,6 +8,7 @@
 #include "tests/support/HttpServer.h"
 #include "tests/support/Nginx.h"
 #include "tests/support/Release.h"
+#include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
 
 #include <QAbstractButton>
@@ -66,27 +67,20 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("published"); // The version file.
         QTest::addColumn<QString>("expected");
         const QByteArray changelog = "News: \xC3\xA4";
-        QTest::newRow("another version") << "1.0" << versionFile("2.0", false, changelog)
-                                         << QString::fromUtf8("found 2.0 optional News: \xC3\xA4");
-        QTest::newRow("required version") << "1.0" << versionFile("2.0", true, changelog)
-                                          << QString::fromUtf8("found 2.0 required News: \xC3\xA4");
-        QTest::newRow("no changelog")
-            << "1.0" << versionFile("2.0", false, "") << "found 2.0 optional ";
-        QTest::newRow("older version")
-            << "3.0" << versionFile("2.0", false, "") << "found 2.0 optional ";
-        QTest::newRow("same version")
-            << "2.0" << versionFile("2.0", true, changelog) << "up to date";
-        QTest::newRow("same version in another case")
-            << "2.0A" << versionFile("2.0a", false, "") << "up to date";
-        QTest::newRow("unreadable version file")
-            << "1.0" << QByteArray("<html>not found</html>")
-            << "failed: The published version could not be read.";
-        QTest::newRow("longest version that fits")
-            << "1.0" << versionFile(QByteArray(253, 'v'), false, "")
-            << "found " + QString(253, 'v') + " optional ";
-        QTest::newRow("version that does not fit")
-            << "1.0" << versionFile(QByteArray(254, 'v'), false, "")
-            << "failed: The published version could not be read.";
+        row("another version", "1.0", versionFile("2.0", false, changelog),
+            QString::fromUtf8("found 2.0 optional News: \xC3\xA4"));
+        row("required version", "1.0", versionFile("2.0", true, changelog),
+            QString::fromUtf8("found 2.0 required News: \xC3\xA4"));
+        row("no changelog", "1.0", versionFile("2.0", false, ""), "found 2.0 optional ");
+        row("older version", "3.0", versionFile("2.0", false, ""), "found 2.0 optional ");
+        row("same version", "2.0", versionFile("2.0", true, changelog), "up to date");
+        row("same version in another case", "2.0A", versionFile("2.0a", false, ""), "up to date");
+        row("unreadable version file", "1.0", QByteArray("<html>not found</html>"),
+            "failed: The published version could not be read.");
+        row("longest version that fits", "1.0", versionFile(QByteArray(253, 'v'), false, ""),
+            "found " + QString(253, 'v') + " optional ");
+        row("version that does not fit", "1.0", versionFile(QByteArray(254, 'v'), false, ""),
+            "failed: The published version could not be read.");
     }
 
     void checkTellsWhatIsPublished()
@@ -147,12 +141,11 @@ private Q_SLOTS:
         QTest::addColumn<bool>("updaterVanishes");
         QTest::addColumn<bool>("updates");
         QTest::addColumn<int>("exitCode");
-        QTest::newRow("optional, later") << false << "Later" << false << false << int(StillRuns);
-        QTest::newRow("optional, now") << false << "Update now" << false << true << 0;
-        QTest::newRow("required, quit") << true << "Quit" << false << false << 0;
-        QTest::newRow("required, now") << true << "Update now" << false << true << 0;
-        QTest::newRow("now, but the updater has gone")
-            << false << "Update now" << true << false << int(StillRuns);
+        row("optional, later", false, "Later", false, false, int(StillRuns));
+        row("optional, now", false, "Update now", false, true, 0);
+        row("required, quit", true, "Quit", false, false, 0);
+        row("required, now", true, "Update now", false, true, 0);
+        row("now, but the updater has gone", false, "Update now", true, false, int(StillRuns));
     }
 
     void userDecides()
@@ -229,9 +222,8 @@ private Q_SLOTS:
     {
         QTest::addColumn<QStringList>("buildOptions");
         QTest::addColumn<QString>("announcement");
-        QTest::newRow("optional update") << QStringList() << "version 2.0 is published";
-        QTest::newRow("required update")
-            << QStringList{"-r"} << "version 2.0 is published and required";
+        row("optional update", QStringList(), "version 2.0 is published");
+        row("required update", QStringList{"-r"}, "version 2.0 is published and required");
     }
 
     void editorUpdatesItself()

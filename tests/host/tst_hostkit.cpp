@@ -5,6 +5,7 @@
 #include "tests/support/HttpServer.h"
 #include "tests/support/RelaunchedProgram.h"
 #include "tests/support/Release.h"
+#include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
 
 #include <QRegularExpression>
@@ -124,14 +125,11 @@ private Q_SLOTS:
         QTest::addColumn<QString>("path");
         QTest::addColumn<int>("exitCode");
         QTest::addColumn<QString>("output");
-        QTest::newRow("up to date") << "2.0"
-                                    << "/viewer/index.txt" << 0 << "up to date\n";
-        QTest::newRow("lower version")
-            << "10.0"
-            << "/viewer/index.txt" << 1 << "no check: Version 2.0 is not accepted.\n";
-        QTest::newRow("no version file")
-            << "1.0"
-            << "/missing" << 1 << "no check: The published version could not be read.\n";
+        row("up to date", "2.0", "/viewer/index.txt", 0, "up to date\n");
+        row("lower version", "10.0", "/viewer/index.txt", 1,
+            "no check: Version 2.0 is not accepted.\n");
+        row("no version file", "1.0", "/missing", 1,
+            "no check: The published version could not be read.\n");
     }
 
     void viewerTellsWhatItFinds()
@@ -154,9 +152,9 @@ private Q_SLOTS:
     void viewerUpdatesItself_data()
     {
         QTest::addColumn<QString>("home"); // Where the bundle is.
-        QTest::newRow("ASCII") << "apps";
-        QTest::newRow("beyond ASCII") << QString::fromUtf8("j\xC3\xBCrgen");
-        QTest::newRow("beyond Latin-1") << QString::fromUtf8("\xE6\x97\xA5\xE6\x9C\xAC");
+        row("ASCII", "apps");
+        row("beyond ASCII", QString::fromUtf8("j\xC3\xBCrgen"));
+        row("beyond Latin-1", QString::fromUtf8("\xE6\x97\xA5\xE6\x9C\xAC"));
     }
 
     void viewerUpdatesItself()

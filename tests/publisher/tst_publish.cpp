@@ -7,6 +7,7 @@
 #include "tests/support/Nginx.h"
 #include "tests/support/RelaunchedProgram.h"
 #include "tests/support/Release.h"
+#include "tests/support/Row.h"
 #include "tests/support/SystemCalls.h"
 #include "tests/support/TestMain.h"
 #include "tests/support/UpdaterProcess.h"
@@ -220,19 +221,18 @@ private Q_SLOTS:
         const QStringList byProxy = gzip + header("Via", "1.1 proxy");
         const QString file = "200|application/octet-stream|no-cache, no-transform||";
         const QString index = "200|text/plain|no-cache, no-transform|%1|Accept-Encoding";
-        QTest::newRow("version file") << "index.txt" << QStringList() << index.arg("");
-        QTest::newRow("version file, compressed") << "index.txt" << gzip << index.arg("gzip");
-        QTest::newRow("version file, for a cache") << "index.txt" << byProxy << index.arg("gzip");
-        QTest::newRow("file") << pageName << QStringList() << file;
-        QTest::newRow("file, to one who would unpack it") << pageName << gzip << file;
-        QTest::newRow("part of a file") << pageName << QStringList({"-r", "0-1"}) << file;
-        QTest::newRow("hidden file") << "Contents/.hidden" << QStringList() << file;
-        QTest::newRow("missing file")
-            << "none" << QStringList() << "404|text/html|no-cache, no-transform||";
-        QTest::newRow("list of a directory")
-            << "Contents/MacOS/" << QStringList() << "403|text/html|no-cache, no-transform||";
-        QTest::newRow("outside of the release")
-            << "../index.txt" << QStringList() << "404|text/html|no-cache, no-transform||";
+        row("version file", "index.txt", QStringList(), index.arg(""));
+        row("version file, compressed", "index.txt", gzip, index.arg("gzip"));
+        row("version file, for a cache", "index.txt", byProxy, index.arg("gzip"));
+        row("file", pageName, QStringList(), file);
+        row("file, to one who would unpack it", pageName, gzip, file);
+        row("part of a file", pageName, QStringList({"-r", "0-1"}), file);
+        row("hidden file", "Contents/.hidden", QStringList(), file);
+        row("missing file", "none", QStringList(), "404|text/html|no-cache, no-transform||");
+        row("list of a directory", "Contents/MacOS/", QStringList(),
+            "403|text/html|no-cache, no-transform||");
+        row("outside of the release", "../index.txt", QStringList(),
+            "404|text/html|no-cache, no-transform||");
     }
 
     void answersHaveSafeHeaders()
@@ -293,9 +293,9 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("path");
         QTest::addColumn<QStringList>("options");
-        QTest::newRow("version file") << "index.txt" << QStringList();
-        QTest::newRow("version file, compressed") << "index.txt" << QStringList("--compressed");
-        QTest::newRow("file of equal size") << pageName << QStringList();
+        row("version file", "index.txt", QStringList());
+        row("version file, compressed", "index.txt", QStringList("--compressed"));
+        row("file of equal size", pageName, QStringList());
     }
 
     /// The trees' files are of one age and of equal size, as builds that can be repeated make them.
@@ -364,13 +364,13 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("lines");
         QTest::addColumn<bool>("complete");
         const QByteArray kill = "kill -9 $PPID\n";
-        QTest::newRow("no version file") << "updater" << QByteArray("exit 1\n") << false;
-        QTest::newRow("killed before the version file") << "updater" << kill << false;
-        QTest::newRow("killed after the version file")
-            << "updater" << QByteArray(UPDATER_EXECUTABLE " \"$@\"\n") + kill << false;
-        QTest::newRow("damaged copy")
-            << "cp" << QByteArray("/bin/cp \"$@\" && : >\"$3/Contents/.hidden\"\n") << false;
-        QTest::newRow("killed before the switch") << "perl" << kill << true;
+        row("no version file", "updater", QByteArray("exit 1\n"), false);
+        row("killed before the version file", "updater", kill, false);
+        row("killed after the version file", "updater",
+            QByteArray(UPDATER_EXECUTABLE " \"$@\"\n") + kill, false);
+        row("damaged copy", "cp", QByteArray("/bin/cp \"$@\" && : >\"$3/Contents/.hidden\"\n"),
+            false);
+        row("killed before the switch", "perl", kill, true);
     }
 
     void interruptedPublicationIsNotSeen()
@@ -414,37 +414,34 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("arguments");
         QTest::addColumn<int>("status");
         QTest::addColumn<QString>("reason");
-        QTest::newRow("version file in the tree")
-            << QStringList({"Editor", "2.0", "@scene/described", "@dest"}) << 1
-            << "described/index.txt would be listed as a file of the release";
-        QTest::newRow("published version") << QStringList({"Editor", "1.0", "@tree", "@dest"}) << 1
-                                           << "a published release does not change";
-        QTest::newRow("no tree") << QStringList({"Editor", "2.0", "@scene/none", "@dest"}) << 1
-                                 << "there is no tree";
-        QTest::newRow("link that leads nowhere")
-            << QStringList({"Editor", "2.0", "@scene/broken", "@dest"}) << 1 << "/link";
-        QTest::newRow("version that leads elsewhere")
-            << QStringList({"Editor", "../2.0", "@tree", "@dest"}) << 1
-            << "'../2.0' cannot be the name of a directory";
-        QTest::newRow("no version") << QStringList({"Editor", "", "@tree", "@dest"}) << 1
-                                    << "'' cannot be the name of a directory";
-        QTest::newRow("no name") << QStringList({"", "2.0", "@tree", "@dest"}) << 1
-                                 << "the updater cannot describe";
-        QTest::newRow("no changelog")
-            << QStringList({"--changelog", "@scene/none", "Editor", "2.0", "@tree", "@dest"}) << 1
-            << "there is no changelog";
-        QTest::newRow("finding of lint")
-            << QStringList({"Editor", "2.0", "@scene/untidy", "@dest"}) << 1 << "untidy";
-        QTest::newRow("pattern that is not there")
-            << QStringList({"--accept", "", "Editor", "2.0", "@tree", "@dest"}) << 1
-            << "--accept needs a pattern";
-        QTest::newRow("rollback to what is not there")
-            << QStringList({"--rollback", "0.9", "@dest"}) << 1 << "there is no release";
-        QTest::newRow("rollback without a version")
-            << QStringList({"--rollback", "@dest"}) << 2 << "usage: publish.sh";
-        QTest::newRow("nothing") << QStringList() << 2 << "usage: publish.sh";
-        QTest::newRow("unknown option")
-            << QStringList({"-z", "2.0", "@tree"}) << 2 << "usage: publish.sh";
+        row("version file in the tree", QStringList({"Editor", "2.0", "@scene/described", "@dest"}),
+            1, "described/index.txt would be listed as a file of the release");
+        row("published version", QStringList({"Editor", "1.0", "@tree", "@dest"}), 1,
+            "a published release does not change");
+        row("no tree", QStringList({"Editor", "2.0", "@scene/none", "@dest"}), 1,
+            "there is no tree");
+        row("link that leads nowhere", QStringList({"Editor", "2.0", "@scene/broken", "@dest"}), 1,
+            "/link");
+        row("version that leads elsewhere", QStringList({"Editor", "../2.0", "@tree", "@dest"}), 1,
+            "'../2.0' cannot be the name of a directory");
+        row("no version", QStringList({"Editor", "", "@tree", "@dest"}), 1,
+            "'' cannot be the name of a directory");
+        row("no name", QStringList({"", "2.0", "@tree", "@dest"}), 1,
+            "the updater cannot describe");
+        row("no changelog",
+            QStringList({"--changelog", "@scene/none", "Editor", "2.0", "@tree", "@dest"}), 1,
+            "there is no changelog");
+        row("finding of lint", QStringList({"Editor", "2.0", "@scene/untidy", "@dest"}), 1,
+            "untidy");
+        row("pattern that is not there",
+            QStringList({"--accept", "", "Editor", "2.0", "@tree", "@dest"}), 1,
+            "--accept needs a pattern");
+        row("rollback to what is not there", QStringList({"--rollback", "0.9", "@dest"}), 1,
+            "there is no release");
+        row("rollback without a version", QStringList({"--rollback", "@dest"}), 2,
+            "usage: publish.sh");
+        row("nothing", QStringList(), 2, "usage: publish.sh");
+        row("unknown option", QStringList({"-z", "2.0", "@tree"}), 2, "usage: publish.sh");
     }
 
     void refusalsChangeNothing()
@@ -499,12 +496,10 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("options");
         QTest::addColumn<QString>("reason"); // Empty when it is published all the same.
         const QStringList accept{"--accept", "x"};
-        QTest::newRow("another tool is named")
-            << "@scene/none" << QStringList() << "there is no linting tool";
-        QTest::newRow("findings are accepted") << "" << accept << "there is no linting tool";
-        QTest::newRow("nobody asks for it") << "" << QStringList() << "";
-        QTest::newRow("it does not know an option")
-            << "@scene/two" << accept << "lint ended with 2";
+        row("another tool is named", "@scene/none", QStringList(), "there is no linting tool");
+        row("findings are accepted", "", accept, "there is no linting tool");
+        row("nobody asks for it", "", QStringList(), "");
+        row("it does not know an option", "@scene/two", accept, "lint ended with 2");
     }
 
     void nothingIsPublishedWhenLintCannotBeAsked()
@@ -531,13 +526,11 @@ private Q_SLOTS:
         const QString executable = ": executable here, but not for users";
         const QString updaterName = "Contents/MacOS/updater";
         const QString frameworks = "Contents/Frameworks/*";
-        QTest::newRow("none") << QStringList()
-                              << "Contents/Frameworks/libeditor.dylib" + executable;
-        QTest::newRow("all but the updater")
-            << QStringList{"--accept", frameworks} << updaterName + executable;
-        QTest::newRow("the updater only") << QStringList{"--accept", updaterName}
-                                          << "Contents/Frameworks/Kit.framework/Kit: symbolic link";
-        QTest::newRow("all") << QStringList{"--accept", updaterName, "--accept", frameworks} << "";
+        row("none", QStringList(), "Contents/Frameworks/libeditor.dylib" + executable);
+        row("all but the updater", QStringList{"--accept", frameworks}, updaterName + executable);
+        row("the updater only", QStringList{"--accept", updaterName},
+            "Contents/Frameworks/Kit.framework/Kit: symbolic link");
+        row("all", QStringList{"--accept", updaterName, "--accept", frameworks}, "");
     }
 
     /// A bundle with the updater, a library and a framework, and the real lint.

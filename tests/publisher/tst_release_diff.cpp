@@ -5,6 +5,7 @@
 #include "tests/support/CollectedOutput.h"
 #include "tests/support/Release.h"
 #include "tests/support/ReleaseTree.h"
+#include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
 #include "tests/support/UpdaterProcess.h"
 
@@ -117,9 +118,9 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("version");
         QTest::addColumn<bool>("same");
-        QTest::newRow("same") << "1.0b" << true;
-        QTest::newRow("in other case") << "1.0B" << true;
-        QTest::newRow("lower") << "0.9" << false;
+        row("same", "1.0b", true);
+        row("in other case", "1.0B", true);
+        row("lower", "0.9", false);
     }
 
     void sameVersionIsRemarked()
@@ -189,21 +190,21 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("after");  // and what with.
         QTest::addColumn<QString>("finding");
         const QString list = "lists 3 files, of which the updater sees ";
-        const auto row = [](const char* tag, const QByteArray& before, const QByteArray& after,
-                            const QString& finding) {
-            QTest::newRow(tag) << before << after << finding;
+        const auto replaced = [](const char* name, const QByteArray& before,
+                                 const QByteArray& after, const QString& finding) {
+            row(name, before, after, finding);
         };
-        row("zero byte", "</Editor>\n", QByteArray("</Editor>\n\0", 11),
-            "has a zero byte at position @size");
-        row("Latin-1", "<name>b", "<name>\xe9", "has characters outside ASCII");
-        row("list ends first", "<name>a<", "<name><", list + "0 (none)");
-        row("list ends early", "<name>b<", "<name> <", list + "1 (the last is \"a\")");
-        row("list ends at the last", "<size>3<", "<size><", list + "2 (the last is \"b\")");
-        row("list ends at a digest", "<sha1>" + files::sha1("22").toLatin1(), "<sha1>",
-            list + "1 (the last is \"a\")");
-        row("size is not a number", "<size>1<", "<size>one<", list + "2 (the last is \"c\")");
-        row("marks in capitals", "<file>\n\t\t<name>c<", "<FILE>\n\t\t<name><",
-            list + "2 (the last is \"b\")");
+        replaced("zero byte", "</Editor>\n", QByteArray("</Editor>\n\0", 11),
+                 "has a zero byte at position @size");
+        replaced("Latin-1", "<name>b", "<name>\xe9", "has characters outside ASCII");
+        replaced("list ends first", "<name>a<", "<name><", list + "0 (none)");
+        replaced("list ends early", "<name>b<", "<name> <", list + "1 (the last is \"a\")");
+        replaced("list ends at the last", "<size>3<", "<size><", list + "2 (the last is \"b\")");
+        replaced("list ends at a digest", "<sha1>" + files::sha1("22").toLatin1(), "<sha1>",
+                 list + "1 (the last is \"a\")");
+        replaced("size is not a number", "<size>1<", "<size>one<", list + "2 (the last is \"c\")");
+        replaced("marks in capitals", "<file>\n\t\t<name>c<", "<FILE>\n\t\t<name><",
+                 list + "2 (the last is \"b\")");
     }
 
     void badVersionFileIsFound()
@@ -232,14 +233,14 @@ private Q_SLOTS:
     {
         QTest::addColumn<QByteArray>("contents");
         QTest::addColumn<QString>("finding");
-        QTest::newRow("empty") << QByteArray() << "is no version file";
-        QTest::newRow("text") << QByteArray("not found") << "is no version file";
-        QTest::newRow("page") << QByteArray("<html><body></body></html>")
-                              << "has no record of \"html\" with a version";
-        QTest::newRow("cut off") << QByteArray("<Editor>\n\t<version>2.1</version>")
-                                 << "has no record of \"Editor\" with a version";
-        QTest::newRow("blank version") << QByteArray("<Editor><version> </version></Editor>")
-                                       << "has no record of \"Editor\" with a version";
+        row("empty", QByteArray(), "is no version file");
+        row("text", QByteArray("not found"), "is no version file");
+        row("page", QByteArray("<html><body></body></html>"),
+            "has no record of \"html\" with a version");
+        row("cut off", QByteArray("<Editor>\n\t<version>2.1</version>"),
+            "has no record of \"Editor\" with a version");
+        row("blank version", QByteArray("<Editor><version> </version></Editor>"),
+            "has no record of \"Editor\" with a version");
     }
 
     void whatIsNoVersionFileIsFound()
@@ -275,14 +276,12 @@ private Q_SLOTS:
         QTest::addColumn<QString>("shown");
         const QString umlaut = QString::fromUtf8("\xc3\xa4");
         const QString rocket = QString::fromUtf8("\xf0\x9f\x9a\x80"); // Beyond 16 bits.
-        QTest::newRow("ASCII") << "a b\\"
-                               << "a b\\";
-        QTest::newRow("Latin-1") << umlaut << umlaut;
-        QTest::newRow("beyond 16 bits") << rocket << rocket;
-        QTest::newRow("line end") << "a\nb"
-                                  << "a\\x0ab";
-        QTest::newRow("Latin-1 control") << QString(QChar(0x9b)) << "\\x9b";
-        QTest::newRow("turns text around") << QString(QChar(0x202e)) << "\\u202e";
+        row("ASCII", "a b\\", "a b\\");
+        row("Latin-1", umlaut, umlaut);
+        row("beyond 16 bits", rocket, rocket);
+        row("line end", "a\nb", "a\\x0ab");
+        row("Latin-1 control", QString(QChar(0x9b)), "\\x9b");
+        row("turns text around", QString(QChar(0x202e)), "\\u202e");
     }
 
     void whatCannotBePrintedIsEscaped()

@@ -6,6 +6,7 @@
 #include "tests/support/CollectedOutput.h"
 #include "tests/support/ReleaseTree.h"
 #include "tests/support/Restrictions.h"
+#include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
 #include "tests/support/UpdaterProcess.h"
 
@@ -81,16 +82,6 @@ QStringList longOptions(const QString& text)
     return options;
 }
 
-void row(const char* tag, const QString& name, const QString& finding)
-{
-    QTest::newRow(tag) << name << finding;
-}
-
-void row(const char* tag, const QStringList& files, const QString& program, const QString& finding)
-{
-    QTest::newRow(tag) << files << program << finding;
-}
-
 } // namespace
 
 class TestReleaseLint : public QObject
@@ -101,9 +92,9 @@ private Q_SLOTS:
     void fineTreeHasNoFinding_data()
     {
         QTest::addColumn<QString>("program");
-        QTest::newRow("with the program's name") << "Editor";
-        QTest::newRow("with its name in other case") << "eDITOR";
-        QTest::newRow("without") << "";
+        row("with the program's name", "Editor");
+        row("with its name in other case", "eDITOR");
+        row("without", "");
     }
 
     void fineTreeHasNoFinding()
@@ -201,7 +192,7 @@ private Q_SLOTS:
         QTest::addColumn<QString>("name");
         QTest::addColumn<QString>("other");
         const auto letters = [](const char* tag, const char* name, const char* other) {
-            QTest::newRow(tag) << QString::fromUtf8(name) << QString::fromUtf8(other);
+            row(tag, QString::fromUtf8(name), QString::fromUtf8(other));
         };
         letters("umlauts", "\xc3\x84", "\xc3\xa4");
         // Both of these are small letters.
@@ -262,14 +253,13 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("name");
         QTest::addColumn<unsigned>("mode");
-        QTest::newRow("for its owner") << "tool" << 0744U;
-        QTest::newRow("for its group") << "tool" << 0654U;
-        QTest::newRow("for others") << "tool" << 0645U;
-        QTest::newRow("helper beside the program") << "Contents/MacOS/Helper" << 0755U;
-        QTest::newRow("below the program's directory") << "Contents/MacOS/sub/Editor" << 0755U;
-        QTest::newRow("the second program of that name")
-            << "Contents/PlugIns/Contents/MacOS/Editor" << 0755U;
-        QTest::newRow("icon of another kind") << "Contents/a.icns.bak" << 0755U;
+        row("for its owner", "tool", 0744U);
+        row("for its group", "tool", 0654U);
+        row("for others", "tool", 0645U);
+        row("helper beside the program", "Contents/MacOS/Helper", 0755U);
+        row("below the program's directory", "Contents/MacOS/sub/Editor", 0755U);
+        row("the second program of that name", "Contents/PlugIns/Contents/MacOS/Editor", 0755U);
+        row("icon of another kind", "Contents/a.icns.bak", 0755U);
     }
 
     void executableFileHasItsFinding()
@@ -289,24 +279,24 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("files");
         QTest::addColumn<QString>("program");
         QTest::addColumn<QString>("finding");
-        row("another program", {"Contents/MacOS/Viewer"}, "Editor", named);
-        row("another program, unnamed", {"Contents/MacOS/Viewer"}, "", "");
-        row("elsewhere", {"MacOS/Editor"}, "Editor", named);
-        row("elsewhere, unnamed", {"MacOS/Editor"}, "", unnamed);
-        row("deeper", {"Contents/MacOS/sub/Editor"}, "Editor", named);
-        row("deeper, unnamed", {"Contents/MacOS/sub/Editor"}, "", unnamed);
-        row("longer name", {"Contents/MacOS/TheEditor"}, "Editor", named);
-        row("in a bundle, unnamed", {"Editor.app/Contents/MacOS/Editor"}, "", "");
-        row("updater only, unnamed", {"Contents/MacOS/updater"}, "", unnamed);
-        row("updater only, in other case", {"Contents/MacOS/UPDATER"}, "", unnamed);
-        row("updater and another, unnamed", {"Contents/MacOS/updater", "Contents/MacOS/Viewer"}, "",
-            "");
+        row("another program", QStringList{"Contents/MacOS/Viewer"}, "Editor", named);
+        row("another program, unnamed", QStringList{"Contents/MacOS/Viewer"}, "", "");
+        row("elsewhere", QStringList{"MacOS/Editor"}, "Editor", named);
+        row("elsewhere, unnamed", QStringList{"MacOS/Editor"}, "", unnamed);
+        row("deeper", QStringList{"Contents/MacOS/sub/Editor"}, "Editor", named);
+        row("deeper, unnamed", QStringList{"Contents/MacOS/sub/Editor"}, "", unnamed);
+        row("longer name", QStringList{"Contents/MacOS/TheEditor"}, "Editor", named);
+        row("in a bundle, unnamed", QStringList{"Editor.app/Contents/MacOS/Editor"}, "", "");
+        row("updater only, unnamed", QStringList{"Contents/MacOS/updater"}, "", unnamed);
+        row("updater only, in other case", QStringList{"Contents/MacOS/UPDATER"}, "", unnamed);
+        row("updater and another, unnamed",
+            QStringList{"Contents/MacOS/updater", "Contents/MacOS/Viewer"}, "", "");
         row("updater in the bundle of another, unnamed",
-            {"Contents/MacOS/Viewer", "Contents/Z/Contents/MacOS/updater"}, "", "");
-        row("named updater", {"Contents/MacOS/updater"}, "updater", "");
-        row("in other case", {"contents/macos/editor"}, "Editor", "");
-        row("in other case, unnamed", {"contents/macos/editor"}, "", "");
-        row("nothing at all", {}, "Editor", named);
+            QStringList{"Contents/MacOS/Viewer", "Contents/Z/Contents/MacOS/updater"}, "", "");
+        row("named updater", QStringList{"Contents/MacOS/updater"}, "updater", "");
+        row("in other case", QStringList{"contents/macos/editor"}, "Editor", "");
+        row("in other case, unnamed", QStringList{"contents/macos/editor"}, "", "");
+        row("nothing at all", QStringList(), "Editor", named);
     }
 
     void treeWithoutProgramHasItsFinding()
@@ -330,15 +320,15 @@ private Q_SLOTS:
         const QString what = ": the program, but not at Contents/MacOS/Editor";
         QTest::addColumn<QStringList>("files");
         QTest::addColumn<QString>("finding");
-        QTest::newRow("in a bundle") << QStringList{"Editor.app/Contents/MacOS/Editor"}
-                                     << "Editor.app/Contents/MacOS/Editor" + what;
-        QTest::newRow("in a directory that ends alike")
-            << QStringList{"My Contents/MacOS/Editor"} << "My Contents/MacOS/Editor" + what;
-        QTest::newRow("before the one at its place")
-            << QStringList{"Contents/A/Contents/MacOS/Editor", "Contents/MacOS/Editor"}
-            << "Contents/A/Contents/MacOS/Editor" + what;
-        QTest::newRow("after the one at its place")
-            << QStringList{"Contents/MacOS/Editor", "Contents/Z/Contents/MacOS/Editor"} << "";
+        row("in a bundle", QStringList{"Editor.app/Contents/MacOS/Editor"},
+            "Editor.app/Contents/MacOS/Editor" + what);
+        row("in a directory that ends alike", QStringList{"My Contents/MacOS/Editor"},
+            "My Contents/MacOS/Editor" + what);
+        row("before the one at its place",
+            QStringList{"Contents/A/Contents/MacOS/Editor", "Contents/MacOS/Editor"},
+            "Contents/A/Contents/MacOS/Editor" + what);
+        row("after the one at its place",
+            QStringList{"Contents/MacOS/Editor", "Contents/Z/Contents/MacOS/Editor"}, "");
     }
 
     void programElsewhereHasItsFinding()
@@ -378,9 +368,9 @@ private Q_SLOTS:
     void linkToNoFileIsNoProgram_data()
     {
         QTest::addColumn<QString>("target");
-        QTest::newRow("broken") << "missing";
-        QTest::newRow("to a directory") << "..";
-        QTest::newRow("to a device") << "/dev/null";
+        row("broken", "missing");
+        row("to a directory", "..");
+        row("to a device", "/dev/null");
     }
 
     void linkToNoFileIsNoProgram()
@@ -411,13 +401,13 @@ private Q_SLOTS:
         const QString file = ": file that cannot be read;";
         const QString directory = ": directory that cannot be read;";
         const QString top = ": not a readable directory\n";
-        QTest::newRow("file") << "Contents/Info.plist" << 0U << file;
-        QTest::newRow("directory") << "sub" << 0U << directory;
-        QTest::newRow("directory that can only be listed") << "sub" << 0400U << directory;
-        QTest::newRow("directory that can only be entered") << "sub" << 0100U << directory;
-        QTest::newRow("top") << "" << 0U << top;
-        QTest::newRow("top that can only be listed") << "" << 0400U << top;
-        QTest::newRow("top that can only be entered") << "" << 0100U << top;
+        row("file", "Contents/Info.plist", 0U, file);
+        row("directory", "sub", 0U, directory);
+        row("directory that can only be listed", "sub", 0400U, directory);
+        row("directory that can only be entered", "sub", 0100U, directory);
+        row("top", "", 0U, top);
+        row("top that can only be listed", "", 0400U, top);
+        row("top that can only be entered", "", 0100U, top);
     }
 
     void unreadableHasItsFinding()
@@ -443,8 +433,8 @@ private Q_SLOTS:
     void whatIsNoDirectoryHasItsFinding_data()
     {
         QTest::addColumn<QString>("name");
-        QTest::newRow("missing") << "missing";
-        QTest::newRow("file") << "Contents/Info.plist";
+        row("missing", "missing");
+        row("file", "Contents/Info.plist");
     }
 
     void whatIsNoDirectoryHasItsFinding()
@@ -462,20 +452,20 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("accepted");
         QTest::addColumn<bool>("counts");
         const QString name = "sub/deep/a<b";
-        QTest::newRow("nothing accepted") << name << QStringList() << true;
-        QTest::newRow("the path itself") << name << QStringList{name} << false;
-        QTest::newRow("one of several") << name << QStringList{"x", name, "y"} << false;
-        QTest::newRow("beyond a separator") << name << QStringList{"s*<b"} << false;
-        QTest::newRow("beyond a line end") << "a\nb" << QStringList{"a*b"} << false;
-        QTest::newRow("no text") << name << QStringList{"*sub/deep/a*<*b*"} << false;
-        QTest::newRow("a part only") << name << QStringList{"sub", "a<b", "sub/deep/a"} << true;
-        QTest::newRow("its end only") << name << QStringList{"deep/*"} << true;
-        QTest::newRow("its begin only") << name << QStringList{"*deep/a"} << true;
-        QTest::newRow("other case") << name << QStringList{"SUB/*"} << true;
-        QTest::newRow("empty") << name << QStringList{""} << true;
-        QTest::newRow("all else is itself")
-            << name << QStringList{"sub/deep/a?b", "sub/deep/...", "sub/deep/[a]<b"} << true;
-        QTest::newRow("a star") << "a<*" << QStringList{"a<*"} << false;
+        row("nothing accepted", name, QStringList(), true);
+        row("the path itself", name, QStringList{name}, false);
+        row("one of several", name, QStringList{"x", name, "y"}, false);
+        row("beyond a separator", name, QStringList{"s*<b"}, false);
+        row("beyond a line end", "a\nb", QStringList{"a*b"}, false);
+        row("no text", name, QStringList{"*sub/deep/a*<*b*"}, false);
+        row("a part only", name, QStringList{"sub", "a<b", "sub/deep/a"}, true);
+        row("its end only", name, QStringList{"deep/*"}, true);
+        row("its begin only", name, QStringList{"*deep/a"}, true);
+        row("other case", name, QStringList{"SUB/*"}, true);
+        row("empty", name, QStringList{""}, true);
+        row("all else is itself", name,
+            QStringList{"sub/deep/a?b", "sub/deep/...", "sub/deep/[a]<b"}, true);
+        row("a star", "a<*", QStringList{"a<*"}, false);
     }
 
     void acceptedFindingsDoNotCount()
@@ -558,30 +548,27 @@ private Q_SLOTS:
     void wrongCommandLineIsRefused_data()
     {
         QTest::addColumn<QStringList>("words");
-        QTest::newRow("nothing") << QStringList();
-        QTest::newRow("empty command") << QStringList{""};
-        QTest::newRow("unknown command") << QStringList{"publish", "x"};
-        QTest::newRow("option first") << QStringList{"--name", "Editor", "lint", "."};
-        QTest::newRow("lint without directory") << QStringList{"lint"};
-        QTest::newRow("lint with two") << QStringList{"lint", ".", "."};
-        QTest::newRow("lint with an option of verify")
-            << QStringList{"lint", "--timeout", "1", "."};
-        QTest::newRow("verify with an option of lint")
-            << QStringList{"verify", "--accept", "x", "http://127.0.0.1:1/"};
-        QTest::newRow("pattern missing") << QStringList{"lint", ".", "--accept"};
-        QTest::newRow("unknown option") << QStringList{"lint", "--colour", "."};
-        QTest::newRow("option without value") << QStringList{"lint", ".", "--name"};
-        QTest::newRow("diff with one") << QStringList{"diff", "a"};
-        QTest::newRow("diff with three") << QStringList{"diff", "a", "b", "c"};
-        QTest::newRow("verify without URL") << QStringList{"verify"};
-        QTest::newRow("verify with a path") << QStringList{"verify", "index.txt"};
-        QTest::newRow("timeout of zero") << QStringList{"verify", "-t", "0", "http://127.0.0.1:1/"};
-        QTest::newRow("timeout of words")
-            << QStringList{"verify", "-t", "x", "http://127.0.0.1:1/"};
-        QTest::newRow("timeout of more than a day")
-            << QStringList{"verify", "-t", "86401", "http://127.0.0.1:1/"};
-        QTest::newRow("timeout without end")
-            << QStringList{"verify", "-t", "99999999", "http://127.0.0.1:1/"};
+        row("nothing", QStringList());
+        row("empty command", QStringList{""});
+        row("unknown command", QStringList{"publish", "x"});
+        row("option first", QStringList{"--name", "Editor", "lint", "."});
+        row("lint without directory", QStringList{"lint"});
+        row("lint with two", QStringList{"lint", ".", "."});
+        row("lint with an option of verify", QStringList{"lint", "--timeout", "1", "."});
+        row("verify with an option of lint",
+            QStringList{"verify", "--accept", "x", "http://127.0.0.1:1/"});
+        row("pattern missing", QStringList{"lint", ".", "--accept"});
+        row("unknown option", QStringList{"lint", "--colour", "."});
+        row("option without value", QStringList{"lint", ".", "--name"});
+        row("diff with one", QStringList{"diff", "a"});
+        row("diff with three", QStringList{"diff", "a", "b", "c"});
+        row("verify without URL", QStringList{"verify"});
+        row("verify with a path", QStringList{"verify", "index.txt"});
+        row("timeout of zero", QStringList{"verify", "-t", "0", "http://127.0.0.1:1/"});
+        row("timeout of words", QStringList{"verify", "-t", "x", "http://127.0.0.1:1/"});
+        row("timeout of more than a day",
+            QStringList{"verify", "-t", "86401", "http://127.0.0.1:1/"});
+        row("timeout without end", QStringList{"verify", "-t", "99999999", "http://127.0.0.1:1/"});
     }
 
     void wrongCommandLineIsRefused()
@@ -598,19 +585,16 @@ private Q_SLOTS:
     {
         QTest::addColumn<QStringList>("words");
         QTest::addColumn<QStringList>("told");
-        QTest::newRow("overview") << QStringList{"--help"}
-                                  << QStringList{"lint DIR",  "diff OLD NEW", "verify URL",
-                                                 "--version", "Exit status",  "written"};
-        QTest::newRow("short") << QStringList{"-h"} << QStringList{"lint DIR"};
-        QTest::newRow("lint") << QStringList{"lint", "--help"}
-                              << QStringList{"updater-release lint [OPTION...] DIR\n", "--name",
-                                             "--accept <PATTERN>"};
-        QTest::newRow("diff") << QStringList{"diff", "-h"}
-                              << QStringList{"updater-release diff [OPTION...] OLD NEW\n",
-                                             "--name"};
-        QTest::newRow("verify") << QStringList{"verify", "--help"}
-                                << QStringList{"updater-release verify [OPTION...] URL\n", "--name",
-                                               "--timeout"};
+        row("overview", QStringList{"--help"},
+            QStringList{"lint DIR", "diff OLD NEW", "verify URL", "--version", "Exit status",
+                        "written"});
+        row("short", QStringList{"-h"}, QStringList{"lint DIR"});
+        row("lint", QStringList{"lint", "--help"},
+            QStringList{"updater-release lint [OPTION...] DIR\n", "--name", "--accept <PATTERN>"});
+        row("diff", QStringList{"diff", "-h"},
+            QStringList{"updater-release diff [OPTION...] OLD NEW\n", "--name"});
+        row("verify", QStringList{"verify", "--help"},
+            QStringList{"updater-release verify [OPTION...] URL\n", "--name", "--timeout"});
     }
 
     void helpIsGiven()
@@ -628,9 +612,9 @@ private Q_SLOTS:
     void optionsAreDocumented_data()
     {
         QTest::addColumn<QString>("command");
-        QTest::newRow("lint") << "lint";
-        QTest::newRow("diff") << "diff";
-        QTest::newRow("verify") << "verify";
+        row("lint", "lint");
+        row("diff", "diff");
+        row("verify", "verify");
     }
 
     /// The help and the man page have the same ones.

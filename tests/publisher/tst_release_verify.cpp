@@ -10,6 +10,7 @@
 #include "tests/support/Nginx.h"
 #include "tests/support/Release.h"
 #include "tests/support/ReleaseTree.h"
+#include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
 #include "tests/support/UpdaterProcess.h"
 
@@ -207,11 +208,11 @@ private Q_SLOTS:
     {
         QTest::addColumn<int>("status");
         QTest::addColumn<QString>("finding");
-        QTest::newRow("not found") << 404 << "missing on the server";
-        QTest::newRow("gone") << 410 << "missing on the server";
-        QTest::newRow("forbidden") << 403 << "cannot be fetched";
-        QTest::newRow("server error") << 500 << "cannot be fetched";
-        QTest::newRow("no content") << 204 << "has 0 bytes";
+        row("not found", 404, "missing on the server");
+        row("gone", 410, "missing on the server");
+        row("forbidden", 403, "cannot be fetched");
+        row("server error", 500, "cannot be fetched");
+        row("no content", 204, "has 0 bytes");
     }
 
     void replyHasItsFinding()
@@ -272,7 +273,7 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("kind");
         for (const char* kind : {"reset", "cut short", "reset in the body", "cut chunks"})
-            QTest::newRow(kind) << kind;
+            row(kind, kind);
     }
 
     void brokenTransferIsFound()
@@ -333,8 +334,8 @@ private Q_SLOTS:
     {
         QTest::addColumn<QStringList>("options");
         QTest::addColumn<bool>("silent");
-        QTest::newRow("shortest") << QStringList{"--timeout", "1"} << true;
-        QTest::newRow("longest") << QStringList{"-t", "86400"} << false;
+        row("shortest", QStringList{"--timeout", "1"}, true);
+        row("longest", QStringList{"-t", "86400"}, false);
     }
 
     void timeoutIsTheOneGiven()
@@ -373,12 +374,9 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("url");
         QTest::addColumn<QString>("finding");
-        QTest::newRow("text in the URL") << "data:,text"
-                                         << "is no version file";
-        QTest::newRow("missing file") << "file:///nowhere/index.txt"
-                                      << "missing on the server";
-        QTest::newRow("unknown scheme") << "unknown://127.0.0.1/index.txt"
-                                        << "cannot be fetched";
+        row("text in the URL", "data:,text", "is no version file");
+        row("missing file", "file:///nowhere/index.txt", "missing on the server");
+        row("unknown scheme", "unknown://127.0.0.1/index.txt", "cannot be fetched");
     }
 
     void transferThatEndsAtOnceIsNotWaitedFor()
@@ -426,22 +424,17 @@ private Q_SLOTS:
         const QByteArray none = tree::versionFile(data).toUtf8();
         const QByteArray cut = good.left(good.indexOf("<file>"));
 
-        QTest::newRow("zero byte at the end")
-            << good + QByteArray(1, '\0')
-            << QStringList{QString("has a zero byte at position %1").arg(good.size())};
-        QTest::newRow("zero byte inside")
-            << cut + QByteArray(1, '\0') + good
-            << QStringList{QString("has a zero byte at position %1").arg(cut.size()),
-                           "has no record of \"Editor\" with a version"};
-        QTest::newRow("list ends early")
-            << early
-            << QStringList{"lists 2 files, of which the updater sees 1 (the last is "
-                           "\"sub/a\")"};
-        QTest::newRow("no files") << none << QStringList{"lists no file that the updater sees"};
-        QTest::newRow("cut off") << cut
-                                 << QStringList{"has no record of \"Editor\" with a version"};
-        QTest::newRow("outside ASCII")
-            << good + "\xc3\xa4" << QStringList{"has characters outside ASCII"};
+        row("zero byte at the end", good + QByteArray(1, '\0'),
+            QStringList{QString("has a zero byte at position %1").arg(good.size())});
+        row("zero byte inside", cut + QByteArray(1, '\0') + good,
+            QStringList{QString("has a zero byte at position %1").arg(cut.size()),
+                        "has no record of \"Editor\" with a version"});
+        row("list ends early", early,
+            QStringList{"lists 2 files, of which the updater sees 1 (the last is "
+                        "\"sub/a\")"});
+        row("no files", none, QStringList{"lists no file that the updater sees"});
+        row("cut off", cut, QStringList{"has no record of \"Editor\" with a version"});
+        row("outside ASCII", good + "\xc3\xa4", QStringList{"has characters outside ASCII"});
     }
 
     void badVersionFileIsFound()
