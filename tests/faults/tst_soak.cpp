@@ -1,6 +1,7 @@
 // Two hundred checks and updates by the real executable, two at a time: each ends as it must, and
 // nothing gathers, neither in the system nor in the temporary directory nor at the server.
 
+#include "tests/support/Needs.h"
 #include "tests/support/Nginx.h"
 #include "tests/support/Processes.h"
 #include "tests/support/Scene.h"
@@ -190,8 +191,7 @@ private Q_SLOTS:
     /// All the runs.
     void initTestCase()
     {
-        if (!Nginx::isInstalled())
-            QSKIP("nginx is not installed");
+        NEEDS_NGINX();
         ::umask(022);
         m_orphansAreOurs = adoptOrphans();
         m_publisher = std::make_unique<Publisher>();

@@ -6,6 +6,7 @@
 #include "tests/support/Command.h"
 #include "tests/support/FakeProgram.h"
 #include "tests/support/HttpServer.h"
+#include "tests/support/Needs.h"
 #include "tests/support/Nginx.h"
 #include "tests/support/Release.h"
 #include "tests/support/Row.h"
@@ -230,8 +231,7 @@ private Q_SLOTS:
     {
         QFETCH(QStringList, buildOptions);
         QFETCH(QString, announcement);
-        if (!Nginx::isInstalled())
-            QSKIP("nginx is not installed");
+        NEEDS_NGINX();
         const TestDir dir;
         files::makeDirectory(dir / "www");
         const Nginx nginx(dir / "www");
@@ -257,8 +257,7 @@ private Q_SLOTS:
     /// The second update is the work of an updater that the first has installed.
     void editorUpdatesItselfTwice()
     {
-        if (!Nginx::isInstalled())
-            QSKIP("nginx is not installed");
+        NEEDS_NGINX();
         const TestDir dir;
         files::makeDirectory(dir / "www");
         const Nginx nginx(dir / "www");

@@ -7,6 +7,8 @@
 #include "tests/support/Authority.h"
 #include "tests/support/HttpServer.h"
 #include "tests/support/MessageBoxes.h"
+#include "tests/support/Mounts.h"
+#include "tests/support/Needs.h"
 #include "tests/support/Nginx.h"
 #include "tests/support/OwnProcess.h"
 #include "tests/support/Relay.h"
@@ -14,7 +16,6 @@
 #include "tests/support/TestMain.h"
 
 #include <QSslConfiguration>
-#include <QStandardPaths>
 
 #include <memory>
 
@@ -117,16 +118,14 @@ class TestHttp2 : public QObject
 private Q_SLOTS:
     void initTestCase()
     {
-        if (!Nginx::isInstalled())
-            QSKIP("nginx is not installed");
-        if (QStandardPaths::findExecutable("openssl").isEmpty())
-            QSKIP("openssl is not installed");
+        NEEDS_NGINX();
+        NEEDS_PROGRAM("openssl");
         m_authority = std::make_unique<Authority>("Trusted authority");
         m_certificate = m_authority->issueNamed("updates", "IP:127.0.0.1");
         m_trustStore = std::make_unique<TrustStore>(*m_authority);
         const auto command = m_trustStore->command();
         if (!command)
-            QSKIP("no private mount namespace is allowed here");
+            QSKIP(NO_MOUNTS);
         m_command = *command;
         // As in the program: a box that closes ends nothing.
         QApplication::setQuitOnLastWindowClosed(false);

@@ -2,26 +2,17 @@
 
 #include "tests/support/Authority.h"
 #include "tests/support/HttpServer.h"
+#include "tests/support/Mounts.h"
+#include "tests/support/Needs.h"
 #include "tests/support/Nginx.h"
 #include "tests/support/Relay.h"
 #include "tests/support/Scene.h"
 #include "tests/support/TestMain.h"
 
-#include <QStandardPaths>
-#include <QTcpServer>
-
 namespace {
 
 /// A name that nobody can look up.
 const char* const elsewhere = "http://updates.example/editor";
-
-bool hasIpv6()
-{
-    QTcpServer server;
-    return server.listen(QHostAddress::LocalHostIPv6);
-}
-
-#define NO_IPV6 "there is no ::1 here"
 
 /// A published release, and nothing installed. The test chooses the proxy.
 class RoutedScene : public Scene
@@ -47,7 +38,7 @@ QByteArray siteOnLoopback(const QString& dir, quint16 port)
 {
     const QByteArray number = QByteArray::number(port);
     return "server { listen 127.0.0.1:" + number + ";" +
-           (hasIpv6() ? "listen [::1]:" + number + ";" : QByteArray()) + "root " +
+           (sockets::hasIpv6() ? "listen [::1]:" + number + ";" : QByteArray()) + "root " +
            QFile::encodeName(dir) + "; }\n";
 }
 
@@ -66,10 +57,8 @@ class TestRoutes : public QObject
 private Q_SLOTS:
     void updateComesOverIpv6()
     {
-        if (!Nginx::isInstalled())
-            QSKIP("nginx is not installed");
-        if (!hasIpv6())
-            QSKIP(NO_IPV6);
+        NEEDS_NGINX();
+        NEEDS_IPV6();
         RoutedScene scene;
         const Nginx server("http",
                            [&](quint16 port) { return siteOnLoopback(scene.releaseDir, port); });
@@ -102,15 +91,13 @@ private Q_SLOTS:
     /// The proxy only passes bytes on: the certificate is that of the server.
     void updateOverHttpsComesThroughTheProxy()
     {
-        if (!Nginx::isInstalled())
-            QSKIP("nginx is not installed");
-        if (QStandardPaths::findExecutable("openssl").isEmpty())
-            QSKIP("openssl is not installed");
+        NEEDS_NGINX();
+        NEEDS_PROGRAM("openssl");
         const Authority authority("Trusted authority");
         const TrustStore trustStore(authority);
         const auto command = trustStore.command();
         if (!command)
-            QSKIP("no private mount namespace is allowed here");
+            QSKIP(NO_MOUNTS);
         RoutedScene scene;
         const Nginx server(scene.releaseDir,
                            authority.issueNamed("updates", "DNS:updates.example"));
@@ -135,10 +122,9 @@ private Q_SLOTS:
     void serverOnThisMachineIsAskedDirectly()
     {
         QFETCH(QString, host);
-        if (!Nginx::isInstalled())
-            QSKIP("nginx is not installed");
-        if (host.startsWith('[') && !hasIpv6())
-            QSKIP(NO_IPV6);
+        NEEDS_NGINX();
+        if (host.startsWith('['))
+            NEEDS_IPV6();
         RoutedScene scene;
         const Nginx server("http",
                            [&](quint16 port) { return siteOnLoopback(scene.releaseDir, port); });

@@ -2,12 +2,12 @@
 // and under several that it must refuse.
 
 #include "tests/support/Authority.h"
+#include "tests/support/Mounts.h"
+#include "tests/support/Needs.h"
 #include "tests/support/Nginx.h"
 #include "tests/support/Row.h"
 #include "tests/support/Scene.h"
 #include "tests/support/TestMain.h"
-
-#include <QStandardPaths>
 
 #include <memory>
 
@@ -52,16 +52,14 @@ class TestTls : public QObject
 private Q_SLOTS:
     void initTestCase()
     {
-        if (!Nginx::isInstalled())
-            QSKIP("nginx is not installed");
-        if (QStandardPaths::findExecutable("openssl").isEmpty())
-            QSKIP("openssl is not installed");
+        NEEDS_NGINX();
+        NEEDS_PROGRAM("openssl");
         m_other = std::make_unique<Authority>("Other authority");
         m_trusted = std::make_unique<Authority>("Trusted authority");
         m_trustStore = std::make_unique<TrustStore>(*m_trusted);
         const auto command = m_trustStore->command();
         if (!command)
-            QSKIP("no private mount namespace is allowed here");
+            QSKIP(NO_MOUNTS);
         m_command = *command;
     }
 

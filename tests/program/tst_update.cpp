@@ -1,6 +1,7 @@
 // The whole road, with real parts only: a release described by the build mode and served by nginx,
 // the updater as a process, a program that is started again.
 
+#include "tests/support/Needs.h"
 #include "tests/support/Nginx.h"
 #include "tests/support/Processes.h"
 #include "tests/support/Row.h"
@@ -107,8 +108,7 @@ class TestUpdate : public QObject
 private Q_SLOTS:
     void initTestCase()
     {
-        if (!Nginx::isInstalled())
-            QSKIP("nginx is not installed");
+        NEEDS_NGINX();
         ::umask(022); // Permissions are compared.
         m_root = std::make_unique<TestDir>();
         m_nginx = std::make_unique<Nginx>(m_root->path());

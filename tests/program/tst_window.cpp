@@ -1,10 +1,9 @@
 // What a person sees: the progress dialog on a real X server, and Cancel pressed on the keyboard.
 // CTest runs this under xvfb-run.
 
+#include "tests/support/Needs.h"
 #include "tests/support/Scene.h"
 #include "tests/support/TestMain.h"
-
-#include <QStandardPaths>
 
 namespace {
 
@@ -47,10 +46,8 @@ private Q_SLOTS:
     {
         if (qEnvironmentVariableIsEmpty("DISPLAY"))
             QSKIP("there is no X server (DISPLAY is not set); run this under xvfb-run");
-        for (const char* tool : {"xdotool", "xprop"}) {
-            if (QStandardPaths::findExecutable(tool).isEmpty())
-                QSKIP(qPrintable(QString("%1 is not installed").arg(tool)));
-        }
+        NEEDS_PROGRAM("xdotool");
+        NEEDS_PROGRAM("xprop");
     }
 
     void boxIsClosedAndTheUpdateEndsWithOne_data()

@@ -4,6 +4,8 @@
 #include "tests/support/Authority.h"
 #include "tests/support/Command.h"
 #include "tests/support/FakeProgram.h"
+#include "tests/support/Mounts.h"
+#include "tests/support/Needs.h"
 #include "tests/support/Nginx.h"
 #include "tests/support/RelaunchedProgram.h"
 #include "tests/support/Release.h"
@@ -17,7 +19,6 @@
 #include <QFileInfo>
 #include <QRegularExpression>
 #include <QStandardPaths>
-#include <QTcpServer>
 #include <QUrl>
 
 #include <filesystem>
@@ -47,19 +48,13 @@ const char* const settingsOfOtherSites = "  types { text/html html; application/
                                          "  open_file_cache max=100 inactive=1h;\n"
                                          "  open_file_cache_valid 1h;\n";
 
-bool hasIpv6()
-{
-    QTcpServer server;
-    return server.listen(QHostAddress::LocalHostIPv6);
-}
-
 /// The shipped configuration, with @p certificate and the directory @p dest filled in.
 QByteArray shippedServer(const ServerCertificate& certificate, const QString& dest, quint16 port)
 {
     const QList<QPair<QByteArray, QByteArray>> ours{
         {"listen 443 ssl;", "listen 127.0.0.1:" + QByteArray::number(port) + " ssl;"},
         {"listen [::]:443 ssl;",
-         hasIpv6() ? "listen [::1]:" + QByteArray::number(port) + " ssl;" : QByteArray()},
+         sockets::hasIpv6() ? "listen [::1]:" + QByteArray::number(port) + " ssl;" : QByteArray()},
         {"/etc/ssl/updates.example/fullchain.pem", QFile::encodeName(certificate.certificate)},
         {"/etc/ssl/updates.example/private.pem", QFile::encodeName(certificate.key)},
         {"alias /srv/updates/editor/", "alias " + QFile::encodeName(dest) + "/"}};
@@ -147,8 +142,7 @@ class TestPublish : public QObject
 private Q_SLOTS:
     void initTestCase()
     {
-        if (!Nginx::isInstalled())
-            QSKIP("nginx is not installed");
+        NEEDS_NGINX();
         for (const char* tool : {"bash", "curl", "openssl", "perl"}) {
             if (QStandardPaths::findExecutable(tool).isEmpty())
                 QSKIP(qPrintable(QStringLiteral("%1 is not installed").arg(tool)));
@@ -254,8 +248,7 @@ private Q_SLOTS:
 
     void ipv6IsAnswered()
     {
-        if (!hasIpv6())
-            QSKIP("there is no IPv6 here");
+        NEEDS_IPV6();
         publishVersion("1.0");
         const auto server = serve(dest());
         QString url = server->url("/editor/index.txt");
@@ -335,7 +328,7 @@ private Q_SLOTS:
     {
         const auto command = m_trustStore->command();
         if (!command)
-            QSKIP("no private mount namespace is allowed here");
+            QSKIP(NO_MOUNTS);
         release::lay(editor("1.0"), installDir());
         publishVersion("1.0");
         const auto server = serve(dest());
@@ -598,7 +591,7 @@ private Q_SLOTS:
     {
         const auto command = m_trustStore->command();
         if (!command)
-            QSKIP("no private mount namespace is allowed here");
+            QSKIP(NO_MOUNTS);
         publishVersion("1.0");
         const auto server = serve(dest());
         const auto stagingServer = serve(staging());
@@ -637,7 +630,7 @@ private Q_SLOTS:
     {
         const auto command = m_trustStore->command();
         if (!command)
-            QSKIP("no private mount namespace is allowed here");
+            QSKIP(NO_MOUNTS);
         publishVersion("1.0");
         const auto server = serve(dest());
         layBuild("2.0", "1.0");
@@ -658,7 +651,7 @@ private Q_SLOTS:
     {
         const auto command = m_trustStore->command();
         if (!command)
-            QSKIP("no private mount namespace is allowed here");
+            QSKIP(NO_MOUNTS);
         publishVersion("1.0");
         const auto server = serve(dest());
         const auto stagingServer = serve(staging());

@@ -1,10 +1,9 @@
 #include "tests/support/Authority.h"
 
 #include "tests/support/Command.h"
+#include "tests/support/Mounts.h"
 
 #include <QFile>
-
-#include <unistd.h>
 
 namespace {
 
@@ -83,16 +82,5 @@ TrustStore::TrustStore(const Authority& authority)
 
 std::optional<QStringList> TrustStore::command() const
 {
-    const QString script = QStringLiteral("mount --bind '%1' %2 && exec \"$0\" \"$@\"")
-                               .arg(m_dir.path())
-                               .arg(systemAuthorities);
-    QStringList command{"unshare", "--mount"};
-    if (::geteuid() != 0)
-        command.append("--map-root-user");
-    command << "sh"
-            << "-c" << script;
-
-    if (runCommand(command + QStringList{"true"}).status != 0)
-        return std::nullopt;
-    return command;
+    return mounts::commandWithDirectory(m_dir.path(), systemAuthorities);
 }

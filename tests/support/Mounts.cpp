@@ -1,21 +1,7 @@
 #include "tests/support/Mounts.h"
 
+#include "tests/support/Command.h"
 #include "tests/support/Files.h"
-
-#include <QProcess>
-
-namespace {
-
-/// True when @p command can be run and ends with 0.
-bool succeeds(const QStringList& command)
-{
-    QProcess process;
-    process.start(command.first(), command.mid(1));
-    return process.waitForFinished() && process.exitStatus() == QProcess::NormalExit &&
-           process.exitCode() == 0;
-}
-
-} // namespace
 
 namespace mounts {
 
@@ -25,7 +11,8 @@ std::optional<QStringList> commandInNamespace()
                                         {"unshare", "--map-root-user", "--mount"}};
     const TestDir trial;
     for (const QStringList& command : namespaces) {
-        if (succeeds(command + QStringList{"mount", "-t", "tmpfs", "none", trial.path()}))
+        const QStringList mount{"mount", "-t", "tmpfs", "none", trial.path()};
+        if (runCommand(command + mount).status == 0)
             return command;
     }
     return std::nullopt;

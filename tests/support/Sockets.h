@@ -1,7 +1,8 @@
-// How tests end connections.
+// What tests do with connections, and whether there is IPv6.
 #ifndef TESTS_SUPPORT_SOCKETS_H
 #define TESTS_SUPPORT_SOCKETS_H
 
+#include <QTcpServer>
 #include <QTcpSocket>
 
 #include <sys/socket.h>
@@ -22,6 +23,13 @@ inline void reset(QTcpSocket* socket)
 inline void finish(const QTcpSocket* socket)
 {
     ::shutdown(static_cast<int>(socket->socketDescriptor()), SHUT_WR);
+}
+
+/// True where servers can listen on ::1.
+inline bool hasIpv6()
+{
+    QTcpServer server;
+    return server.listen(QHostAddress::LocalHostIPv6);
 }
 
 } // namespace sockets
