@@ -278,7 +278,7 @@ private Q_SLOTS:
             QSKIP("UPDATER_OTHER_SHM_HOST does not name the shm_host of a build with another Qt");
         HostAndServer scene(otherToolkit ? otherHost() : QString());
         const bool sameMajor =
-            scene.host->toolkitVersion().left(2) == QByteArray(qVersion()).left(2);
+            scene.host->qtVersion().left(2) == QByteArray(qVersion()).left(2);
         QCOMPARE(sameMajor, !otherToolkit);
         auto witness = scene.attach();
 
@@ -336,7 +336,7 @@ private Q_SLOTS:
     {
         QTest::addColumn<int>("number");
         for (int number = 1; number <= 10; ++number)
-            QTest::addRow("%d", number) << number;
+            row(QString::number(number), number);
     }
 
     void twoChecksAtOnceLeaveOneWholeReport()

@@ -2,6 +2,7 @@
 
 #include "tests/support/ReleaseTree.h"
 #include "tests/support/Restrictions.h"
+#include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
 #include "tests/support/UpdaterProcess.h"
 
@@ -187,9 +188,9 @@ private Q_SLOTS:
     void unreadableFileFailsAndTheOldVersionFileStays_data()
     {
         QTest::addColumn<QString>("unreadable");
-        QTest::newRow("at the top") << "a";
-        QTest::newRow("below") << "sub/deeper/b";
-        QTest::newRow("old version file") << "index.txt";
+        row("at the top", "a");
+        row("below", "sub/deeper/b");
+        row("old version file", "index.txt");
     }
 
     void unreadableFileFailsAndTheOldVersionFileStays()
@@ -259,14 +260,14 @@ private Q_SLOTS:
         QCOMPARE(files::list(script.tree()), QStringList({"index.txt/", "index.txt/inside"}));
     }
 
-    void blankOrMissingOptionFailsAndTheOldVersionFileStays_data()
+    void emptyOrMissingOptionFailsAndTheOldVersionFileStays_data()
     {
         QTest::addColumn<QString>("name");
         QTest::addColumn<QString>("dir");
         QTest::addColumn<QString>("version");
-        row("blank name", " ", "tree", "2.1");
-        row("blank version", "Editor", "tree", " \t");
-        row("both blank", " ", "tree", " ");
+        row("name of a space", " ", "tree", "2.1");
+        row("version of a space and a tab", "Editor", "tree", " \t");
+        row("both of a space", " ", "tree", " ");
         row("empty name", "", "tree", "2.1");
         row("empty version", "Editor", "tree", "");
         row("empty directory", "Editor", "", "2.1");
@@ -275,7 +276,7 @@ private Q_SLOTS:
         row("file", "Editor", "tree/a", "2.1");
     }
 
-    void blankOrMissingOptionFailsAndTheOldVersionFileStays()
+    void emptyOrMissingOptionFailsAndTheOldVersionFileStays()
     {
         QFETCH(QString, name);
         QFETCH(QString, dir);
@@ -341,7 +342,7 @@ private Q_SLOTS:
                                                          "</Editor>\n"));
     }
 
-    void blanksAroundNameAndVersionAreTrimmed()
+    void spacesAroundNameAndVersionAreTrimmed()
     {
         ReleaseScript script;
         script.add("a", "a");
@@ -363,9 +364,9 @@ private Q_SLOTS:
     {
         QTest::addColumn<QByteArray>("notes");
         QTest::addColumn<QString>("payload");
-        QTest::newRow("text") << QByteArray("Text\r\n") << "VGV4dAo=";
-        QTest::newRow("line feed") << QByteArray("\n") << "Cg==";
-        QTest::newRow("empty file") << QByteArray() << "";
+        row("text", QByteArray("Text\r\n"), "VGV4dAo=");
+        row("line feed", QByteArray("\n"), "Cg==");
+        row("empty file", QByteArray(), "");
     }
 
     void changelogOptionBringsThePayload()
@@ -411,19 +412,6 @@ private Q_SLOTS:
         script.process.setEnvironment("LC_ALL", "C.UTF-8");
         QCOMPARE(script.run(QString::fromUtf8("\xc3\x89"), script.tree(), "2.1"), 0);
         QVERIFY(files::read(script.index()).startsWith("<\xc3\x83\xc2\x89>\n"));
-    }
-
-private:
-    /// Adds a row of two texts, or of three.
-    static void row(const char* tag, const QString& first, const QString& second)
-    {
-        QTest::newRow(tag) << first << second;
-    }
-
-    static void row(const char* tag, const QString& first, const QString& second,
-                    const QString& third)
-    {
-        QTest::newRow(tag) << first << second << third;
     }
 };
 

@@ -12,6 +12,7 @@
 #include "tests/support/Nginx.h"
 #include "tests/support/OwnProcess.h"
 #include "tests/support/Relay.h"
+#include "tests/support/Row.h"
 #include "tests/support/Scene.h"
 #include "tests/support/TestMain.h"
 
@@ -136,8 +137,8 @@ private Q_SLOTS:
     void updateUsesHttp2WhereQtOffersIt_data()
     {
         QTest::addColumn<QByteArray>("rules");
-        QTest::newRow("as they are") << QByteArray();
-        QTest::newRow("packed") << QByteArray("gzip on; gzip_types *; gzip_min_length 1;");
+        row("as they are", QByteArray());
+        row("packed", QByteArray("gzip on; gzip_types *; gzip_min_length 1;"));
     }
 
     void updateUsesHttp2WhereQtOffersIt()
@@ -193,8 +194,8 @@ private Q_SLOTS:
     void fileOfABrokenStreamIsFetchedAgain_data()
     {
         QTest::addColumn<int>("times");
-        QTest::newRow("once") << 1;
-        QTest::newRow("twice") << 2;
+        row("once", 1);
+        row("twice", 2);
     }
 
     void fileOfABrokenStreamIsFetchedAgain()
@@ -227,10 +228,10 @@ private Q_SLOTS:
     {
         QTest::addColumn<Relay::Ending>("ending");
         QTest::addColumn<int>("times");
-        QTest::newRow("closed once") << Relay::Close << 1;
-        QTest::newRow("closed twice") << Relay::Close << 2;
-        QTest::newRow("reset once") << Relay::Reset << 1;
-        QTest::newRow("reset twice") << Relay::Reset << 2;
+        row("closed once", Relay::Close, 1);
+        row("closed twice", Relay::Close, 2);
+        row("reset once", Relay::Reset, 1);
+        row("reset twice", Relay::Reset, 2);
     }
 
     void droppedConnectionIsReplaced()
@@ -260,10 +261,10 @@ private Q_SLOTS:
         QTest::addColumn<Break>("cause");
         QTest::addColumn<int>("code");
         // The stream ends with "internal error", which Qt takes for one of the server.
-        QTest::newRow("streams reset in the body") << Break::Stream << 401;
-        QTest::newRow("streams reset before the reply") << Break::StreamAtOnce << 399;
-        QTest::newRow("connections closed in the body") << Break::ConnectionClosed << 2;
-        QTest::newRow("connections reset in the body") << Break::ConnectionReset << 2;
+        row("streams reset in the body", Break::Stream, 401);
+        row("streams reset before the reply", Break::StreamAtOnce, 399);
+        row("connections closed in the body", Break::ConnectionClosed, 2);
+        row("connections reset in the body", Break::ConnectionReset, 2);
     }
 
     void threeBrokenTransfersEndTheUpdate()
@@ -304,8 +305,8 @@ private Q_SLOTS:
     void connectionThatTheServerEndsIsReplacedOrTheUpdateStays_data()
     {
         QTest::addColumn<bool>("endIsHidden");
-        QTest::newRow("ended at once") << false;
-        QTest::newRow("end is long under way") << true;
+        row("ended at once", false);
+        row("end is long under way", true);
     }
 
     /// When a server wants no more requests on a connection, it says so (GOAWAY), answers the last

@@ -3,6 +3,7 @@
 #include "tests/support/HostProcess.h"
 #include "tests/support/HttpServer.h"
 #include "tests/support/RelaunchedProgram.h"
+#include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
 #include "tests/support/UpdaterProcess.h"
 
@@ -12,6 +13,12 @@ namespace {
 QStringList filledIn(QStringList options, const QString& dir, const QString& url)
 {
     return options.replaceInStrings("@dir", dir).replaceInStrings("@url", url);
+}
+
+/// The words of a command line.
+QStringList words(const char* commandLine)
+{
+    return QString(commandLine).split(' ', Qt::SkipEmptyParts);
 }
 
 /// Gives @p updater a temporary directory and @p variables, "NAME=value", and nothing else.
@@ -33,36 +40,33 @@ private Q_SLOTS:
     void incompleteCommandLineEndsWithOne_data()
     {
         QTest::addColumn<QStringList>("options");
-        const auto row = [](const char* name, const char* options) {
-            QTest::newRow(name) << QString(options).split(' ', Qt::SkipEmptyParts);
-        };
-        row("no arguments", "");
-        row("only words", "build please");
-        row("flag that selects no mode", "-r");
-        row("no mode, all values", "-n App -d @dir -v 1.0 -l @url -s key -x /exe");
-        row("unknown option in a complete line", "-b -n App -d @dir -v 1.0 -z");
-        row("value missing in a complete line", "-b -n App -d @dir -v 1.0 -x");
+        row("no arguments", words(""));
+        row("only words", words("build please"));
+        row("flag that selects no mode", words("-r"));
+        row("no mode, all values", words("-n App -d @dir -v 1.0 -l @url -s key -x /exe"));
+        row("unknown option in a complete line", words("-b -n App -d @dir -v 1.0 -z"));
+        row("value missing in a complete line", words("-b -n App -d @dir -v 1.0 -x"));
 
-        row("build without a name", "-b -d @dir -v 1.0");
-        row("build without a base directory", "-b -n App -v 1.0");
-        row("build without a version", "-b -n App -d @dir");
-        row("check without a name", "-c -v 1.0 -l @url -s key");
-        row("check without a version", "-c -n App -l @url -s key");
-        row("check without a URL", "-c -n App -v 1.0 -s key");
-        row("check without a key", "-c -n App -v 1.0 -l @url");
-        row("update without a name", "-u -d @dir -v 1.0 -l @url");
-        row("update without a base directory", "-u -n App -v 1.0 -l @url");
-        row("update without a version", "-u -n App -d @dir -l @url");
-        row("update without a URL", "-u -n App -d @dir -v 1.0");
+        row("build without a name", words("-b -d @dir -v 1.0"));
+        row("build without a base directory", words("-b -n App -v 1.0"));
+        row("build without a version", words("-b -n App -d @dir"));
+        row("check without a name", words("-c -v 1.0 -l @url -s key"));
+        row("check without a version", words("-c -n App -l @url -s key"));
+        row("check without a URL", words("-c -n App -v 1.0 -s key"));
+        row("check without a key", words("-c -n App -v 1.0 -l @url"));
+        row("update without a name", words("-u -d @dir -v 1.0 -l @url"));
+        row("update without a base directory", words("-u -n App -v 1.0 -l @url"));
+        row("update without a version", words("-u -n App -d @dir -l @url"));
+        row("update without a URL", words("-u -n App -d @dir -v 1.0"));
 
-        row("quotes around nothing count as missing", "-b -n \"\" -d @dir -v 1.0");
-        QTest::newRow("empty value counts as missing")
-            << QStringList{"-b", "-n", "", "-d", "@dir", "-v", "1.0"};
-        row("build does not fall back to update", "-b -u -n App -v 1.0 -l @url");
-        row("build does not fall back to check", "-b -c -n App -v 1.0 -l @url -s key");
-        row("check does not fall back to update", "-c -u -n App -d @dir -v 1.0 -l @url");
+        row("quotes around nothing count as missing", words("-b -n \"\" -d @dir -v 1.0"));
+        row("empty value counts as missing",
+            QStringList{"-b", "-n", "", "-d", "@dir", "-v", "1.0"});
+        row("build does not fall back to update", words("-b -u -n App -v 1.0 -l @url"));
+        row("build does not fall back to check", words("-b -c -n App -v 1.0 -l @url -s key"));
+        row("check does not fall back to update", words("-c -u -n App -d @dir -v 1.0 -l @url"));
         // Qt's own option is gone before ours are read: else "-style" were "-s".
-        row("toolkit's options are not ours", "-style fusion -c -n App -v 1.0 -l @url");
+        row("Qt's options are not ours", words("-style fusion -c -n App -v 1.0 -l @url"));
     }
 
     void incompleteCommandLineEndsWithOne()
@@ -81,16 +85,15 @@ private Q_SLOTS:
     {
         QTest::addColumn<QStringList>("options");
         QTest::addColumn<QByteArray>("required");
-        const auto row = [](const char* name, const char* options, const char* required) {
-            QTest::newRow(name) << QString(options).split(' ') << QByteArray(required);
-        };
-        row("required options only", "-b -n App -d @dir -v 1.0", "false");
-        row("required update", "-r -b -n App -d @dir -v 1.0", "true");
-        row("build wins over check", "-c -b -n App -d @dir -v 1.0 -l @url -s key", "false");
-        row("build wins over update", "-u -b -n App -d @dir -v 1.0 -l @url", "false");
-        row("quoted values", "-b -n \"App\" -d \"@dir\" -v \"1.0\"", "false");
-        row("toolkit's options are taken out", "-platform offscreen -b -n App -d @dir -v 1.0",
-            "false");
+        row("required options only", words("-b -n App -d @dir -v 1.0"), QByteArray("false"));
+        row("required update", words("-r -b -n App -d @dir -v 1.0"), QByteArray("true"));
+        row("build wins over check", words("-c -b -n App -d @dir -v 1.0 -l @url -s key"),
+            QByteArray("false"));
+        row("build wins over update", words("-u -b -n App -d @dir -v 1.0 -l @url"),
+            QByteArray("false"));
+        row("quoted values", words("-b -n \"App\" -d \"@dir\" -v \"1.0\""), QByteArray("false"));
+        row("Qt's options are taken out", words("-platform offscreen -b -n App -d @dir -v 1.0"),
+            QByteArray("false"));
     }
 
     void buildModeWritesTheVersionFile()
@@ -138,14 +141,10 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("variable");
         QTest::addColumn<QString>("value");
-        QTest::newRow("rules in the environment") << "QT_LOGGING_RULES"
-                                                  << "*.debug=false";
-        QTest::newRow("rule for the default category") << "QT_LOGGING_RULES"
-                                                       << "default.debug=false";
-        QTest::newRow("rules in a file") << "QT_LOGGING_CONF"
-                                         << "@dir/QtProject/qtlogging.ini";
-        QTest::newRow("rules in the user's configuration") << "XDG_CONFIG_HOME"
-                                                           << "@dir";
+        row("rules in the environment", "QT_LOGGING_RULES", "*.debug=false");
+        row("rule for the default category", "QT_LOGGING_RULES", "default.debug=false");
+        row("rules in a file", "QT_LOGGING_CONF", "@dir/QtProject/qtlogging.ini");
+        row("rules in the user's configuration", "XDG_CONFIG_HOME", "@dir");
     }
 
     void missingChangelogIsAnnouncedWhateverTheLoggingRules()
@@ -171,11 +170,8 @@ private Q_SLOTS:
     void clientModeAsksForTheVersionFileAndWaits_data()
     {
         QTest::addColumn<QStringList>("options");
-        const auto row = [](const char* name, const char* options) {
-            QTest::newRow(name) << QString(options).split(' ');
-        };
-        row("check without a base directory", "-c -n App -v 1.0 -l @url -s key");
-        row("update without a key and an executable", "-u -n App -d @dir -v 1.0 -l @url");
+        row("check without a base directory", words("-c -n App -v 1.0 -l @url -s key"));
+        row("update without a key and an executable", words("-u -n App -d @dir -v 1.0 -l @url"));
     }
 
     void clientModeAsksForTheVersionFileAndWaits()
@@ -196,12 +192,10 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("options");
         QTest::addColumn<QStringList>("requests");
         const QStringList all{"-n", "App", "-d", "@dir", "-v", "1.0", "-l", "@url", "-s", "key"};
-        QTest::newRow("check") << QStringList{"-c"} + all << QStringList{"/index.txt"};
-        QTest::newRow("check and update")
-            << QStringList{"-c", "-u"} + all << QStringList{"/index.txt"};
-        QTest::newRow("update and check")
-            << QStringList{"-u", "-c"} + all << QStringList{"/index.txt"};
-        QTest::newRow("update") << QStringList{"-u"} + all << QStringList{"/index.txt", "/a.txt"};
+        row("check", QStringList{"-c"} + all, QStringList{"/index.txt"});
+        row("check and update", QStringList{"-c", "-u"} + all, QStringList{"/index.txt"});
+        row("update and check", QStringList{"-u", "-c"} + all, QStringList{"/index.txt"});
+        row("update", QStringList{"-u"} + all, QStringList{"/index.txt", "/a.txt"});
     }
 
     void checkEndsWhereAnUpdateGoesOn()
@@ -228,12 +222,11 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("options");
         QTest::addColumn<QString>("variable");
         const QStringList build{"-b", "-n", "App", "-d", "@dir", "-v", "1.0"};
-        QTest::newRow("no environment") << build << "";
-        QTest::newRow("empty names of displays") << build << "DISPLAY= WAYLAND_DISPLAY=";
-        QTest::newRow("empty choice of a platform") << build << "QT_QPA_PLATFORM=";
-        QTest::newRow("platform chosen by variable") << build << "QT_QPA_PLATFORM=minimal";
-        QTest::newRow("platform chosen by option")
-            << QStringList{"-platform", "minimal"} + build << "";
+        row("no environment", build, "");
+        row("empty names of displays", build, "DISPLAY= WAYLAND_DISPLAY=");
+        row("empty choice of a platform", build, "QT_QPA_PLATFORM=");
+        row("platform chosen by variable", build, "QT_QPA_PLATFORM=minimal");
+        row("platform chosen by option", QStringList{"-platform", "minimal"} + build, "");
     }
 
     void buildNeedsNoDisplay()
@@ -250,9 +243,9 @@ private Q_SLOTS:
     void displayThatIsNamedIsInsistedOn_data()
     {
         QTest::addColumn<QString>("variable");
-        QTest::newRow("X") << "DISPLAY=127.0.0.1:59999";
-        QTest::newRow("Wayland") << "WAYLAND_DISPLAY=nowhere";
-        QTest::newRow("platform") << "QT_QPA_PLATFORM=nowhere";
+        row("X", "DISPLAY=127.0.0.1:59999");
+        row("Wayland", "WAYLAND_DISPLAY=nowhere");
+        row("platform", "QT_QPA_PLATFORM=nowhere");
     }
 
     void displayThatIsNamedIsInsistedOn()

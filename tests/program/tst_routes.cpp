@@ -6,6 +6,7 @@
 #include "tests/support/Needs.h"
 #include "tests/support/Nginx.h"
 #include "tests/support/Relay.h"
+#include "tests/support/Row.h"
 #include "tests/support/Scene.h"
 #include "tests/support/TestMain.h"
 
@@ -116,7 +117,7 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("host");
         for (const char* host : {"127.0.0.1", "localhost", "[::1]"})
-            QTest::newRow(host) << host;
+            row(host, host);
     }
 
     void serverOnThisMachineIsAskedDirectly()

@@ -2,6 +2,7 @@
 // CTest runs this under xvfb-run.
 
 #include "tests/support/Needs.h"
+#include "tests/support/Row.h"
 #include "tests/support/Scene.h"
 #include "tests/support/TestMain.h"
 
@@ -53,8 +54,8 @@ private Q_SLOTS:
     void boxIsClosedAndTheUpdateEndsWithOne_data()
     {
         QTest::addColumn<HttpReply>("damage");
-        QTest::newRow("transfer error") << HttpReply::error(404);
-        QTest::newRow("wrong content") << HttpReply::ok("sECOND");
+        row("transfer error", HttpReply::error(404));
+        row("wrong content", HttpReply::ok("sECOND"));
     }
 
     void boxIsClosedAndTheUpdateEndsWithOne()
@@ -80,8 +81,8 @@ private Q_SLOTS:
     void dialogAppearsAndCancelEndsTheUpdate_data()
     {
         QTest::addColumn<QString>("key");
-        QTest::newRow("space on the button") << "space";
-        QTest::newRow("escape") << "Escape";
+        row("space on the button", "space");
+        row("escape", "Escape");
     }
 
     void dialogAppearsAndCancelEndsTheUpdate()

@@ -64,7 +64,7 @@ public:
     qint64 pid() const { return m_process.processId(); }
 
     /// The version of Qt the process runs on.
-    QByteArray toolkitVersion() { return ask("toolkit"); }
+    QByteArray qtVersion() { return ask("qt"); }
 
     /// Returns a key that no host of this or another test has.
     static QString unusedKey();

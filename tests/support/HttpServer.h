@@ -86,7 +86,7 @@ public:
     void expect(const QString& path, const HttpReply& reply);
 
     /// Expects the request once or more often, up to endRepeats() or a request for another path.
-    /// For connections that end without a reply: the client's toolkit then sends a request again
+    /// For connections that end without a reply: Qt then sends a request again
     /// by itself, on its own count.
     void expectRepeated(const QString& path, const HttpReply& reply);
 

@@ -115,8 +115,8 @@ QMap<QString, ProgramFile> seenByTools(const QString& top)
     }
     const QList<QByteArray> sizes = onEveryFile("stat -L --printf='%s %n\\0'", top);
     for (const QByteArray& record : sizes) { // "<size> ./<path>"
-        const auto blank = record.indexOf(' ');
-        files[pathIn(record, blank + 1)].size = record.left(blank).toULongLong();
+        const auto space = record.indexOf(' ');
+        files[pathIn(record, space + 1)].size = record.left(space).toULongLong();
     }
     return files;
 }

@@ -7,7 +7,7 @@
 // Says "ready" or "failed" first. Then obeys the commands on standard input, each answered by one
 // line: "dump" by the bytes of the segment in hexadecimal, "write HEX" by "done", whoever holds the
 // lock, "lock" and "unlock" by "done", "waiting" by the number of processes and threads that wait
-// for the lock, "toolkit" by the version of Qt, "quit" by "done". The end of the input
+// for the lock, "qt" by the version of Qt, "quit" by "done". The end of the input
 // ends the process, too, so that it never outlives the test.
 
 #include <QByteArray>
@@ -68,7 +68,7 @@ QByteArray answer(const std::string& command, QSharedMemory& segment)
         return contentsOf(segment).toHex();
     if (command == "waiting")
         return QByteArray::number(waitingForLock(segment.key()));
-    if (command == "toolkit")
+    if (command == "qt")
         return qVersion();
     bool done = command == "quit";
     if (command == "lock")
