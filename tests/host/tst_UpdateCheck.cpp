@@ -7,6 +7,7 @@
 #include "tests/support/HostProcess.h"
 #include "tests/support/HttpServer.h"
 #include "tests/support/Messages.h"
+#include "tests/support/Needs.h"
 #include "tests/support/Processes.h"
 #include "tests/support/Restrictions.h"
 #include "tests/support/Row.h"
@@ -481,9 +482,7 @@ private Q_SLOTS:
         {
             const TestDir locked;
             const ScopedMode mode(locked.path(), 0500);
-            const EnforcedPermissions permissions;
-            if (!permissions.active())
-                QSKIP(NO_PERMISSIONS);
+            ENFORCE_PERMISSIONS();
             const ScopedTmpDir tmp(locked.path());
             told = outcome(updater.host());
         }

@@ -4,7 +4,6 @@
 #include "tests/support/Authority.h"
 #include "tests/support/Command.h"
 #include "tests/support/FakeProgram.h"
-#include "tests/support/Mounts.h"
 #include "tests/support/Needs.h"
 #include "tests/support/Nginx.h"
 #include "tests/support/RelaunchedProgram.h"
@@ -326,9 +325,7 @@ private Q_SLOTS:
     /// From release to release and back, over https, with the real updater.
     void usersFollowWhatIsPublished()
     {
-        const auto command = m_trustStore->command();
-        if (!command)
-            QSKIP(NO_MOUNTS);
+        UNDER_TRUST(command, *m_trustStore);
         release::lay(editor("1.0"), installDir());
         publishVersion("1.0");
         const auto server = serve(dest());
@@ -589,9 +586,7 @@ private Q_SLOTS:
     /// The lines of the guide for a build server, run as they stand, from release to release.
     void linesOfTheGuidePublish()
     {
-        const auto command = m_trustStore->command();
-        if (!command)
-            QSKIP(NO_MOUNTS);
+        UNDER_TRUST(command, *m_trustStore);
         publishVersion("1.0");
         const auto server = serve(dest());
         const auto stagingServer = serve(staging());
@@ -628,9 +623,7 @@ private Q_SLOTS:
     /// By hand, with the copy of an earlier rehearsal in the way.
     void linesOfTheGuideRehearse()
     {
-        const auto command = m_trustStore->command();
-        if (!command)
-            QSKIP(NO_MOUNTS);
+        UNDER_TRUST(command, *m_trustStore);
         publishVersion("1.0");
         const auto server = serve(dest());
         layBuild("2.0", "1.0");
@@ -649,9 +642,7 @@ private Q_SLOTS:
 
     void linesOfTheGuideRepeatAJob()
     {
-        const auto command = m_trustStore->command();
-        if (!command)
-            QSKIP(NO_MOUNTS);
+        UNDER_TRUST(command, *m_trustStore);
         publishVersion("1.0");
         const auto server = serve(dest());
         const auto stagingServer = serve(staging());

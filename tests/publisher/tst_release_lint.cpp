@@ -4,6 +4,7 @@
 #include "publisher/Lint.h"
 
 #include "tests/support/CollectedOutput.h"
+#include "tests/support/Needs.h"
 #include "tests/support/ReleaseTree.h"
 #include "tests/support/Restrictions.h"
 #include "tests/support/Row.h"
@@ -415,9 +416,7 @@ private Q_SLOTS:
         QFETCH(QString, name);
         QFETCH(unsigned, mode);
         QFETCH(QString, what);
-        const std::optional<QStringList> command = commandUnderPermissions();
-        if (!command)
-            QSKIP(NO_PERMISSIONS);
+        UNDER_PERMISSIONS(command);
         const LintedRelease tree;
         tree.add("sub/a");
         const ScopedMode locked(name.isEmpty() ? tree.path() : tree / name, mode);

@@ -7,6 +7,7 @@
 #include "tests/support/CollectedOutput.h"
 #include "tests/support/Command.h"
 #include "tests/support/HttpServer.h"
+#include "tests/support/Needs.h"
 #include "tests/support/Nginx.h"
 #include "tests/support/Release.h"
 #include "tests/support/ReleaseTree.h"
@@ -106,8 +107,7 @@ class TestReleaseVerify : public QObject
 private Q_SLOTS:
     void healthyReleaseIsRight()
     {
-        if (!Nginx::isInstalled())
-            QSKIP("needs nginx");
+        NEEDS_NGINX();
         const Published published;
         const Verified output(published.url(), "Editor");
         QCOMPARE(output.lines, QStringList());
@@ -126,8 +126,7 @@ private Q_SLOTS:
 
     void damagedReleaseHasAFindingForEachFile()
     {
-        if (!Nginx::isInstalled())
-            QSKIP("needs nginx");
+        NEEDS_NGINX();
         const Published published;
         files::write(published / "Contents/Info.plist", "<PLIST/>\n");
         files::write(published / "Contents/MacOS/Editor", QByteArray(299999, 'E'));
@@ -149,8 +148,7 @@ private Q_SLOTS:
 
     void missingVersionFileIsFound()
     {
-        if (!Nginx::isInstalled())
-            QSKIP("needs nginx");
+        NEEDS_NGINX();
         const Published published;
         QVERIFY(QFile::remove(published / "index.txt"));
         QCOMPARE(Verified(published.url()).lines,
@@ -161,8 +159,7 @@ private Q_SLOTS:
     // Names of what is easily trouble, alone and together: what "lint" lets pass arrives.
     void whatLintLetsPassIsRight()
     {
-        if (!Nginx::isInstalled())
-            QSKIP("needs nginx");
+        NEEDS_NGINX();
         QStringList shortNames;
         for (const QChar character : QStringLiteral("\t\x01 !\"#$%&'()*+,-09:;<=>?@L[\\]^_`a{|}~"))
             shortNames.append(character);

@@ -5,6 +5,7 @@
 #include "manifest/ManifestText.h"
 
 #include "tests/support/Messages.h"
+#include "tests/support/Needs.h"
 #include "tests/support/Restrictions.h"
 #include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
@@ -145,9 +146,7 @@ private Q_SLOTS:
         const TestDir dir;
         files::write(dir / "notes", "text");
         files::setMode(dir / "notes", 0);
-        const EnforcedPermissions enforced;
-        if (!enforced.active())
-            QSKIP(NO_PERMISSIONS);
+        ENFORCE_PERMISSIONS();
         QVERIFY(payloadOf(dir / "notes").isEmpty());
     }
 
@@ -365,9 +364,7 @@ private Q_SLOTS:
     {
         const Handover handover;
         const ScopedMode closed(handover.tempDir(), 0500);
-        const EnforcedPermissions enforced;
-        if (!enforced.active())
-            QSKIP(NO_PERMISSIONS);
+        ENFORCE_PERMISSIONS();
         QVERIFY(!handover.write("2.1", "Cg=="));
         QVERIFY(handover.write("2.1", ""));
         QVERIFY(handover.list().isEmpty());
@@ -379,9 +376,7 @@ private Q_SLOTS:
         const QString path = handover.path("velmora_cl_2.1.dat");
         files::write(path, "of an earlier run");
         const ScopedMode closed(handover.tempDir(), 0500);
-        const EnforcedPermissions enforced;
-        if (!enforced.active())
-            QSKIP(NO_PERMISSIONS);
+        ENFORCE_PERMISSIONS();
         QVERIFY(handover.write("2.1", "Cg=="));
         QCOMPARE(files::read(path), QByteArray("Cg=="));
     }

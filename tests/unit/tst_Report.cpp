@@ -4,6 +4,7 @@
 
 #include "tests/support/HostProcess.h"
 #include "tests/support/Messages.h"
+#include "tests/support/Needs.h"
 #include "tests/support/Restrictions.h"
 #include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
@@ -198,9 +199,7 @@ private Q_SLOTS:
 
     void refusedAttachIsPassedOverInSilence()
     {
-        const EnforcedPermissions permissions;
-        if (!permissions.active())
-            QSKIP(NO_PERMISSIONS);
+        ENFORCE_PERMISSIONS();
         HostProcess host(16);
         {
             const ScopedMode locked(QDir::tempPath(), 0);

@@ -2,6 +2,7 @@
 
 #include "updater/Updater.h"
 
+#include "tests/support/Needs.h"
 #include "tests/support/Restrictions.h"
 #include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
@@ -154,9 +155,7 @@ private Q_SLOTS:
 
     void unreadableFileIsDownloaded()
     {
-        const EnforcedPermissions permissions;
-        if (!permissions.active())
-            QSKIP(NO_PERMISSIONS);
+        ENFORCE_PERMISSIONS();
         Run run;
         run.install("a.dat", "contents");
         const ScopedMode locked(run.baseDir + "/a.dat", 0);

@@ -3,6 +3,7 @@
 
 #include "updater/Updater.h"
 
+#include "tests/support/Needs.h"
 #include "tests/support/ReleaseTree.h"
 #include "tests/support/Restrictions.h"
 #include "tests/support/Row.h"
@@ -249,9 +250,7 @@ private Q_SLOTS:
             QSKIP("the file system has no such files");
         file.close();
         const ScopedMode locked(release / "large", 0);
-        const EnforcedPermissions enforced;
-        if (!enforced.active())
-            QSKIP(NO_PERMISSIONS);
+        ENFORCE_PERMISSIONS();
         QVERIFY(!release.scan());
         QCOMPARE(release.lines(), QStringList{lineWithoutDigest("large", size)});
     }
@@ -395,9 +394,7 @@ private Q_SLOTS:
         for (const QString& name : unreadable)
             files::setMode(release / name, 0);
 
-        const EnforcedPermissions enforced;
-        if (!enforced.active())
-            QSKIP(NO_PERMISSIONS);
+        ENFORCE_PERMISSIONS();
         QVERIFY(!release.scan());
         QCOMPARE(release.lines(), expected);
     }
@@ -408,9 +405,7 @@ private Q_SLOTS:
         release.add("sub/a", "a");
         files::setMode(release / "sub/a", 0400);
         const ScopedMode closed(release / "sub", 0500);
-        const EnforcedPermissions enforced;
-        if (!enforced.active())
-            QSKIP(NO_PERMISSIONS);
+        ENFORCE_PERMISSIONS();
         QVERIFY(release.scan());
         QCOMPARE(release.lines(), QStringList{lineOf("sub/a", "a")});
     }
@@ -431,9 +426,7 @@ private Q_SLOTS:
         release.add("locked/sub/c");
         release.add("z");
         const ScopedMode locked(release / "locked", mode);
-        const EnforcedPermissions enforced;
-        if (!enforced.active())
-            QSKIP(NO_PERMISSIONS);
+        ENFORCE_PERMISSIONS();
         QVERIFY(release.scan());
         QCOMPARE(release.names(), QStringList({"a", "z"}));
     }
@@ -443,9 +436,7 @@ private Q_SLOTS:
         Release release;
         release.add("a");
         const ScopedMode locked(release.top(), 0);
-        const EnforcedPermissions enforced;
-        if (!enforced.active())
-            QSKIP(NO_PERMISSIONS);
+        ENFORCE_PERMISSIONS();
         QVERIFY(release.scan());
         QVERIFY(release.names().isEmpty());
     }

@@ -2,6 +2,7 @@
 
 #include "updater/Updater.h"
 
+#include "tests/support/Needs.h"
 #include "tests/support/OpenWatch.h"
 #include "tests/support/ReleaseTree.h"
 #include "tests/support/Restrictions.h"
@@ -499,9 +500,7 @@ private Q_SLOTS:
             publisher.add(name, "contents");
         {
             const ScopedMode locked(publisher / unreadable, 0);
-            const EnforcedPermissions enforced;
-            if (!enforced.active())
-                QSKIP(NO_PERMISSIONS);
+            ENFORCE_PERMISSIONS();
             buildFailsAndMakesNoFile(publisher);
         }
         QCOMPARE(files::read(publisher.index()), QByteArray("contents"));
@@ -512,9 +511,7 @@ private Q_SLOTS:
         Publisher publisher;
         publisher.add("a", "a");
         files::setMode(publisher / "a", 0);
-        const EnforcedPermissions enforced;
-        if (!enforced.active())
-            QSKIP(NO_PERMISSIONS);
+        ENFORCE_PERMISSIONS();
         buildFailsAndMakesNoFile(publisher);
     }
 
@@ -524,9 +521,7 @@ private Q_SLOTS:
         publisher.add("a", "a");
         publisher.add("locked/b", "b");
         const ScopedMode locked(publisher / "locked", 0);
-        const EnforcedPermissions enforced;
-        if (!enforced.active())
-            QSKIP(NO_PERMISSIONS);
+        ENFORCE_PERMISSIONS();
         QVERIFY(publisher.build());
         QCOMPARE(publisher.indexText(), publisher.expected({tree::entry("a", "a")}));
     }
@@ -539,9 +534,7 @@ private Q_SLOTS:
         publisher.add("a", "a");
         {
             const ScopedMode locked(publisher.tree(), 0300);
-            const EnforcedPermissions enforced;
-            if (!enforced.active())
-                QSKIP(NO_PERMISSIONS);
+            ENFORCE_PERMISSIONS();
             QVERIFY(publisher.build());
         }
         QCOMPARE(publisher.indexText(), publisher.expected({}));
@@ -584,9 +577,7 @@ private Q_SLOTS:
         Publisher publisher;
         publisher.add("a", "a");
         const ScopedMode closed(publisher.tree(), 0500);
-        const EnforcedPermissions enforced;
-        if (!enforced.active())
-            QSKIP(NO_PERMISSIONS);
+        ENFORCE_PERMISSIONS();
         buildFailsAndMakesNoFile(publisher);
     }
 
@@ -596,9 +587,7 @@ private Q_SLOTS:
         publisher.add("index.txt", "old");
         files::setMode(publisher.index(), 0400);
         const ScopedMode closed(publisher.tree(), 0500);
-        const EnforcedPermissions enforced;
-        if (!enforced.active())
-            QSKIP(NO_PERMISSIONS);
+        ENFORCE_PERMISSIONS();
         buildFailsAndMakesNoFile(publisher);
         QCOMPARE(files::read(publisher.index()), QByteArray("old"));
     }
@@ -610,9 +599,7 @@ private Q_SLOTS:
         const QByteArray old(10000, 'x');
         publisher.add("index.txt", old);
         const ScopedMode closed(publisher.tree(), 0500);
-        const EnforcedPermissions enforced;
-        if (!enforced.active())
-            QSKIP(NO_PERMISSIONS);
+        ENFORCE_PERMISSIONS();
         QVERIFY(publisher.build());
         QCOMPARE(publisher.path, publisher.index());
         QCOMPARE(publisher.indexText(), publisher.expected({tree::entry("index.txt", old)}));
@@ -623,9 +610,7 @@ private Q_SLOTS:
         Publisher publisher;
         publisher.add("index.txt", "old");
         files::setMode(publisher.index(), 0400);
-        const EnforcedPermissions enforced;
-        if (!enforced.active())
-            QSKIP(NO_PERMISSIONS);
+        ENFORCE_PERMISSIONS();
         QVERIFY(publisher.build());
         QCOMPARE(publisher.indexText(), publisher.expected({tree::entry("index.txt", "old")}));
     }
