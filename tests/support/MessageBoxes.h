@@ -1,4 +1,8 @@
 // Watches for message boxes in the test's own process, writes down what they say and answers them.
+//
+//   MessageBoxes boxes;
+//   updater.run();
+//   QCOMPARE(boxes.summaries(), QStringList(MessageBoxes::damagedFile("a.txt")));
 #ifndef TESTS_SUPPORT_MESSAGEBOXES_H
 #define TESTS_SUPPORT_MESSAGEBOXES_H
 
@@ -7,6 +11,8 @@
 #include <QList>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QString>
+#include <QStringList>
 
 #include <functional>
 
@@ -62,6 +68,23 @@ public:
         for (const ShownBox& box : m_boxes)
             lines.append(box.summary());
         return lines;
+    }
+
+    /// The summary of the box about a download that failed with an error of QNetworkReply.
+    static QString transferError(int code)
+    {
+        return QStringLiteral("warning|Error|An error occured while downloading the update.\n"
+                              "Error code: %1")
+            .arg(code);
+    }
+
+    /// The summary of the box about a file that arrived damaged, by the name that is shown.
+    static QString damagedFile(const QString& name)
+    {
+        return QStringLiteral(
+                   "critical|Error|An error occured while downloading the file \"%1\"\n\n"
+                   "Aborting the update.")
+            .arg(name);
     }
 
 protected:

@@ -29,19 +29,6 @@ inline QString looksOf(const QProgressDialog& dialog)
              QString(dialog.isVisible() ? "shown" : "hidden"));
 }
 
-inline QString warningWithCode(int code)
-{
-    return QStringLiteral("warning|Error|An error occured while downloading the update.\n"
-                          "Error code: ") +
-           QString::number(code);
-}
-
-inline QString damageOf(const QString& shownName)
-{
-    return QStringLiteral("critical|Error|An error occured while downloading the file \"") +
-           shownName + QStringLiteral("\"\n\nAborting the update.");
-}
-
 /// The files of an update, a server that offers them, and the run that downloads them. The base
 /// directory is a link to nowhere, so that the installation fails and the saved files stay.
 class Download

@@ -64,7 +64,8 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("saved");
 
         const QString none;
-        const QString warning = warningWithCode(203);
+        const QString warning = MessageBoxes::transferError(203);
+        const QString damage = MessageBoxes::damagedFile("1");
         const auto all = [](int count) {
             QStringList names;
             for (int i = 1; i <= count; ++i)
@@ -79,17 +80,17 @@ private Q_SLOTS:
         row("three transfer errors", "T T T", "1 1 1", warning, all(0));
         row("one wrong digest", "H ok", "1 1", none, all(1));
         row("two wrong digests", "H H ok", "1 1 1", none, all(1));
-        row("three wrong digests", "H H H", "1 1 1", damageOf("1"), all(0));
+        row("three wrong digests", "H H H", "1 1 1", damage, all(0));
         row("one body too short", "S ok", "1 1", none, all(1));
         row("two bodies too short", "S S ok", "1 1 1", none, all(1));
-        row("three bodies too short", "S S S", "1 1 1", damageOf("1"), all(0));
-        row("three bodies too long", "L L L", "1 1 1", damageOf("1"), all(0));
-        row("every kind of damage", "S L H", "1 1 1", damageOf("1"), all(0));
+        row("three bodies too short", "S S S", "1 1 1", damage, all(0));
+        row("three bodies too long", "L L L", "1 1 1", damage, all(0));
+        row("every kind of damage", "S L H", "1 1 1", damage, all(0));
 
-        row("transfer error, then damage twice", "T H H", "1 1 1", damageOf("1"), all(0));
-        row("transfer error, then wrong sizes", "T S L", "1 1 1", damageOf("1"), all(0));
-        row("transfer errors, then damage", "T T H", "1 1 1", damageOf("1"), all(0));
-        row("transfer error between damages", "H T S", "1 1 1", damageOf("1"), all(0));
+        row("transfer error, then damage twice", "T H H", "1 1 1", damage, all(0));
+        row("transfer error, then wrong sizes", "T S L", "1 1 1", damage, all(0));
+        row("transfer errors, then damage", "T T H", "1 1 1", damage, all(0));
+        row("transfer error between damages", "H T S", "1 1 1", damage, all(0));
         row("damage twice, then a transfer error", "H H T", "1 1 1", warning, all(0));
         row("damage, then transfer errors", "S T T", "1 1 1", warning, all(0));
         row("damage between transfer errors", "T H T", "1 1 1", warning, all(0));
@@ -102,15 +103,15 @@ private Q_SLOTS:
         row("three failures of the next file after two of the first", "T T ok | T T T",
             "1 1 1 2 2 2", warning, all(1));
         row("third failure of the next file decides the box", "H H ok | T H S", "1 1 1 2 2 2",
-            damageOf("2"), all(1));
+            MessageBoxes::damagedFile("2"), all(1));
 
         row("files after the aborted one are never requested", "T T T | ok", "1 1 1", warning,
             all(0));
         row("saved files stay when a transfer fails", "ok | ok | T T T | ok", "1 2 3 3 3", warning,
             all(2));
         row("saved files stay when a file is damaged", "ok | ok | H H H | ok", "1 2 3 3 3",
-            damageOf("3"), all(2));
-        row("last file aborts", "ok | S S S", "1 2 2 2", damageOf("2"), all(1));
+            MessageBoxes::damagedFile("3"), all(2));
+        row("last file aborts", "ok | S S S", "1 2 2 2", MessageBoxes::damagedFile("2"), all(1));
     }
 
     void threeFailuresInARowEndTheUpdate()
@@ -149,7 +150,7 @@ private Q_SLOTS:
             follow(download, "H ok");
             QCOMPARE(download.run(), 1);
             QCOMPARE(requestsOf(download), QString("1"));
-            QCOMPARE(download.boxes.summaries(), QStringList(damageOf("1")));
+            QCOMPARE(download.boxes.summaries(), QStringList(MessageBoxes::damagedFile("1")));
         }
         {
             // A saved file resets it.
@@ -206,7 +207,7 @@ private Q_SLOTS:
         download.list(tree::entry("sub/a.dat", "contents"));
         download.answer("sub/a.dat", {reply});
         QCOMPARE(download.run(), 1);
-        QCOMPARE(download.boxes.summaries(), QStringList(warningWithCode(code)));
+        QCOMPARE(download.boxes.summaries(), QStringList(MessageBoxes::transferError(code)));
     }
 
     void warningGivesTheCodeOfTheLastError()
@@ -217,7 +218,7 @@ private Q_SLOTS:
         download.answer("a.dat", {HttpReply::error(404), HttpReply::error(404),
                                   HttpReply::error(405), HttpReply::error(404)});
         QCOMPARE(download.run(), 1);
-        QCOMPARE(download.boxes.summaries(), QStringList(warningWithCode(202)));
+        QCOMPARE(download.boxes.summaries(), QStringList(MessageBoxes::transferError(202)));
     }
 
     void noticeOfDamageNamesTheFile_data()
@@ -248,7 +249,7 @@ private Q_SLOTS:
         download.list(tree::entry(name, "contents"));
         download.answer(name, {HttpReply::ok("damaged")});
         QCOMPARE(download.run(), 1);
-        QCOMPARE(download.boxes.summaries(), QStringList(damageOf(shown)));
+        QCOMPARE(download.boxes.summaries(), QStringList(MessageBoxes::damagedFile(shown)));
     }
 
     void boxesAreModalNoticesWithOneButton_data()
@@ -386,10 +387,11 @@ private Q_SLOTS:
         QTest::addColumn<QString>("script");
         QTest::addColumn<int>("requests");
         QTest::addColumn<QString>("box");
-        row("two transfer errors before, one after", "T T ok ok T", 5, warningWithCode(203));
-        row("two damages before, one after", "H H ok H", 4, damageOf("1"));
-        row("in between each time", "ok T ok H ok S", 6, damageOf("1"));
-        row("many in a row", "ok ok ok ok ok ok T T T", 9, warningWithCode(203));
+        row("two transfer errors before, one after", "T T ok ok T", 5,
+            MessageBoxes::transferError(203));
+        row("two damages before, one after", "H H ok H", 4, MessageBoxes::damagedFile("1"));
+        row("in between each time", "ok T ok H ok S", 6, MessageBoxes::damagedFile("1"));
+        row("many in a row", "ok ok ok ok ok ok T T T", 9, MessageBoxes::transferError(203));
     }
 
     void fileThatCannotBeOpenedLeavesTheCountOfFailures()

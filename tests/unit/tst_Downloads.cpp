@@ -158,7 +158,7 @@ private Q_SLOTS:
         download.state.updateUrl = "index.txt";
         QCOMPARE(download.run(), 1);
         QCOMPARE(download.boxes.summaries(),
-                 QStringList(warningWithCode(QNetworkReply::ProtocolUnknownError)));
+                 QStringList(MessageBoxes::transferError(QNetworkReply::ProtocolUnknownError)));
         QCOMPARE(download.server.requests(), QStringList());
     }
 
@@ -360,7 +360,7 @@ private Q_SLOTS:
         download.answer(file.name, {reply});
         QCOMPARE(download.run(), intact ? 0 : 1);
         QCOMPARE(download.boxes.summaries(),
-                 intact ? QStringList() : QStringList(damageOf("a.dat")));
+                 intact ? QStringList() : QStringList(MessageBoxes::damagedFile("a.dat")));
         QCOMPARE(download.saved(), intact ? QStringList("a.dat") : QStringList());
         QCOMPARE(requestsOf(download), QString(intact ? "a.dat" : "a.dat a.dat a.dat"));
         if (intact)
@@ -449,7 +449,7 @@ private Q_SLOTS:
         bool visible = true;
         download.boxes.whenShown([&] { visible = download.state.progressDialog->isVisible(); });
         QCOMPARE(download.run(), 1);
-        QCOMPARE(download.boxes.summaries(), QStringList(damageOf("b")));
+        QCOMPARE(download.boxes.summaries(), QStringList(MessageBoxes::damagedFile("b")));
         QVERIFY(!visible);
         QVERIFY(!QFile::exists(download.dir / "app"));
         QCOMPARE(files::list(tmp / "wUpEditor2.0"), QStringList({"a", "sub/"}));
