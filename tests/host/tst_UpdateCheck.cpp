@@ -3,6 +3,7 @@
 
 #include <UpdaterHost/UpdateCheck.h>
 
+#include "tests/host/EditorHost.h"
 #include "tests/support/FakeProgram.h"
 #include "tests/support/HostProcess.h"
 #include "tests/support/HttpServer.h"
@@ -85,15 +86,7 @@ class FakeUpdater : public FakeProgram
 public:
     using FakeProgram::FakeProgram;
 
-    HostInfo host(const QString& version = "1.0") const
-    {
-        return {path(),
-                "Editor",
-                version,
-                "/nowhere/Editor.app",
-                "http://127.0.0.1:1/index.txt",
-                "/nowhere/Editor.app/Contents/MacOS/Editor"};
-    }
+    HostInfo host(const QString& version = "1.0") const { return editorInfo(path(), version); }
 };
 
 /// The key of the segment, for the commands of a FakeUpdater: the last argument of a check.
@@ -111,9 +104,9 @@ QByteArray reporting(const QByteArray& bytes)
     return withSegment("write " + bytes.toHex() + "\\n") + " >/dev/null\n";
 }
 
-QByteArray report(const QByteArray& version, char flag = '0')
+QByteArray report(const QByteArray& version, bool required = false)
 {
-    return version + '\0' + flag + '\0';
+    return HostProcess::reported(version, required, segmentSize);
 }
 
 /// Commands that write the key to the file "key", in one step.
@@ -166,48 +159,6 @@ private:
     const void* const m_address;
 };
 
-/// What the signals of a check have told, in order, one line each.
-class Told : public QObject
-{
-public:
-    explicit Told(const UpdateCheck& check)
-    {
-        connect(&check, &UpdateCheck::versionFound, this,
-                [this](const QString& version, bool required, const QString& changelog) {
-                    lines.append("found " + version + (required ? " required " : " optional ") +
-                                 changelog);
-                });
-        connect(&check, &UpdateCheck::upToDate, this, [this] { lines.append("up to date"); });
-        connect(&check, &UpdateCheck::failed, this,
-                [this](const QString& reason) { lines.append("failed: " + reason); });
-    }
-
-    QStringList lines;
-};
-
-/// Runs one check to its end.
-/// @return What its signals told.
-QStringList outcome(UpdateCheck& check)
-{
-    const Told told(check);
-    if (!check.start())
-        return {"does not start"};
-    // A signal from within start() would come too early for some hosts.
-    if (!told.lines.isEmpty())
-        return {"told too early"};
-    if (!QTest::qWaitFor([&] { return !told.lines.isEmpty(); }, patience))
-        return {"tells nothing"};
-    return told.lines;
-}
-
-QStringList outcome(const HostInfo& info)
-{
-    UpdateCheck check(info);
-    return outcome(check);
-}
-
-const char* const unreadable = "failed: The published version could not be read.";
-
 /// A check that lives in a thread of its own, which may so wait for a lock.
 class CheckInThread
 {
@@ -257,10 +208,10 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("bytes"); // Of the segment; zeros follow.
         QTest::addColumn<QString>("expected");
         row("another version", "1.0", report("2.0"), "found 2.0 optional ");
-        row("required", "1.0", report("2.0", '1'), "found 2.0 required ");
-        row("another flag", "1.0", report("2.0", 'x'), "found 2.0 optional ");
+        row("required", "1.0", report("2.0", true), "found 2.0 required ");
+        row("another flag", "1.0", QByteArray("2.0\0x", 5), "found 2.0 optional ");
         row("older version", "3.0", report("2.0"), "found 2.0 optional ");
-        row("same version", "2.0", report("2.0", '1'), "up to date");
+        row("same version", "2.0", report("2.0", true), "up to date");
         row("same version in another case", "2.0-BETA", report("2.0-beta"), "up to date");
         row("longer by a blank", "2.0", report("2.0 "), "found 2.0  optional ");
         row("not ASCII", "1.0", report("2.0\xE4"),
@@ -271,8 +222,8 @@ private Q_SLOTS:
             report("2.0\xC3\xA4"), QString::fromUtf8("found 2.0\xC3\x83\xC2\xA4 optional "));
         row("nothing written", "1.0", QByteArray(), unreadable);
         row("empty version", "1.0", report(""), unreadable);
-        row("empty version, required", "1.0", report("", '1'), unreadable);
-        row("longest version", "1.0", report(QByteArray(253, 'v'), '1'),
+        row("empty version, required", "1.0", report("", true), unreadable);
+        row("longest version", "1.0", report(QByteArray(253, 'v'), true),
             "found " + QString(253, 'v') + " required ");
         row("no room for the flag", "1.0", QByteArray(255, 'v') + '\0', unreadable);
         row("without an end", "1.0", QByteArray(256, 'v'), unreadable);
@@ -311,7 +262,7 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(other.waiting(), 1, patience);
         QCOMPARE(check.told(), QStringList());
 
-        QVERIFY(other.write(report("2.0", '1')));
+        QVERIFY(other.write(report("2.0", true)));
         QVERIFY(other.unlock());
         QTRY_COMPARE_WITH_TIMEOUT(check.told(), QStringList{"found 2.0 required "}, patience);
         QVERIFY2(other.lock() && other.unlock(), "the lock is still taken");
@@ -395,15 +346,9 @@ private Q_SLOTS:
     void changelogComesFromTheRealUpdater()
     {
         HttpServer server;
-        server.serve("/index.txt",
-                     HttpReply::ok("<Editor>\n\t<version>2.0</version>\n\t<required>true</required>"
-                                   "\n\t<changelog>" +
-                                   QByteArray("\xC3\xA4\n").toBase64() +
-                                   "</changelog>\n</Editor>\n"));
-        HostInfo info = FakeUpdater("").host();
-        info.updater = UPDATER_EXECUTABLE;
-        info.url = server.url("/index.txt");
-        QCOMPARE(outcome(info), QStringList{QString::fromUtf8("found 2.0 required \xC3\xA4\n")});
+        server.serve("/index.txt", HttpReply::ok(versionFile("2.0", true, "\xC3\xA4\n")));
+        QCOMPARE(outcome(editorInfo(UPDATER_EXECUTABLE, "1.0", server.url("/index.txt"))),
+                 QStringList{QString::fromUtf8("found 2.0 required \xC3\xA4\n")});
     }
 
     // ---- Updaters that fail
@@ -467,8 +412,7 @@ private Q_SLOTS:
     void whatIsNoFileKeepsItsPermissions()
     {
         const TestDir dir;
-        HostInfo info = FakeUpdater("").host();
-        info.updater = dir / "pipe";
+        const HostInfo info = editorInfo(dir / "pipe");
         QCOMPARE(mkfifo(QFile::encodeName(info.updater).constData(), 0644), 0);
         files::setMode(info.updater, 0644);
         QCOMPARE(outcome(info), QStringList{"failed: The updater does not start."});
@@ -551,10 +495,7 @@ private Q_SLOTS:
     {
         HttpServer server;
         server.serve("/index.txt", HttpReply::hold(HttpReply::ok("")));
-        HostInfo info = FakeUpdater("").host();
-        info.updater = UPDATER_EXECUTABLE;
-        info.url = server.url("/index.txt");
-        UpdateCheck check(info);
+        UpdateCheck check(editorInfo(UPDATER_EXECUTABLE, "1.0", server.url("/index.txt")));
         const Told told(check);
         QVERIFY(check.start());
         QTRY_COMPARE_WITH_TIMEOUT(server.requestsFor("/index.txt"), 1, patience);
@@ -594,7 +535,7 @@ private Q_SLOTS:
         QFETCH(bool, accepts);
         QFETCH(QStringList, asked);
         QFETCH(QString, expected);
-        const FakeUpdater updater(reporting(report(published, '1')));
+        const FakeUpdater updater(reporting(report(published, true)));
         if (!published.isEmpty())
             files::write(changelogFile(published), QByteArray("News").toBase64());
         QStringList askedFor;
@@ -742,8 +683,7 @@ private Q_SLOTS:
         if (QFileInfo::exists("/proc/self"))
             QCOMPARE(processes::children(), QList<qint64>());
         files::write(updater / "go", "");
-        QCOMPARE(updater.arguments(), QStringList({"-u", "-n", info.name, "-d", info.baseDir, "-v",
-                                                   info.version, "-l", info.url, "-x", info.exe}));
+        QCOMPARE(updater.arguments(), updateArguments(info));
     }
 
     void pathsArePassedInAscii_data()
@@ -780,8 +720,9 @@ private Q_SLOTS:
         QFile::remove(link);
         QCOMPARE(target, QDir::cleanPath(baseDir));
         QVERIFY2(link.toUtf8().size() == link.size(), qPrintable(link));
-        QCOMPARE(arguments, QStringList({"-u", "-n", info.name, "-d", link, "-v", info.version,
-                                         "-l", info.url, "-x", exePassed.replace("@link", link)}));
+        info.baseDir = link;
+        info.exe = exePassed.replace("@link", link);
+        QCOMPARE(arguments, updateArguments(info));
     }
 
     /// Two installations have links of their own; the second update of one has the same as the

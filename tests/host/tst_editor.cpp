@@ -3,6 +3,8 @@
 
 #include "examples/editor/EditorWindow.h"
 
+#include "tests/host/EditorHost.h"
+#include "tests/host/Installed.h"
 #include "tests/support/Command.h"
 #include "tests/support/FakeProgram.h"
 #include "tests/support/HttpServer.h"
@@ -21,19 +23,6 @@
 #include <memory>
 
 namespace {
-
-QByteArray versionFile(const QByteArray& version, bool required, const QByteArray& changelog)
-{
-    return "<Editor>\n\t<version>" + version + "</version>\n\t<required>" +
-           (required ? "true" : "false") + "</required>\n\t<changelog>" + changelog.toBase64() +
-           "</changelog>\n</Editor>\n";
-}
-
-HostInfo editor(const QString& version, const QString& url)
-{
-    return {UPDATER_EXECUTABLE,    "Editor", version,
-            "/nowhere/Editor.app", url,      "/nowhere/Editor.app/Contents/MacOS/Editor"};
-}
 
 /// Puts an Editor of @p version together in @p dir, as it is installed. Its updater is another file
 /// than that of any other version.
@@ -72,16 +61,14 @@ private Q_SLOTS:
             QString::fromUtf8("found 2.0 optional News: \xC3\xA4"));
         row("required version", "1.0", versionFile("2.0", true, changelog),
             QString::fromUtf8("found 2.0 required News: \xC3\xA4"));
-        row("no changelog", "1.0", versionFile("2.0", false, ""), "found 2.0 optional ");
-        row("older version", "3.0", versionFile("2.0", false, ""), "found 2.0 optional ");
+        row("no changelog", "1.0", versionFile("2.0"), "found 2.0 optional ");
+        row("older version", "3.0", versionFile("2.0"), "found 2.0 optional ");
         row("same version", "2.0", versionFile("2.0", true, changelog), "up to date");
-        row("same version in another case", "2.0A", versionFile("2.0a", false, ""), "up to date");
-        row("unreadable version file", "1.0", QByteArray("<html>not found</html>"),
-            "failed: The published version could not be read.");
-        row("longest version that fits", "1.0", versionFile(QByteArray(253, 'v'), false, ""),
+        row("same version in another case", "2.0A", versionFile("2.0a"), "up to date");
+        row("unreadable version file", "1.0", QByteArray("<html>not found</html>"), unreadable);
+        row("longest version that fits", "1.0", versionFile(QByteArray(253, 'v')),
             "found " + QString(253, 'v') + " optional ");
-        row("version that does not fit", "1.0", versionFile(QByteArray(254, 'v'), false, ""),
-            "failed: The published version could not be read.");
+        row("version that does not fit", "1.0", versionFile(QByteArray(254, 'v')), unreadable);
     }
 
     void checkTellsWhatIsPublished()
@@ -90,49 +77,30 @@ private Q_SLOTS:
         QFETCH(QByteArray, published);
         QFETCH(QString, expected);
         m_server->serve("/index.txt", HttpReply::ok(published));
-        QStringList told;
-        UpdateCheck check(editor(installed, m_server->url("/index.txt")));
-        listen(check, told);
-        check.start();
-        QTRY_VERIFY_WITH_TIMEOUT(!told.isEmpty(), 30000);
-        QCOMPARE(told, QStringList{expected});
+        QCOMPARE(outcome(editorInfo(UPDATER_EXECUTABLE, installed, m_server->url("/index.txt"))),
+                 QStringList{expected});
         QCOMPARE(files::list(QDir::tempPath()).filter("velmora"), QStringList());
     }
 
     void checkWithoutUpdaterFails()
     {
-        HostInfo info = editor("1.0", "http://127.0.0.1:1/");
-        info.updater = "/nowhere/updater";
-        QStringList told;
-        UpdateCheck check(info);
-        listen(check, told);
-        check.start();
-        QTRY_COMPARE(told, QStringList{"failed: The updater does not start."});
+        QCOMPARE(outcome(editorInfo("/nowhere/updater")),
+                 QStringList{"failed: The updater does not start."});
     }
 
     void checkThatIsRejectedFails()
     {
-        QStringList told;
-        UpdateCheck check(editor("", m_server->url("/index.txt")));
-        listen(check, told);
-        check.start();
-        QTRY_COMPARE(told, QStringList{"failed: The check did not finish."});
+        QCOMPARE(outcome(editorInfo(UPDATER_EXECUTABLE, "", m_server->url("/index.txt"))),
+                 QStringList{"failed: The check did not finish."});
     }
 
     void hostForgetsAnEarlierReport()
     {
-        m_server->serveInTurn("/index.txt",
-                              {HttpReply::ok(versionFile("2.0", true, "")),
-                               HttpReply::ok(versionFile(QByteArray(254, 'v'), false, ""))});
-        QStringList told;
-        UpdateCheck check(editor("1.0", m_server->url("/index.txt")));
-        listen(check, told);
-        check.start();
-        QTRY_COMPARE_WITH_TIMEOUT(told.size(), 1, 30000);
-        check.start();
-        QTRY_COMPARE_WITH_TIMEOUT(told.size(), 2, 30000);
-        QCOMPARE(told, QStringList({"found 2.0 required ",
-                                    "failed: The published version could not be read."}));
+        m_server->serveInTurn("/index.txt", {HttpReply::ok(versionFile("2.0", true)),
+                                             HttpReply::ok(versionFile(QByteArray(254, 'v')))});
+        UpdateCheck check(editorInfo(UPDATER_EXECUTABLE, "1.0", m_server->url("/index.txt")));
+        QCOMPARE(outcome(check), QStringList{"found 2.0 required "});
+        QCOMPARE(outcome(check), QStringList{unreadable});
     }
 
     void userDecides_data()
@@ -160,8 +128,7 @@ private Q_SLOTS:
         const FakeProgram updater("[ \"$1\" = -u ] || exec '" UPDATER_EXECUTABLE "' \"$@\"\n" +
                                   QByteArray(recordingArguments));
         m_server->serve("/index.txt", HttpReply::ok(versionFile("2.0", required, "What is new")));
-        HostInfo info = editor("1.0", m_server->url("/index.txt"));
-        info.updater = updater.path();
+        const HostInfo info = editorInfo(updater.path(), "1.0", m_server->url("/index.txt"));
 
         EditorWindow window(info, false);
         window.show();
@@ -203,8 +170,7 @@ private Q_SLOTS:
         QCOMPARE(code, exitCode);
         if (!updates)
             return;
-        QCOMPARE(updater.arguments(), QStringList({"-u", "-n", info.name, "-d", info.baseDir, "-v",
-                                                   info.version, "-l", info.url, "-x", info.exe}));
+        QCOMPARE(updater.arguments(), updateArguments(info));
     }
 
     void automaticEditorEndsWithOneWhenTheCheckFails()
@@ -249,9 +215,7 @@ private Q_SLOTS:
                                                "Editor 1.0: starts the update and quits",
                                                "Editor 2.0: started", "Editor 2.0: up to date"}),
                                   30000);
-        Tree expected = release::read(dir / "www/editor");
-        expected.remove("index.txt");
-        QCOMPARE(release::differences(release::read(dir / "Editor.app"), expected), QStringList());
+        QCOMPARE(differencesFromRelease(dir / "Editor.app", dir / "www/editor"), QStringList());
     }
 
     /// The second update is the work of an updater that the first has installed.
@@ -272,10 +236,7 @@ private Q_SLOTS:
             QTRY_COMPARE_WITH_TIMEOUT(toldInLog(dir).mid(3),
                                       QStringList({name + ": started", name + ": up to date"}),
                                       30000);
-            Tree expected = release::read(dir / "www/editor");
-            expected.remove("index.txt");
-            QCOMPARE(release::differences(release::read(dir / "Editor.app"), expected),
-                     QStringList());
+            QCOMPARE(differencesFromRelease(dir / "Editor.app", dir / "www/editor"), QStringList());
         }
     }
 
@@ -303,18 +264,6 @@ private:
     static QStringList toldInLog(const TestDir& dir)
     {
         return told(QString::fromUtf8(files::read(dir / "log")));
-    }
-
-    static void listen(UpdateCheck& check, QStringList& told)
-    {
-        connect(&check, &UpdateCheck::versionFound, &check,
-                [&told](const QString& version, bool required, const QString& changelog) {
-                    told.append("found " + version + (required ? " required " : " optional ") +
-                                changelog);
-                });
-        connect(&check, &UpdateCheck::upToDate, &check, [&told] { told.append("up to date"); });
-        connect(&check, &UpdateCheck::failed, &check,
-                [&told](const QString& reason) { told.append("failed: " + reason); });
     }
 
     std::unique_ptr<HttpServer> m_server;

@@ -1,0 +1,84 @@
+// Editor as a host application: what it tells the kit about itself, and what the kit tells it.
+#ifndef TESTS_HOST_EDITORHOST_H
+#define TESTS_HOST_EDITORHOST_H
+
+#include <UpdaterHost/UpdateCheck.h>
+
+#include "tests/support/ReleaseTree.h"
+
+#include <QObject>
+#include <QStringList>
+#include <QTest>
+
+/// An Editor that is installed nowhere.
+inline HostInfo editorInfo(const QString& updater, const QString& version = QStringLiteral("1.0"),
+                           const QString& url = QStringLiteral("http://127.0.0.1:1/index.txt"))
+{
+    return {updater, QStringLiteral("Editor"),
+            version, QStringLiteral("/nowhere/Editor.app"),
+            url,     QStringLiteral("/nowhere/Editor.app/Contents/MacOS/Editor")};
+}
+
+/// The arguments with which an update of @p info is started.
+inline QStringList updateArguments(const HostInfo& info)
+{
+    return {"-u",         "-n", info.name, "-d", info.baseDir, "-v",
+            info.version, "-l", info.url,  "-x", info.exe};
+}
+
+/// The version file of an Editor without files.
+inline QByteArray versionFile(const QString& version, bool required = false,
+                              const QByteArray& changelog = QByteArray())
+{
+    ProgramData data;
+    data.name = QStringLiteral("Editor");
+    data.version = version;
+    data.required = required;
+    data.changelog = QString::fromLatin1(changelog.toBase64());
+    return tree::versionFile(data).toUtf8();
+}
+
+/// The signals of a check, in order, one line each, such as "found 2.0 required News".
+class Told : public QObject
+{
+public:
+    explicit Told(const UpdateCheck& check)
+    {
+        connect(&check, &UpdateCheck::versionFound, this,
+                [this](const QString& version, bool required, const QString& changelog) {
+                    lines.append("found " + version + (required ? " required " : " optional ") +
+                                 changelog);
+                });
+        connect(&check, &UpdateCheck::upToDate, this, [this] { lines.append("up to date"); });
+        connect(&check, &UpdateCheck::failed, this,
+                [this](const QString& reason) { lines.append("failed: " + reason); });
+    }
+
+    QStringList lines;
+};
+
+/// Runs one check to its end.
+/// @return The lines of its signals.
+inline QStringList outcome(UpdateCheck& check)
+{
+    const Told told(check);
+    if (!check.start())
+        return {"does not start"};
+    // A signal from within start() would come too early for some hosts.
+    if (!told.lines.isEmpty())
+        return {"told too early"};
+    if (!QTest::qWaitFor([&] { return !told.lines.isEmpty(); }, 30000))
+        return {"tells nothing"};
+    return told.lines;
+}
+
+inline QStringList outcome(const HostInfo& info)
+{
+    UpdateCheck check(info);
+    return outcome(check);
+}
+
+/// The line of a check that found no report, or none that can be read.
+inline constexpr char unreadable[] = "failed: The published version could not be read.";
+
+#endif // TESTS_HOST_EDITORHOST_H
