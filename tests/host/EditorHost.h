@@ -4,6 +4,7 @@
 
 #include <UpdaterHost/UpdateCheck.h>
 
+#include "tests/support/EditorRelease.h"
 #include "tests/support/ReleaseTree.h"
 
 #include <QObject>
@@ -30,9 +31,7 @@ inline QStringList updateArguments(const HostInfo& info)
 inline QByteArray versionFile(const QString& version, bool required = false,
                               const QByteArray& changelog = QByteArray())
 {
-    ProgramData data;
-    data.name = QStringLiteral("Editor");
-    data.version = version;
+    ProgramData data = editorRelease(version);
     data.required = required;
     data.changelog = QString::fromLatin1(changelog.toBase64());
     return tree::versionFile(data).toUtf8();

@@ -199,7 +199,6 @@ private Q_SLOTS:
         QFETCH(QString, announcement);
         NEEDS_NGINX();
         const TestDir dir;
-        files::makeDirectory(dir / "www");
         const Nginx nginx(dir / "www");
         const QString url = nginx.url("/editor/index.txt");
         makeBundle(dir / "www/editor", "2.0", url);
@@ -223,7 +222,6 @@ private Q_SLOTS:
     {
         NEEDS_NGINX();
         const TestDir dir;
-        files::makeDirectory(dir / "www");
         const Nginx nginx(dir / "www");
         const QString url = nginx.url("/editor/index.txt");
         makeBundle(dir / "Editor.app", "1.0", url);

@@ -2,25 +2,17 @@
 
 #include "publisher/Diff.h"
 
+#include "tests/publisher/Tool.h"
 #include "tests/support/CollectedOutput.h"
+#include "tests/support/EditorRelease.h"
 #include "tests/support/Release.h"
 #include "tests/support/ReleaseTree.h"
 #include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
-#include "tests/support/UpdaterProcess.h"
 
 #include <QFile>
 
 namespace {
-
-ProgramData editor(const QString& version, const QVector<ProgramFile>& files)
-{
-    ProgramData data;
-    data.name = "Editor";
-    data.version = version;
-    data.files = files;
-    return data;
-}
 
 /// Two version files, and the comparison of them.
 class Releases
@@ -29,8 +21,8 @@ public:
     /// Version 1.0 with @p before, version 2.0 with @p after.
     Releases(const QVector<ProgramFile>& before, const QVector<ProgramFile>& after)
     {
-        writeOld(tree::versionFile(editor("1.0", before)).toUtf8());
-        writeNew(tree::versionFile(editor("2.0", after)).toUtf8());
+        writeOld(tree::versionFile(editorRelease("1.0", before)).toUtf8());
+        writeNew(tree::versionFile(editorRelease("2.0", after)).toUtf8());
     }
 
     QString oldPath() const { return m_dir / "old.txt"; }
@@ -128,8 +120,8 @@ private Q_SLOTS:
         QFETCH(QString, version);
         QFETCH(bool, same);
         Releases releases({}, {});
-        releases.writeOld(tree::versionFile(editor("1.0b", {})).toUtf8());
-        releases.writeNew(tree::versionFile(editor(version, {})).toUtf8());
+        releases.writeOld(tree::versionFile(editorRelease("1.0b")).toUtf8());
+        releases.writeNew(tree::versionFile(editorRelease(version)).toUtf8());
         QCOMPARE(releases.compare().contains(
                      "Both have the same version: no installation will be updated."),
                  same);
@@ -139,7 +131,7 @@ private Q_SLOTS:
     void otherRecordsAreNotRead()
     {
         Releases releases({}, {});
-        const ProgramData two = editor("2.0", {tree::entry("a", "a")});
+        const ProgramData two = editorRelease("2.0", {tree::entry("a", "a")});
         ProgramData viewer = two;
         viewer.name = "Viewer";
         viewer.files = {tree::entry("b", "bb")};
@@ -170,7 +162,7 @@ private Q_SLOTS:
     {
         Releases releases({}, {});
         releases.writeNew(
-            tree::versionFile(editor("2.0", {})).replace("Editor", "Viewer").toUtf8());
+            tree::versionFile(editorRelease("2.0")).replace("Editor", "Viewer").toUtf8());
         QCOMPARE(releases.compare(),
                  QStringList{releases.newPath() + ": has no record of \"Editor\" with a version"});
         QCOMPARE(releases.findings, 1);
@@ -179,7 +171,7 @@ private Q_SLOTS:
     void nameIsTheOneOfTheFirstMark()
     {
         Releases releases({}, {});
-        releases.writeOld("</x> > <> text " + tree::versionFile(editor("1.0", {})).toUtf8());
+        releases.writeOld("</x> > <> text " + tree::versionFile(editorRelease("1.0")).toUtf8());
         QCOMPARE(releases.compare().size(), 2);
         QCOMPARE(releases.findings, 0);
     }
@@ -214,7 +206,7 @@ private Q_SLOTS:
         QFETCH(QString, finding);
         const QVector<ProgramFile> files{tree::entry("a", "1"), tree::entry("b", "22"),
                                          tree::entry("c", "333")};
-        QByteArray text = tree::versionFile(editor("2.0", files)).toUtf8();
+        QByteArray text = tree::versionFile(editorRelease("2.0", files)).toUtf8();
         finding.replace("@size", QString::number(text.size()));
         QCOMPARE(text.count(before), 1);
         Releases releases({}, {});
@@ -224,7 +216,7 @@ private Q_SLOTS:
 
         // In the old one, too; the new one is right.
         releases.writeOld(text);
-        releases.writeNew(tree::versionFile(editor("2.0", {})).toUtf8());
+        releases.writeNew(tree::versionFile(editorRelease("2.0")).toUtf8());
         QCOMPARE(releases.compare().constFirst(), releases.oldPath() + ": " + finding);
         QCOMPARE(releases.findings, 1);
     }
@@ -301,8 +293,7 @@ private Q_SLOTS:
         release::describe(dir / "1", "Editor", "1.0");
         release::describe(dir / "2", "Editor", "2.0");
 
-        UpdaterProcess tool;
-        tool.setProgram(UPDATER_RELEASE_EXECUTABLE);
+        Tool tool;
         QCOMPARE(tool.run({"diff", dir / "1/index.txt", dir / "2/index.txt"}), 0);
         QCOMPARE(tool.output(), QByteArray("added   new (3 bytes)\n"
                                            "changed Contents/MacOS/Editor (4 bytes)\n"

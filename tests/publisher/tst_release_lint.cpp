@@ -3,13 +3,13 @@
 
 #include "publisher/Lint.h"
 
+#include "tests/publisher/Tool.h"
 #include "tests/support/CollectedOutput.h"
 #include "tests/support/Needs.h"
 #include "tests/support/ReleaseTree.h"
 #include "tests/support/Restrictions.h"
 #include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
-#include "tests/support/UpdaterProcess.h"
 
 #include <QFile>
 #include <QRegularExpression>
@@ -64,12 +64,15 @@ private:
     TestDir m_dir;
 };
 
-/// The tool itself, as a release script meets it.
-class Tool : public UpdaterProcess
+/// The findings, without the reasons, in a tree of just @p files.
+QStringList findingsIn(const TestDir& dir, const QStringList& files, const QString& program)
 {
-public:
-    Tool() { setProgram(UPDATER_RELEASE_EXECUTABLE); }
-};
+    for (const QString& name : files)
+        files::write(dir / name, "contents");
+    CollectedOutput output;
+    publisher::lint(dir.path(), program, {}, output);
+    return output.withoutReasons();
+}
 
 /// The long options in @p text, sorted.
 QStringList longOptions(const QString& text)
@@ -306,13 +309,9 @@ private Q_SLOTS:
         QFETCH(QString, program);
         QFETCH(QString, finding);
         const TestDir dir;
-        for (const QString& name : std::as_const(files))
-            files::write(dir / name, "contents");
-        CollectedOutput output;
-        publisher::lint(dir.path(), program, {}, output);
         const QStringList expected =
             finding.isEmpty() ? QStringList() : QStringList{dir.path() + finding};
-        QCOMPARE(output.withoutReasons(), expected);
+        QCOMPARE(findingsIn(dir, files, program), expected);
     }
 
     /// The tree is installed over the bundle: what is in a bundle in it goes into a bundle in that.
@@ -337,11 +336,8 @@ private Q_SLOTS:
         QFETCH(QStringList, files);
         QFETCH(QString, finding);
         const TestDir dir;
-        for (const QString& name : std::as_const(files))
-            files::write(dir / name, "contents");
-        CollectedOutput output;
-        publisher::lint(dir.path(), "Editor", {}, output);
-        QCOMPARE(output.withoutReasons(), finding.isEmpty() ? QStringList() : QStringList{finding});
+        QCOMPARE(findingsIn(dir, files, "Editor"),
+                 finding.isEmpty() ? QStringList() : QStringList{finding});
     }
 
     void linkedProgramElsewhereHasItsFinding()
@@ -539,7 +535,7 @@ private Q_SLOTS:
         LintedRelease tree;
         tree.add("a<b");
         Tool tool;
-        tool.setWrapper({"sh", "-c", "exec \"$@\" >/dev/full", "sh"});
+        tool.writeToFullDevice();
         QCOMPARE(tool.run({"lint", tree.path()}), 1);
         QVERIFY(tool.output().contains("could not be written"));
     }

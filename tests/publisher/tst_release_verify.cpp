@@ -4,8 +4,10 @@
 #include "publisher/Lint.h"
 #include "publisher/Verify.h"
 
+#include "tests/publisher/Tool.h"
 #include "tests/support/CollectedOutput.h"
 #include "tests/support/Command.h"
+#include "tests/support/EditorRelease.h"
 #include "tests/support/HttpServer.h"
 #include "tests/support/Needs.h"
 #include "tests/support/Nginx.h"
@@ -69,9 +71,6 @@ class Scripted
 public:
     Scripted()
     {
-        data.name = "Editor";
-        data.version = "2.1";
-        data.files = {tree::entry("sub/a", contents)};
         serveIndex(tree::versionFile(data).toUtf8());
         serveFile(HttpReply::ok(contents));
     }
@@ -82,7 +81,7 @@ public:
     void serveFile(const HttpReply& reply) { server.serve("/1/sub/a", reply); }
 
     const QByteArray contents = QByteArray("contents ").repeated(100);
-    ProgramData data;
+    ProgramData data = editorRelease("2.1", {tree::entry("sub/a", contents)});
     HttpServer server;
 };
 
@@ -91,12 +90,6 @@ QByteArray headerLines(const QByteArray& request)
 {
     return request.mid(request.indexOf("\r\n"));
 }
-
-class Tool : public UpdaterProcess
-{
-public:
-    Tool() { setProgram(UPDATER_RELEASE_EXECUTABLE); }
-};
 
 } // namespace
 
@@ -360,7 +353,7 @@ private Q_SLOTS:
         Scripted release;
         release.serveFile(HttpReply::error(404));
         Tool tool;
-        tool.setWrapper({"sh", "-c", "exec \"$@\" >/dev/full", "sh"});
+        tool.writeToFullDevice();
         QCOMPARE(tool.run({"verify", release.url()}), 1);
         QCOMPARE(tool.output(), QByteArray("Editor 2.1: 1 files checked, 1 findings\n"
                                            "updater-release: the output could not be written\n"));
