@@ -2,7 +2,7 @@
 // writing, removing, moving and making directories are not checked: what that leads to is told
 // here.
 
-#include "tests/support/Mounts.h"
+#include "tests/support/Needs.h"
 #include "tests/support/Restrictions.h"
 #include "tests/support/Row.h"
 #include "tests/support/Scene.h"
@@ -26,9 +26,7 @@ private Q_SLOTS:
 
     void readOnlyTemporaryDirectoryMakesTheUpdateTryWithoutEnd()
     {
-        const auto command = commandUnderPermissions();
-        if (!command)
-            QSKIP(NO_PERMISSIONS);
+        UNDER_PERMISSIONS(command);
         ServedScene scene;
         scene.publish({{"a.bin", "new a"}, {"b.bin", "new b"}});
         scene.install({{"a.bin", "old"}});
@@ -46,9 +44,7 @@ private Q_SLOTS:
 
     void updateGoesOnWhenTheTemporaryDirectoryBecomesWritable()
     {
-        const auto command = commandUnderPermissions();
-        if (!command)
-            QSKIP(NO_PERMISSIONS);
+        UNDER_PERMISSIONS(command);
         ServedScene scene;
         const Tree published{{"a.bin", "new a"}, {"sub/b.bin", "new b"}};
         scene.publish(published);
@@ -70,9 +66,7 @@ private Q_SLOTS:
         ServedScene scene;
         scene.publish({{"a.bin", "new a"}, {"b.bin", "new b"}});
         // The top, the file that keeps it, the download directory, and one file.
-        const auto command = mounts::commandWithTmpfs(scene.tmpDir, "nr_inodes=4");
-        if (!command)
-            QSKIP(NO_MOUNTS);
+        UNDER_TMPFS(command, scene.tmpDir, "nr_inodes=4");
         scene.updater.setWrapper(*command);
         scene.start();
         QVERIFY(scene.waitForRequests("b.bin", 25));
@@ -91,9 +85,7 @@ private Q_SLOTS:
         scene.publish(published);
         scene.install({{"b.bin", "old b"}, {"c.bin", "old c"}});
         const QString copy = scene.dir / "copy";
-        const auto command = mounts::commandWithTmpfs(scene.tmpDir, "size=64k", copy);
-        if (!command)
-            QSKIP(NO_MOUNTS);
+        UNDER_TMPFS(command, scene.tmpDir, "size=64k", copy);
         files::makeDirectory(copy);
         scene.updater.setWrapper(*command);
 
@@ -132,9 +124,7 @@ private Q_SLOTS:
         scene.publish(published);
         scene.install({{Scene::exeName, "old"}, {"Contents/Resources/data.bin", "old"}});
         const QString copy = scene.dir / "copy";
-        const auto command = mounts::commandWithTmpfs(scene.tmpDir, "size=16m", copy);
-        if (!command)
-            QSKIP(NO_MOUNTS);
+        UNDER_TMPFS(command, scene.tmpDir, "size=16m", copy);
         files::makeDirectory(copy);
         scene.updater.setWrapper(*command);
 
@@ -156,9 +146,7 @@ private Q_SLOTS:
         scene.publish({{"a.bin", "new a"}, {"b.bin", large}, {"c.bin", "new c"}});
         scene.install({{"a.bin", "old a"}, {"b.bin", "old b"}, {"c.bin", "old c"}});
         const QString copy = scene.dir / "copy";
-        const auto command = mounts::commandWithTmpfs(scene.installDir, "size=64k", copy);
-        if (!command)
-            QSKIP(NO_MOUNTS);
+        UNDER_TMPFS(command, scene.installDir, "size=64k", copy);
         files::makeDirectory(copy);
         scene.updater.setWrapper(*command);
 
@@ -178,9 +166,7 @@ private Q_SLOTS:
 
     void readOnlyFileIsReplaced()
     {
-        const auto command = commandUnderPermissions();
-        if (!command)
-            QSKIP(NO_PERMISSIONS);
+        UNDER_PERMISSIONS(command);
         ServedScene scene;
         scene.publish({{"a.bin", "new"}});
         scene.install({{"a.bin", "old"}});
@@ -194,9 +180,7 @@ private Q_SLOTS:
 
     void unreadableFileIsTakenForDifferent()
     {
-        const auto command = commandUnderPermissions();
-        if (!command)
-            QSKIP(NO_PERMISSIONS);
+        UNDER_PERMISSIONS(command);
         ServedScene scene;
         scene.publish({{"a.bin", "same"}});
         scene.install({{"a.bin", "same"}});
@@ -210,9 +194,7 @@ private Q_SLOTS:
 
     void readOnlyDirectoryKeepsItsFiles()
     {
-        const auto command = commandUnderPermissions();
-        if (!command)
-            QSKIP(NO_PERMISSIONS);
+        UNDER_PERMISSIONS(command);
         ServedScene scene;
         scene.publish({{"a.bin", "new"},
                        {"locked/b.bin", "new"},
@@ -304,9 +286,7 @@ private Q_SLOTS:
         files::setMode(running, 0755);
         QStringList command;
         if (otherFileSystem) {
-            const auto withTmpfs = mounts::commandWithTmpfs(scene.tmpDir, "size=16m");
-            if (!withTmpfs)
-                QSKIP(NO_MOUNTS);
+            UNDER_TMPFS(withTmpfs, scene.tmpDir, "size=16m");
             command = *withTmpfs;
         }
         // The copy is run in place of the updater.

@@ -277,8 +277,7 @@ private Q_SLOTS:
         if (otherToolkit && otherHost().isEmpty())
             QSKIP("UPDATER_OTHER_SHM_HOST does not name the shm_host of a build with another Qt");
         HostAndServer scene(otherToolkit ? otherHost() : QString());
-        const bool sameMajor =
-            scene.host->qtVersion().left(2) == QByteArray(qVersion()).left(2);
+        const bool sameMajor = scene.host->qtVersion().left(2) == QByteArray(qVersion()).left(2);
         QCOMPARE(sameMajor, !otherToolkit);
         auto witness = scene.attach();
 

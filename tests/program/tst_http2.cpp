@@ -7,7 +7,6 @@
 #include "tests/support/Authority.h"
 #include "tests/support/HttpServer.h"
 #include "tests/support/MessageBoxes.h"
-#include "tests/support/Mounts.h"
 #include "tests/support/Needs.h"
 #include "tests/support/Nginx.h"
 #include "tests/support/OwnProcess.h"
@@ -79,12 +78,6 @@ QList<int> requestsPerConnection(const Nginx& server)
     return counts.values();
 }
 
-QString warningWithCode(int code)
-{
-    return QString("warning|Error|An error occured while downloading the update.\nError code: %1")
-        .arg(code);
-}
-
 /// A published release, and an old installation.
 class Http2Scene : public Scene
 {
@@ -124,9 +117,7 @@ private Q_SLOTS:
         m_authority = std::make_unique<Authority>("Trusted authority");
         m_certificate = m_authority->issueNamed("updates", "IP:127.0.0.1");
         m_trustStore = std::make_unique<TrustStore>(*m_authority);
-        const auto command = m_trustStore->command();
-        if (!command)
-            QSKIP(NO_MOUNTS);
+        UNDER_TRUST(command, *m_trustStore);
         m_command = *command;
         // As in the program: a box that closes ends nothing.
         QApplication::setQuitOnLastWindowClosed(false);
@@ -292,7 +283,7 @@ private Q_SLOTS:
 
         QCOMPARE(scene.updateHere(through(relay)), 1);
 
-        QCOMPARE(boxes.summaries(), QStringList{warningWithCode(code)});
+        QCOMPARE(boxes.summaries(), QStringList{MessageBoxes::transferError(code)});
         QCOMPARE(protocolsOf(*server), QStringList{"HTTP/2.0"});
         QCOMPARE(server->requests(), QStringList({"/index.txt", "/a.bin", pathOfVictim(),
                                                   pathOfVictim(), pathOfVictim()}));

@@ -1,6 +1,7 @@
 // What the program touches at all: every path that a run opens for writing, makes, moves, removes
 // or changes the mode of, as the system reports it.
 
+#include "tests/support/Needs.h"
 #include "tests/support/Row.h"
 #include "tests/support/Scene.h"
 #include "tests/support/SystemCalls.h"
@@ -129,8 +130,7 @@ class TestReach : public QObject
 private Q_SLOTS:
     void initTestCase()
     {
-        if (!SystemCalls::canBeTraced())
-            QSKIP("strace is not installed, or may not trace");
+        SKIP_UNLESS(SystemCalls::canBeTraced(), "strace is not installed, or may not trace");
     }
 
     // ---- The record itself

@@ -2,7 +2,6 @@
 
 #include "tests/support/Authority.h"
 #include "tests/support/HttpServer.h"
-#include "tests/support/Mounts.h"
 #include "tests/support/Needs.h"
 #include "tests/support/Nginx.h"
 #include "tests/support/Relay.h"
@@ -96,9 +95,7 @@ private Q_SLOTS:
         NEEDS_PROGRAM("openssl");
         const Authority authority("Trusted authority");
         const TrustStore trustStore(authority);
-        const auto command = trustStore.command();
-        if (!command)
-            QSKIP(NO_MOUNTS);
+        UNDER_TRUST(command, trustStore);
         RoutedScene scene;
         const Nginx server(scene.releaseDir,
                            authority.issueNamed("updates", "DNS:updates.example"));

@@ -2,7 +2,6 @@
 // and under several that it must refuse.
 
 #include "tests/support/Authority.h"
-#include "tests/support/Mounts.h"
 #include "tests/support/Needs.h"
 #include "tests/support/Nginx.h"
 #include "tests/support/Row.h"
@@ -57,9 +56,7 @@ private Q_SLOTS:
         m_other = std::make_unique<Authority>("Other authority");
         m_trusted = std::make_unique<Authority>("Trusted authority");
         m_trustStore = std::make_unique<TrustStore>(*m_trusted);
-        const auto command = m_trustStore->command();
-        if (!command)
-            QSKIP(NO_MOUNTS);
+        UNDER_TRUST(command, *m_trustStore);
         m_command = *command;
     }
 

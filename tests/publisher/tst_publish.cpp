@@ -563,8 +563,7 @@ private Q_SLOTS:
     /// One call replaces the link; nothing takes it away before.
     void switchIsOneStep()
     {
-        if (!SystemCalls::canBeTraced())
-            QSKIP("strace is not installed or may not trace");
+        SKIP_UNLESS(SystemCalls::canBeTraced(), "strace is not installed or may not trace");
         publishVersion("1.0");
         publishVersion("2.0");
         const QString record = *m_scene / "calls";
