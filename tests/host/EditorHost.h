@@ -1,4 +1,8 @@
-// Editor as a host application: what it tells the kit about itself, and what the kit tells it.
+// Editor as a host application that uses the host kit.
+//
+//   const HostInfo info = editorInfo(UPDATER_EXECUTABLE, "1.0", server.url("/index.txt"));
+//   server.serve("/index.txt", HttpReply::ok(versionFile("2.0")));
+//   QCOMPARE(outcome(info), QStringList{"found 2.0 optional "});
 #ifndef TESTS_HOST_EDITORHOST_H
 #define TESTS_HOST_EDITORHOST_H
 
@@ -11,7 +15,7 @@
 #include <QStringList>
 #include <QTest>
 
-/// An Editor that is installed nowhere.
+/// What an Editor tells the kit about itself. It is not really installed.
 inline HostInfo editorInfo(const QString& updater, const QString& version = QStringLiteral("1.0"),
                            const QString& url = QStringLiteral("http://127.0.0.1:1/index.txt"))
 {
@@ -27,7 +31,7 @@ inline QStringList updateArguments(const HostInfo& info)
             info.version, "-l", info.url,  "-x", info.exe};
 }
 
-/// The version file of an Editor without files.
+/// The version file of a release without files.
 inline QByteArray versionFile(const QString& version, bool required = false,
                               const QByteArray& changelog = QByteArray())
 {

@@ -1,4 +1,4 @@
-# The host kit as its users have it, and the example application.
+# The host kit and the example application.
 
 updater_test(UpdateCheck)
 target_link_libraries(tst_UpdateCheck PRIVATE updater_host ${CMAKE_DL_LIBS})

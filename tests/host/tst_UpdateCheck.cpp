@@ -1,5 +1,5 @@
-// The host kit: every way a check can end, with updaters that behave as the test wants, and with
-// the real one where that matters.
+// The host kit: every way a check can end. Most updaters here are scripts; some tests need the real
+// one.
 
 #include <UpdaterHost/UpdateCheck.h>
 
@@ -31,12 +31,12 @@
 #include <dlfcn.h>
 #endif
 
-// System functions that Qt calls for a segment. With the GNU C library these come before its own.
-// They do the same unless a test asks for trouble.
+// System functions that Qt calls for a segment. They replace those of the GNU C library and call
+// them, unless a test wants them to fail.
 
 namespace {
 
-/// How often a segment gets a number that is not its own, and which one. -1 stands for an error.
+/// How often a segment gets a wrong number, and which one; -1 is an error.
 int wrongNumbers = 0;
 key_t wrongNumber = -1;
 
@@ -44,11 +44,11 @@ key_t wrongNumber = -1;
 int refusedLocks = 0;
 
 #ifdef __GLIBC__
-constexpr bool troubleCanBeMade = true;
+constexpr bool failuresCanBeMade = true;
 #else
-constexpr bool troubleCanBeMade = false;
+constexpr bool failuresCanBeMade = false;
 #endif
-const char* const noTrouble = "the system's functions are called directly here";
+const char* const noFailures = "the system's functions are called directly here";
 
 } // namespace
 
@@ -92,7 +92,7 @@ public:
 /// The key of the segment, for the commands of a FakeUpdater: the last argument of a check.
 const QByteArray key = "\"$9\"";
 
-/// Commands that have another host do @p lines with the segment.
+/// Commands that attach a host to the segment and give it the command lines @p lines.
 QByteArray withSegment(const QByteArray& lines)
 {
     return "printf '" + lines + "quit\\n' | '" SHM_HOST_EXECUTABLE "' " + key;
@@ -131,7 +131,7 @@ QString changelogFile(const QString& version)
     return QDir(QDir::tempPath()).filePath("velmora_cl_" + version + ".dat");
 }
 
-/// The segment of someone else, who is attached to it.
+/// A segment of another program, which is attached to it.
 class OtherSegment
 {
 public:
@@ -159,7 +159,7 @@ private:
     const void* const m_address;
 };
 
-/// A check that lives in a thread of its own, which may so wait for a lock.
+/// A check in a thread of its own, which may wait for a lock.
 class CheckInThread
 {
 public:
@@ -192,7 +192,7 @@ class TestUpdateCheck : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    /// Whatever has happened, nothing is left.
+    /// No test leaves files or segments.
     void cleanup()
     {
         QCOMPARE(files::list(QDir::tempPath()), QStringList());
@@ -213,7 +213,7 @@ private Q_SLOTS:
         row("older version", "3.0", report("2.0"), "found 2.0 optional ");
         row("same version", "2.0", report("2.0", true), "up to date");
         row("same version in another case", "2.0-BETA", report("2.0-beta"), "up to date");
-        row("longer by a blank", "2.0", report("2.0 "), "found 2.0  optional ");
+        row("longer by a space", "2.0", report("2.0 "), "found 2.0  optional ");
         row("not ASCII", "1.0", report("2.0\xE4"),
             QString::fromUtf8("found 2.0\xC3\xA4 optional "));
         row("not ASCII, same version in another case", QString::fromUtf8("2.0\xC3\x84"),
@@ -237,7 +237,7 @@ private Q_SLOTS:
         const FakeUpdater updater(reporting(bytes));
         const Messages messages;
         QCOMPARE(outcome(updater.host(installed)), QStringList{expected});
-        // Qt warns of a lock that is not returned.
+        // Qt warns when a lock is not released.
         QCOMPARE(messages.all().size(), 0);
     }
 
@@ -270,8 +270,8 @@ private Q_SLOTS:
 
     void reportWithoutTheLockIsNotRead()
     {
-        if (!troubleCanBeMade)
-            QSKIP(noTrouble);
+        if (!failuresCanBeMade)
+            QSKIP(noFailures);
         const FakeUpdater updater(reporting(report("2.0")));
         UpdateCheck check(updater.host());
         const Told told(check);
@@ -306,7 +306,7 @@ private Q_SLOTS:
             QByteArray("\xC3\xA4 \xE6\x97\xA5 \xF0\x9F\x9A\x80").toBase64(),
             QString::fromUtf8("found 2.0 optional \xC3\xA4 \xE6\x97\xA5 \xF0\x9F\x9A\x80"));
         row("empty file", QByteArray("2.0"), QByteArray(""), "found 2.0 optional ");
-        row("version with blanks around", QByteArray(" 2.0 "), QByteArray("News").toBase64(),
+        row("version with spaces around", QByteArray(" 2.0 "), QByteArray("News").toBase64(),
             "found  2.0  optional News");
         row("up to date", QByteArray("1.0"), QByteArray("News").toBase64(), "up to date");
     }
@@ -328,7 +328,7 @@ private Q_SLOTS:
         QCOMPARE(outcome(updater.host()), QStringList{"found 2.0 optional "});
     }
 
-    /// The server's word must not choose which file is read and removed.
+    /// The published version must not decide which file is read and removed.
     void versionNamesNoFileInAnotherDirectory()
     {
         const FakeUpdater updater(reporting(report("a/../2.0")));
@@ -438,7 +438,7 @@ private Q_SLOTS:
     void nextKeyWillDoWhenOneIsTaken_data()
     {
         QTest::addColumn<int>("failures");
-        QTest::addColumn<bool>("taken");       // Else the system cannot tell the number.
+        QTest::addColumn<bool>("taken");       // Else the system has no number for the key.
         QTest::addColumn<QString>("expected"); // Its start.
         const QString found = "found 2.0 optional ";
         const QString failed = "failed: QSharedMemory::";
@@ -450,8 +450,8 @@ private Q_SLOTS:
 
     void nextKeyWillDoWhenOneIsTaken()
     {
-        if (!troubleCanBeMade)
-            QSKIP(noTrouble);
+        if (!failuresCanBeMade)
+            QSKIP(noFailures);
         QFETCH(int, failures);
         QFETCH(bool, taken);
         QFETCH(QString, expected);
@@ -462,7 +462,7 @@ private Q_SLOTS:
         wrongNumbers = failures;
         const QStringList told = outcome(updater.host());
         const int left = std::exchange(wrongNumbers, 0);
-        // Qt leaves the file of a key that is taken.
+        // Qt does not remove the file of a key that is taken.
         const QStringList keyFiles = QDir::temp().entryList({"qipc_sharedmemory_*"}, QDir::Files);
         for (const QString& file : keyFiles)
             QFile::remove(QDir::temp().filePath(file));
@@ -661,7 +661,7 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(updater / "key"), patience);
         const Messages messages;
         check.reset();
-        // Qt warns of a process that is still there.
+        // Qt warns when the process still runs.
         QCOMPARE(messages.all().size(), 0);
         if (QFileInfo::exists("/proc/self"))
             QCOMPARE(processes::children(), QList<qint64>());
@@ -725,8 +725,7 @@ private Q_SLOTS:
         QCOMPARE(arguments, updateArguments(info));
     }
 
-    /// Two installations have links of their own; the second update of one has the same as the
-    /// first.
+    /// Two installations have two links. Another update of the same installation has the same link.
     void linkBelongsToTheDirectory()
     {
         const FakeUpdater updater(recordingArguments);
@@ -746,7 +745,7 @@ private Q_SLOTS:
         QCOMPARE(targetAgain, one);
     }
 
-    /// Users share the temporary directory: none finds the link of another one in the way.
+    /// Users share the temporary directory. The link of one must not be in the way of another.
     void linkBelongsToTheUser()
     {
         const FakeUpdater updater(recordingArguments);

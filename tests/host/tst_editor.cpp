@@ -1,5 +1,5 @@
-// The example application: what it makes of a check, what it asks the user, and the whole road from
-// Editor 1.0 to Editor 2.0.
+// The example application: the results of its checks, its question to the user, and the whole
+// update from Editor 1.0 to Editor 2.0.
 
 #include "examples/editor/EditorWindow.h"
 
@@ -24,8 +24,8 @@
 
 namespace {
 
-/// Puts an Editor of @p version together in @p dir, as it is installed. Its updater is another file
-/// than that of any other version.
+/// Makes an installed Editor of @p version in @p dir. Each version has a different updater, so that
+/// an update replaces it.
 void makeBundle(const QString& dir, const QByteArray& version, const QString& url)
 {
     const QString macOs = dir + "/Contents/MacOS";
@@ -124,7 +124,7 @@ private Q_SLOTS:
         QFETCH(bool, updaterVanishes);
         QFETCH(bool, updates);
         QFETCH(int, exitCode);
-        // Checks as the updater does, and only writes down how an update is started.
+        // Checks as the real updater does, but only records how an update is started.
         const FakeProgram updater("[ \"$1\" = -u ] || exec '" UPDATER_EXECUTABLE "' \"$@\"\n" +
                                   QByteArray(recordingArguments));
         m_server->serve("/index.txt", HttpReply::ok(versionFile("2.0", required, "What is new")));
@@ -146,7 +146,7 @@ private Q_SLOTS:
             changelog = box->informativeText();
             if (updaterVanishes)
                 QFile::remove(info.updater);
-            // An Editor that quits has done so long before.
+            // An Editor that quits does so well within this time.
             QTimer::singleShot(500, &window, [] { QCoreApplication::exit(StillRuns); });
             QAbstractButton* chosen = nullptr;
             const auto buttons = box->buttons();
@@ -217,7 +217,7 @@ private Q_SLOTS:
         QCOMPARE(differencesFromRelease(dir / "Editor.app", dir / "www/editor"), QStringList());
     }
 
-    /// The second update is the work of an updater that the first has installed.
+    /// The updater that the first update installs does the second one.
     void editorUpdatesItselfTwice()
     {
         NEEDS_NGINX();
@@ -241,7 +241,8 @@ private Q_SLOTS:
 private:
     enum ExitCode { StillRuns = 7, TookTooLong };
 
-    /// Runs the installed Editor until it quits; it and those that follow it write to a new log.
+    /// Runs the installed Editor until it quits. It writes to a new log, as do the Editors that the
+    /// update starts after it.
     static void runEditor(const TestDir& dir)
     {
         QProcess process;

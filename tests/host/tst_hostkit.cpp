@@ -1,5 +1,5 @@
-// The host kit as others get it: installed, found by a project of its own (tests/host/consumer),
-// and used there to check for a release and to have it installed by the real updater.
+// The host kit as other projects use it: installed, found by such a project (tests/host/consumer),
+// which checks for a release and has the real updater install it.
 
 #include "tests/host/Installed.h"
 #include "tests/support/Command.h"
@@ -22,7 +22,7 @@ const QString exeName = QStringLiteral("Contents/MacOS/Viewer");
 const QString updaterName = QStringLiteral("Contents/MacOS/updater");
 
 /// Runs cmake with @p arguments.
-/// @return Nothing when that succeeds, else what it has printed.
+/// @return What it has printed when it fails, else nothing.
 QString cmakeFailure(const QStringList& arguments)
 {
     const QStringList command = QStringList{CMAKE_EXECUTABLE} + arguments;
@@ -67,7 +67,7 @@ private Q_SLOTS:
         m_program->letEnd();
     }
 
-    /// By its component alone: "install" has what an installation without one leaves.
+    /// Of the component "host-kit" alone. The test "install" looks at an installation without it.
     void installedFiles()
     {
         const QString name = QStringLiteral("UpdaterHost-Qt%1").arg(QT_VERSION_MAJOR);
@@ -75,7 +75,7 @@ private Q_SLOTS:
         QStringList installed;
         const QStringList all = files::list(m_dir / "prefix");
         for (const QString& file : all) {
-            // Not what is named after the kind of build.
+            // The names of the others depend on the build type.
             if (!file.endsWith('/') && !file.contains("Targets-"))
                 installed.append(file);
         }
@@ -86,7 +86,7 @@ private Q_SLOTS:
         QCOMPARE(installed, expected);
     }
 
-    void needsNothingButTheCoreOfTheToolkit()
+    void needsOnlyQtCore()
     {
         const QString name = QStringLiteral("UpdaterHost-Qt%1").arg(QT_VERSION_MAJOR);
         const QByteArray targets =
@@ -194,7 +194,7 @@ private:
             m_server->serve("/viewer/" + file.key(), HttpReply::ok(file.value()));
     }
 
-    /// Installs the Viewer that was built with the kit in @p app, as version 1.0.
+    /// Installs Viewer 1.0, which was built with the kit, in @p app.
     void layViewer(const QString& app) const
     {
         release::lay({{exeName, files::read(m_dir / "build/viewer")},

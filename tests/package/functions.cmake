@@ -1,5 +1,5 @@
-# What the scripts in this directory share. A script that finds something else than it expects ends
-# with an error:
+# What the scripts in this directory share. A script that does not find what it expects ends with an
+# error:
 #
 #   cmake_minimum_required(VERSION 3.16)
 #   include(${CMAKE_CURRENT_LIST_DIR}/functions.cmake)
@@ -71,7 +71,7 @@ function(expect_files directory)
   endif()
 endfunction()
 
-# Before a program with windows.
+# The start of a command line: runs a program with windows without a display.
 set(offscreen ${CMAKE_COMMAND} -E env QT_QPA_PLATFORM=offscreen)
 
 # What an installation leaves below its prefix.

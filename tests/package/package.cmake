@@ -36,13 +36,13 @@ endif()
 if(GENERATOR STREQUAL "DEB")
   run(0 dpkg-deb -x ${package} ${work}/unpacked)
   run(0 dpkg-deb -f ${package})
-  string(TOLOWER lib${QT}core toolkit)
+  string(TOLOWER lib${QT}core qt_core)
   foreach(line
       "Package: updater\n"
       "Version: ${VERSION}\n"
       "Architecture: [a-z0-9-]+\n"
       "Maintainer: The updater developers <updater@example.org>\n"
-      "Depends: [^\n]*${toolkit}"
+      "Depends: [^\n]*${qt_core}"
       "Description: Self-updater of a desktop application\n +[A-Z]")
     expect_output("(^|\n)${line}")
   endforeach()

@@ -1,5 +1,5 @@
-# Configures a project that has this one as a part, builds its program, which uses the host kit, and
-# looks at what of this project shows there.
+# Configures a project that contains this one, builds its program, which uses the host kit, and
+# checks that it gets nothing else of this project.
 # Run by ctest: cmake -DSOURCE_DIR=... -DWORK=<directory> -DGENERATOR=... -DCXX_COMPILER=...
 #                     -DQT_MAJOR=5|6 -P subproject.cmake
 

@@ -1,5 +1,5 @@
-// The publisher's road: releases that publisher/publish.sh lays out, served by nginx with
-// publisher/nginx.conf as it is shipped, and the commands of docs/publishing.md.
+// Publishing: releases that publisher/publish.sh makes, served by nginx with the shipped
+// publisher/nginx.conf, and the commands in docs/publishing.md.
 
 #include "tests/support/Authority.h"
 #include "tests/support/Command.h"
@@ -28,13 +28,13 @@ namespace {
 const char* const exeName = "Contents/MacOS/Editor";
 const char* const pageName = "Contents/Resources/help.html";
 
-// Headings of the guide. The first commands below each are run here.
+// Headings of the guide. The tests run the first commands after each.
 const char* const runThis = "### On a build server";
 const char* const runAsTheUser = "## Rehearse";
 const char* const runBeforeRepetition = "### When a job failed before it published";
 const char* const runToEnd = "### When a job failed after it published";
 
-/// What a web server with other duties may have set for all of its sites.
+/// What a web server that serves other sites may have set for all of them.
 const char* const settingsOfOtherSites = "  types { text/html html; application/json json; }\n"
                                          "  default_type text/html;\n"
                                          "  charset utf-8;\n"
@@ -66,7 +66,7 @@ QByteArray shippedServer(const ServerCertificate& certificate, const QString& de
     return site;
 }
 
-/// The same behind what other sites have set.
+/// The same after settings of other sites.
 QByteArray shippedSite(const ServerCertificate& certificate, const QString& dest, quint16 port)
 {
     return settingsOfOtherSites + shippedServer(certificate, dest, port);
@@ -105,7 +105,7 @@ QStringList header(const QByteArray& name, const QByteArray& value)
     return {"-H", QString::fromLatin1(name + ": " + value)};
 }
 
-/// Makes every file below @p dir as old as builds that can be repeated make theirs.
+/// Gives all files below @p dir the same old date, as reproducible builds do.
 void makeOld(const QString& dir)
 {
     const QStringList names = files::list(dir);
@@ -157,7 +157,7 @@ private Q_SLOTS:
     {
         m_scene = std::make_unique<TestDir>();
         m_program = std::make_unique<RelaunchedProgram>();
-        files::write(tmpDir() + "/keep", ""); // Else an emptied temporary directory would go, too.
+        files::write(tmpDir() + "/keep", ""); // The updater removes an empty one.
         files::write(*m_scene / "CHANGES.txt", "News\n");
         for (const QByteArray version : {"1.0", "2.0"}) {
             release::lay(editor(version), tree(version));
@@ -194,7 +194,7 @@ private Q_SLOTS:
         QCOMPARE(files::mode(dest() + "/current/" + pageName), 0644U);
         QCOMPARE(files::mode(dest() + "/current/index.txt"), 0644U);
         QCOMPARE(files::mode(dest() + "/releases/1.0"), 0755U);
-        // May be moved as a whole; nothing is left of the work; the tree is as it was.
+        // The link is relative, nothing else is left, and the tree is unchanged.
         QCOMPARE(linkOf(dest() + "/current"), QString("releases/1.0"));
         QCOMPARE(QDir(dest()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
                  QStringList({"current", "releases"}));
@@ -290,7 +290,7 @@ private Q_SLOTS:
         row("file of equal size", pageName, QStringList());
     }
 
-    /// The trees' files are of one age and of equal size, as builds that can be repeated make them.
+    /// The files of both releases have the same date and size, as those of reproducible builds.
     void cachesLearnOfEveryRelease()
     {
         QFETCH(QString, path);
@@ -337,7 +337,7 @@ private Q_SLOTS:
         publishVersion("2.0");
         QCOMPARE(update(*server, "1.0", *command), 0);
         QCOMPARE(release::differences(release::read(installDir()), editor("2.0")), QStringList());
-        // The version file, and each file that is another once.
+        // The version file for each update, and each file that differs once.
         QCOMPARE(server->requests().size(), 1 + 1 + 4);
         QTRY_COMPARE(m_program->starts().size(), 1);
 
@@ -350,7 +350,7 @@ private Q_SLOTS:
 
     void interruptedPublicationIsNotSeen_data()
     {
-        QTest::addColumn<QString>("replaced"); // The program that something happens to.
+        QTest::addColumn<QString>("replaced"); // The program that fails.
         QTest::addColumn<QByteArray>("lines");
         QTest::addColumn<bool>("complete");
         const QByteArray kill = "kill -9 $PPID\n";
@@ -458,7 +458,7 @@ private Q_SLOTS:
         QCOMPARE(linkOf(dest() + "/current"), QString("releases/1.0"));
     }
 
-    /// What the script says, but for the values of its variables, stands on the page for troubles.
+    /// Every message of the script is on the troubleshooting page, without the values in it.
     void refusalsAreExplained()
     {
         QString script = QString::fromUtf8(files::read(PUBLISH_DIR "/publish.sh"));
@@ -484,7 +484,7 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("tool");
         QTest::addColumn<QStringList>("options");
-        QTest::addColumn<QString>("reason"); // Empty when it is published all the same.
+        QTest::addColumn<QString>("reason"); // Empty when it is published anyway.
         const QStringList accept{"--accept", "x"};
         row("another tool is named", "@scene/none", QStringList(), "there is no linting tool");
         row("findings are accepted", "", accept, "there is no linting tool");
@@ -512,7 +512,7 @@ private Q_SLOTS:
     void findingsMustBeAccepted_data()
     {
         QTest::addColumn<QStringList>("accepted");
-        QTest::addColumn<QString>("refused"); // The begin of a line; empty when it is published.
+        QTest::addColumn<QString>("refused"); // The start of a line; empty when it is published.
         const QString executable = ": executable here, but not for users";
         const QString updaterName = "Contents/MacOS/updater";
         const QString frameworks = "Contents/Frameworks/*";
@@ -560,7 +560,7 @@ private Q_SLOTS:
                  QByteArray("framework"));
     }
 
-    /// One call replaces the link; nothing takes it away before.
+    /// One system call replaces the link, so there always is one.
     void switchIsOneStep()
     {
         SKIP_UNLESS(SystemCalls::canBeTraced(), "strace is not installed or may not trace");
@@ -582,7 +582,7 @@ private Q_SLOTS:
         QCOMPARE(calls, QStringList("rename"));
     }
 
-    /// The lines of the guide for a build server, run as they stand, from release to release.
+    /// The commands of the guide for a build server, for two releases in turn.
     void linesOfTheGuidePublish()
     {
         UNDER_TRUST(command, *m_trustStore);
@@ -619,7 +619,7 @@ private Q_SLOTS:
         QCOMPARE(m_program->starts(), QStringList());
     }
 
-    /// By hand, with the copy of an earlier rehearsal in the way.
+    /// By hand. The copy of an earlier rehearsal is still there.
     void linesOfTheGuideRehearse()
     {
         UNDER_TRUST(command, *m_trustStore);
@@ -648,7 +648,7 @@ private Q_SLOTS:
         const auto empty = serve(*m_scene / "nothing");
         layBuild("2.0", "1.0");
 
-        // Nothing is published yet for the users.
+        // The release is not published yet.
         QCOMPARE(runLines(runThis, *command, "2.0", *server, *empty).status, 1);
         const CommandResult refused = runLines(runThis, *command, "2.0", *server, *stagingServer);
         QCOMPARE(refused.status, 1);
@@ -656,7 +656,7 @@ private Q_SLOTS:
                  qPrintable(refused.output));
         QCOMPARE(linkOf(dest() + "/current"), QString("releases/1.0"));
         QCOMPARE(runLines(runBeforeRepetition, *command, "2.0", *server, *stagingServer).status, 0);
-        // Now they are, but the last look fails.
+        // Now the release is published, but its check fails.
         QCOMPARE(runLines(runThis, *command, "2.0", *empty, *stagingServer).status, 1);
         QCOMPARE(linkOf(dest() + "/current"), QString("releases/2.0"));
         rollBack("1.0"); // As if it had been killed before the switch.
@@ -687,7 +687,7 @@ private:
     QString staging() const { return *m_scene / "staging"; }
     QString work() const { return *m_scene / "work"; }
 
-    /// Lays out what the lines of the guide find: a build, the one before it, the changelog.
+    /// Makes what the commands of the guide work on: a build, the one before it, the changelog.
     void layBuild(const QString& version, const QString& previous) const
     {
         release::lay(editor(version.toLatin1()), work() + "/Editor.app");
@@ -724,7 +724,7 @@ private:
             work());
     }
 
-    /// What the link @p path is made of.
+    /// The target of the link @p path, as it is stored.
     static QString linkOf(const QString& path)
     {
         return QString::fromStdString(std::filesystem::read_symlink(path.toStdString()).string());
@@ -765,7 +765,7 @@ private:
         return get(server.url("/editor/") + path, *m_authority, options);
     }
 
-    /// What a cache that has @p answer asks the server with.
+    /// The options with which a cache that has @p answer asks for a newer one.
     static QList<QStringList> questionsOfCache(const Answer& answer)
     {
         return {header("If-None-Match", answer.headers.value("etag")),

@@ -1,4 +1,4 @@
-// "updater-release diff": what lies between two releases, told from their version files.
+// "updater-release diff": the differences between two releases, by their version files.
 
 #include "publisher/Diff.h"
 
@@ -82,7 +82,7 @@ private Q_SLOTS:
         QCOMPARE(releases.findings, 0);
     }
 
-    /// The updater, too, downloads a file whose size alone is another.
+    /// The updater also downloads a file that differs only in size.
     void otherSizeIsAChange()
     {
         ProgramFile longer = tree::entry("a", "1");
@@ -148,8 +148,8 @@ private Q_SLOTS:
 
     void listedTwiceCountsAsTheUpdaterInstallsIt()
     {
-        // Of the old ones the last is in place, of the new ones all are fetched that differ from
-        // it.
+        // The last of the old ones is installed. The updater fetches every new one that differs
+        // from it.
         Releases releases({tree::entry("a", "1"), tree::entry("a", "22")},
                           {tree::entry("a", "1"), tree::entry("a", "22"), tree::entry("a", "333")});
         QCOMPARE(releases.compare(),
@@ -168,7 +168,7 @@ private Q_SLOTS:
         QCOMPARE(releases.findings, 1);
     }
 
-    void nameIsTheOneOfTheFirstMark()
+    void nameIsThatOfTheFirstTag()
     {
         Releases releases({}, {});
         releases.writeOld("</x> > <> text " + tree::versionFile(editorRelease("1.0")).toUtf8());
@@ -178,8 +178,8 @@ private Q_SLOTS:
 
     void badVersionFileIsFound_data()
     {
-        QTest::addColumn<QByteArray>("before"); // The text of the right one to be replaced,
-        QTest::addColumn<QByteArray>("after");  // and what with.
+        QTest::addColumn<QByteArray>("before"); // What to replace in a good version file,
+        QTest::addColumn<QByteArray>("after");  // and by what.
         QTest::addColumn<QString>("finding");
         const QString list = "lists 3 files, of which the updater sees ";
         const auto replaced = [](const char* name, const QByteArray& before,
@@ -195,7 +195,7 @@ private Q_SLOTS:
         replaced("list ends at a digest", "<sha1>" + files::sha1("22").toLatin1(), "<sha1>",
                  list + "1 (the last is \"a\")");
         replaced("size is not a number", "<size>1<", "<size>one<", list + "2 (the last is \"c\")");
-        replaced("marks in capitals", "<file>\n\t\t<name>c<", "<FILE>\n\t\t<name><",
+        replaced("tags in capitals", "<file>\n\t\t<name>c<", "<FILE>\n\t\t<name><",
                  list + "2 (the last is \"b\")");
     }
 
@@ -214,7 +214,7 @@ private Q_SLOTS:
         QCOMPARE(releases.compare().constFirst(), releases.newPath() + ": " + finding);
         QCOMPARE(releases.findings, 1);
 
-        // In the old one, too; the new one is right.
+        // The same in the old version file; the new one is good.
         releases.writeOld(text);
         releases.writeNew(tree::versionFile(editorRelease("2.0")).toUtf8());
         QCOMPARE(releases.compare().constFirst(), releases.oldPath() + ": " + finding);
@@ -231,7 +231,7 @@ private Q_SLOTS:
             "has no record of \"html\" with a version");
         row("cut off", QByteArray("<Editor>\n\t<version>2.1</version>"),
             "has no record of \"Editor\" with a version");
-        row("blank version", QByteArray("<Editor><version> </version></Editor>"),
+        row("space as the version", QByteArray("<Editor><version> </version></Editor>"),
             "has no record of \"Editor\" with a version");
     }
 
@@ -282,7 +282,7 @@ private Q_SLOTS:
         QTEST(publisher::printable(text), "shown");
     }
 
-    // Two trees as the real updater describes them; what is told is what it then downloads.
+    /// The real updater describes two trees.
     void realReleasesAreCompared()
     {
         const TestDir dir;

@@ -1,5 +1,4 @@
-// "updater-release lint": every rule on a tree that breaks just this one, and on trees that are
-// fine.
+// "updater-release lint": for every rule, a tree that breaks only this one; and good trees.
 
 #include "publisher/Lint.h"
 
@@ -18,7 +17,7 @@
 
 namespace {
 
-/// A release tree that starts out fine.
+/// A release tree without findings, until a test adds some.
 class LintedRelease
 {
 public:
@@ -37,7 +36,7 @@ public:
         files::setMode(*this / name, mode);
     }
 
-    /// Adds something that is no file.
+    /// Adds a special file, an empty directory or else a link to @p kind.
     void addOther(const QString& kind, const QString& name) const
     {
         if (kind == "named pipe")
@@ -50,7 +49,7 @@ public:
             files::link(kind, *this / name);
     }
 
-    /// What the findings are, without the reasons.
+    /// The findings, without the reasons.
     QStringList findings(const QString& program = "Editor") const
     {
         CollectedOutput output;
@@ -314,7 +313,7 @@ private Q_SLOTS:
         QCOMPARE(findingsIn(dir, files, program), expected);
     }
 
-    /// The tree is installed over the bundle: what is in a bundle in it goes into a bundle in that.
+    /// The tree is installed over the bundle. A bundle in the tree becomes a bundle in the bundle.
     void programElsewhereHasItsFinding_data()
     {
         const QString what = ": the program, but not at Contents/MacOS/Editor";
@@ -437,7 +436,7 @@ private Q_SLOTS:
         QFETCH(QString, name);
         const LintedRelease tree;
         CollectedOutput output;
-        publisher::lint(tree / name, "Editor", {"*"}, output); // There is nothing to accept.
+        publisher::lint(tree / name, "Editor", {"*"}, output); // Cannot be accepted.
         QCOMPARE(output.lines, QStringList{(tree / name) + ": not a readable directory"});
     }
 
@@ -524,7 +523,8 @@ private Q_SLOTS:
         QCOMPARE(tool.run({"lint", "-n", "Editor", tree.path()}), 1);
         QCOMPARE(tool.output().count('\n'), 2);
         QCOMPARE(tool.run({"lint", "--name=Viewer", tree.path()}), 1);
-        QCOMPARE(tool.output().count(QByteArray("\n")), 4); // The editor is no program then.
+        QCOMPARE(tool.output().count(QByteArray("\n")),
+                 4); // Viewer is missing, and Editor must not be executable.
         QVERIFY(!tool.output().contains('\x1b'));
     }
 
@@ -612,7 +612,7 @@ private Q_SLOTS:
         row("verify", "verify");
     }
 
-    /// The help and the man page have the same ones.
+    /// The help and the man page have the same options.
     void optionsAreDocumented()
     {
         QFETCH(QString, command);

@@ -1,5 +1,5 @@
-// "updater-release verify": healthy and damaged releases on a real web server, and what only a
-// server of our own does when asked.
+// "updater-release verify": good and damaged releases on a real web server, and faults that only
+// the tests' own server makes.
 
 #include "publisher/Lint.h"
 #include "publisher/Verify.h"
@@ -30,7 +30,7 @@ constexpr int longTimeout = 60;
 const Tree editorTree{{"Contents/Info.plist", "<plist/>\n"},
                       {"Contents/MacOS/Editor", QByteArray(300000, 'E')},
                       {"Contents/Resources/empty.dat", ""},
-                      {"Contents/Resources/with blank & percent 100%.txt", "text"},
+                      {"Contents/Resources/with space & percent 100%.txt", "text"},
                       {"zz", "last"}};
 
 /// What a check of the release at one URL has said.
@@ -65,7 +65,7 @@ private:
     std::optional<Nginx> m_server;
 };
 
-/// A release of one file, served by a server that does as it is told.
+/// A release of one file on the tests' own server.
 class Scripted
 {
 public:
@@ -85,7 +85,7 @@ public:
     HttpServer server;
 };
 
-/// The request's header without the line that tells the path.
+/// The header of the request without its first line, which has the path.
 QByteArray headerLines(const QByteArray& request)
 {
     return request.mid(request.indexOf("\r\n"));
@@ -110,7 +110,7 @@ private Q_SLOTS:
             published.server().requests(),
             QStringList({"/index.txt", "/Contents/Info.plist", "/Contents/MacOS/Editor",
                          "/Contents/Resources/empty.dat",
-                         "/Contents/Resources/with%20blank%20&%20percent%20100%25.txt", "/zz"}));
+                         "/Contents/Resources/with%20space%20&%20percent%20100%25.txt", "/zz"}));
 
         Tool tool;
         QCOMPARE(tool.run({"verify", published.url()}), 0);
@@ -149,7 +149,8 @@ private Q_SLOTS:
         QCOMPARE(published.server().requests(), QStringList{"/index.txt"});
     }
 
-    // Names of what is easily trouble, alone and together: what "lint" lets pass arrives.
+    /// Names of difficult characters, alone and together: "verify" finds nothing wrong with those
+    /// that "lint" accepts.
     void whatLintLetsPassIsRight()
     {
         NEEDS_NGINX();
@@ -246,13 +247,13 @@ private Q_SLOTS:
         QCOMPARE(Verified(release.url()).withoutReasons(),
                  QStringList{"sub/a: served in another encoding (gzip)"});
 
-        // A packed file that the server takes for a packed form of another one is unpacked.
+        // The server declares a .gz file as an encoding of another one: it is unpacked.
         release.data.files = {tree::entry("sub/a", HttpReply::gzipped(release.contents).body)};
         release.serveIndex(tree::versionFile(release.data).toUtf8());
         QCOMPARE(Verified(release.url()).withoutReasons(),
                  QStringList({"sub/a: served in another encoding (gzip)", "sub/a: has 900 bytes"}));
 
-        // The version file may come packed: it is text, and nothing is installed of it.
+        // The version file may be compressed on the way: it is not installed.
         const HttpReply index = HttpReply::gzipped(tree::versionFile(release.data).toUtf8());
         release.server.serve("/1/index.txt", index);
         QCOMPARE(Verified(release.url()).withoutReasons(),
@@ -280,7 +281,7 @@ private Q_SLOTS:
         else
             release.serveFile(HttpReply::cutChunked(body));
         const QStringList findings = Verified(release.url()).withoutReasons();
-        // Of chunks Qt may give out those that came as if they were all: to the byte.
+        // Qt may take the chunks that came for the whole body.
         if (kind == "cut chunks" && findings != QStringList{"sub/a: cannot be fetched"})
             QCOMPARE(findings, QStringList{"sub/a: has 4987 bytes"});
         else
@@ -301,9 +302,9 @@ private Q_SLOTS:
         release.data.files.append(tree::entry("b", "b"));
         release.serveIndex(tree::versionFile(release.data).toUtf8());
         release.serveFile(HttpReply::hold(HttpReply::ok(release.contents)));
-        // Half a second after the limit the server would answer. Its clock and that of the transfer
-        // run in this thread, and its own starts later. So the limit comes first, on a busy machine
-        // too.
+        // The server answers half a second after the limit. Its timer and that of the transfer run
+        // in this thread, and its own starts later. So the limit comes first even on a busy
+        // machine.
         constexpr int limit = 2; // With room for the transfers that are to succeed.
         QTimer server;
         connect(&server, &QTimer::timeout, this, [&release, &server] {
@@ -333,8 +334,8 @@ private Q_SLOTS:
         QFETCH(QStringList, options);
         QFETCH(bool, silent);
         Scripted release;
-        // Only one transfer, and its answer never comes. On a busy machine a good one may take a
-        // second.
+        // The version file never comes. No other transfer has so short a limit: on a busy machine a
+        // good one may take a second.
         if (silent)
             release.server.serve("/1/index.txt", HttpReply::hold(HttpReply::ok("")));
         Tool tool;
@@ -344,8 +345,8 @@ private Q_SLOTS:
         QCOMPARE(QString::fromLocal8Bit(tool.output()), expected);
     }
 
-    /// The finding is written before the note. So nothing is left to write at the end, and only the
-    /// earlier error can tell.
+    /// The finding is written before the note. At the end there is nothing left to write, so the
+    /// tool has to remember the earlier error.
     void resultThatCannotBeWrittenIsTold()
     {
         if (!QFile::exists("/dev/full"))
@@ -359,7 +360,7 @@ private Q_SLOTS:
                                            "updater-release: the output could not be written\n"));
     }
 
-    /// Qt has ended some of these before anyone can wait for them.
+    /// Qt ends some of these before the tool can wait for them.
     void transferThatEndsAtOnceIsNotWaitedFor_data()
     {
         QTest::addColumn<QString>("url");
@@ -388,7 +389,7 @@ private Q_SLOTS:
         QCOMPARE(release.server.mostInFlight(), 1);
     }
 
-    // To the server both are the same client.
+    /// The server cannot tell the tool from the updater.
     void requestsAreThoseOfTheUpdater()
     {
         Scripted release;
@@ -405,7 +406,7 @@ private Q_SLOTS:
     void badVersionFileIsFound_data()
     {
         QTest::addColumn<QByteArray>("text");
-        QTest::addColumn<QStringList>("findings"); // After the URL or, with a path, whole.
+        QTest::addColumn<QStringList>("findings"); // After the URL.
         ProgramData data = Scripted().data;
         data.files.append({"b", "", 1});
         const QByteArray good = tree::versionFile(Scripted().data).toUtf8();
@@ -454,7 +455,7 @@ private Q_SLOTS:
 
     void progressIsForTerminalsOnly()
     {
-        // "script" gives the tool a terminal, where the system has one to give.
+        // "script" runs the tool in a terminal, if the system has one.
         if (runCommand({"script", "-q", "-e", "-c", "true", "/dev/null"}).status != 0)
             QSKIP("no terminal can be had here");
         Scripted release;

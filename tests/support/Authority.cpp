@@ -75,7 +75,7 @@ ServerCertificate Authority::issue(const QString& commonName, const QString& hos
 
 TrustStore::TrustStore(const Authority& authority)
 {
-    // As the tools do it: certificates found by a digest of their name.
+    // OpenSSL finds a certificate by a file name that is a digest of its subject.
     QFile::copy(authority.certificate(), m_dir / "trusted.pem");
     mustRun({"openssl", "rehash", m_dir.path()});
 }

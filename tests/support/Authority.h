@@ -1,4 +1,9 @@
 // Certificate authorities, and the command under which a process trusts one.
+//
+//   const Authority authority("Authority");
+//   const Nginx nginx(dir.path(), authority.issueNamed("server", "IP:127.0.0.1"));
+//   const TrustStore trusted(authority);
+//   UNDER_TRUST(command, trusted);
 #ifndef TESTS_SUPPORT_AUTHORITY_H
 #define TESTS_SUPPORT_AUTHORITY_H
 
@@ -33,14 +38,14 @@ private:
     const TestDir m_dir;
 };
 
-/// Puts one authority in the place of all those that the system trusts, for single processes.
+/// Makes single processes trust one authority instead of those that the system trusts.
 class TrustStore
 {
 public:
     explicit TrustStore(const Authority& authority);
 
-    /// The command under which a program trusts the authority and no other. Nothing where that
-    /// cannot be done.
+    /// The command under which a program trusts the authority and no other; nothing where that is
+    /// impossible.
     std::optional<QStringList> command() const;
 
 private:

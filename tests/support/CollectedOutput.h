@@ -1,4 +1,8 @@
-// What a command of the publisher's tool says, kept for a test to look at.
+// The output of a command of updater-release, in memory.
+//
+//   CollectedOutput output;
+//   publisher::lint(dir.path(), "Editor", {}, output);
+//   QCOMPARE(output.lines, QStringList());
 #ifndef TESTS_SUPPORT_COLLECTEDOUTPUT_H
 #define TESTS_SUPPORT_COLLECTEDOUTPUT_H
 
@@ -14,7 +18,7 @@ public:
         steps.append(QStringLiteral("%1/%2").arg(step).arg(total));
     }
 
-    /// The lines without the reasons: what stands behind the first semicolon of each.
+    /// The lines without the reasons, which follow the first semicolon of each.
     QStringList withoutReasons() const
     {
         QStringList shorter;

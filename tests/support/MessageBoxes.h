@@ -1,4 +1,4 @@
-// Watches for message boxes in the test's own process, writes down what they say and answers them.
+// Records the message boxes in the test's own process, and answers them.
 //
 //   MessageBoxes boxes;
 //   updater.run();
@@ -38,7 +38,7 @@ struct ShownBox
                defaultButton == other.defaultButton;
     }
 
-    /// Kind, title and text in one line of text, such as "warning|Error|It went wrong."
+    /// Kind, title and text, such as "warning|Error|It went wrong."
     QString summary() const
     {
         const QString kind = icon == QMessageBox::Warning    ? QStringLiteral("warning")
@@ -48,14 +48,14 @@ struct ShownBox
     }
 };
 
-/// Answers every message box that appears until the end of the scope by a click on Ok.
+/// Clicks on Ok in every message box that appears until the end of the scope.
 class MessageBoxes : public QObject
 {
 public:
     MessageBoxes() { qApp->installEventFilter(this); }
     ~MessageBoxes() override { qApp->removeEventFilter(this); }
 
-    /// Has @p look called while a box is shown, before it is answered.
+    /// Calls @p look for every box while it is shown, before it is answered.
     void whenShown(const std::function<void()>& look) { m_look = look; }
 
     /// The boxes so far.
@@ -91,7 +91,7 @@ protected:
     bool eventFilter(QObject* object, QEvent* event) override
     {
         auto* box = qobject_cast<QMessageBox*>(object);
-        // Queued, so that the box runs its own event loop by then.
+        // Queued, so that the event loop of the box runs by then.
         if (box && event->type() == QEvent::Show)
             QMetaObject::invokeMethod(box, [this, box] { answer(box); }, Qt::QueuedConnection);
         return false;

@@ -34,8 +34,8 @@
     const EnforcedPermissions enforcedPermissions;                                                 \
     SKIP_UNLESS(enforcedPermissions.active(), NO_PERMISSIONS)
 
-/// Defines @p command as the command, in a std::optional, under which file permissions count for
-/// the updater.
+/// Defines @p command, a std::optional: the command under which file permissions count for the
+/// updater.
 #define UNDER_PERMISSIONS(command)                                                                 \
     const std::optional<QStringList> command = commandUnderPermissions();                          \
     SKIP_UNLESS(command, NO_PERMISSIONS)
