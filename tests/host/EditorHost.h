@@ -27,8 +27,8 @@ inline HostInfo editorInfo(const QString& updater, const QString& version = QStr
 /// The arguments with which an update of @p info is started.
 inline QStringList updateArguments(const HostInfo& info)
 {
-    return {"-u",         "-n", info.name, "-d", info.baseDir, "-v",
-            info.version, "-l", info.url,  "-x", info.exe};
+    return QStringList({"-u", "-n", info.name, "-d", info.baseDir, "-v", info.version, "-l",
+                        info.url, "-x", info.exe});
 }
 
 /// The version file of a release without files.
