@@ -5,9 +5,14 @@
 #include "manifest/ManifestText.h"
 
 #include "tests/support/Records.h"
+#include "tests/support/ReleaseTree.h"
 #include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
 #include "tests/support/UpdaterProbe.h"
+#include "tests/unit/EventLoop.h"
+
+#include <QNetworkAccessManager>
+#include <QProgressDialog>
 
 class TestLargeRelease : public QObject
 {
@@ -77,6 +82,30 @@ private Q_SLOTS:
                 ++wrong;
         }
         QCOMPARE(wrong, 0);
+    }
+
+    /// The label included. In a run over all files, what a download does with every entry of the
+    /// list would take quadratic time; with the few here it takes longer than the event loop may.
+    void downloadTakesNoLongerInALongList()
+    {
+        constexpr int downloads = 12000;
+        constexpr int listed = 3000000;
+        Updater updater("Editor", "", "1.0", "data:,/", "", "");
+        UpdaterProbe run(updater);
+        run.tempDir = "/dev"; // No file is written: disks take their own time.
+        run.programData.files.fill(tree::entry("null", "/null"), listed);
+        run.progressDialog = new QProgressDialog("An update", "Cancel", 0, listed);
+        int replies = 0;
+        connect(&run.netManager, &QNetworkAccessManager::finished, &updater, [&replies] {
+            if (++replies == downloads)
+                QCoreApplication::exit(0);
+        });
+
+        QCOMPARE(exitStatusOf([&updater] { updater.downloadNewProgramData(); }), 0);
+
+        QCOMPARE(run.downloadedFiles, downloads);
+        QCOMPARE(run.progressDialog->labelText(),
+                 QString("Downloading file 12001 of 3000000 (14.25 MB left)"));
     }
 };
 
