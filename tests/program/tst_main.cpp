@@ -1,5 +1,6 @@
 // The program as a process: which mode runs, which options it insists on, its exit status.
 
+#include "tests/support/FakeProgram.h"
 #include "tests/support/HostProcess.h"
 #include "tests/support/HttpServer.h"
 #include "tests/support/RelaunchedProgram.h"
@@ -263,10 +264,8 @@ private Q_SLOTS:
         const TestDir dir;
         HttpServer server;
         server.serve("/index.txt", HttpReply::ok("<App><version>2.0</version></App>"));
-        files::write(dir / "App", "#!/bin/sh\n"
-                                  "echo \"platform: $QT_QPA_PLATFORM\" >App.tmp\n"
-                                  "mv App.tmp App.out\n");
-        files::setMode(dir / "App", 0755);
+        writeScript(dir / "App", "echo \"platform: $QT_QPA_PLATFORM\" >App.tmp\n"
+                                 "mv App.tmp App.out\n");
         UpdaterProcess updater;
         setOnly(updater, "PATH=" + qEnvironmentVariable("PATH"));
         QCOMPARE(updater.run({"-u", "-n", "App", "-d", dir.path(), "-v", "1.0", "-l",

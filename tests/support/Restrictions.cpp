@@ -1,8 +1,7 @@
 #include "tests/support/Restrictions.h"
 
+#include "tests/support/Command.h"
 #include "tests/support/Files.h"
-
-#include <QProcess>
 
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -45,24 +44,17 @@ private:
 
 #endif
 
-bool succeeds(QStringList command, const QStringList& arguments)
-{
-    command += arguments;
-    const QString program = command.takeFirst();
-    QProcess process;
-    process.start(program, command);
-    return process.waitForFinished() && process.exitStatus() == QProcess::NormalExit &&
-           process.exitCode() == 0;
-}
-
 /// True when @p command starts the updater, and what it starts cannot read a locked file.
 bool enforcesPermissions(const QStringList& command)
 {
     const TestDir dir;
     files::write(dir / "locked", "locked");
     files::setMode(dir / "locked", 0);
-    return succeeds(command, {"test", "-x", UPDATER_EXECUTABLE}) &&
-           !succeeds(command, {"test", "-r", dir / "locked"});
+    const auto succeeds = [&](const QStringList& test) {
+        return runCommand(command + test).status == 0;
+    };
+    return succeeds({"test", "-x", UPDATER_EXECUTABLE}) &&
+           !succeeds({"test", "-r", dir / "locked"});
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "tests/support/SystemCalls.h"
 
-#include <QProcess>
+#include "tests/support/Command.h"
+
 #include <QRegularExpression>
 #include <QSet>
 
@@ -58,10 +59,8 @@ QStringList pathsIn(const QString& arguments)
 
 bool SystemCalls::canBeTraced()
 {
-    QProcess process;
-    process.start("strace", {"-f", "-qq", "-e", "trace=%file", "-o", "/dev/null", "true"});
-    return process.waitForFinished() && process.exitStatus() == QProcess::NormalExit &&
-           process.exitCode() == 0;
+    return runCommand({"strace", "-f", "-qq", "-e", "trace=%file", "-o", "/dev/null", "true"})
+               .status == 0;
 }
 
 QStringList SystemCalls::command() const

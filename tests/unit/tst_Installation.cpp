@@ -3,6 +3,7 @@
 
 #include "updater/Updater.h"
 
+#include "tests/support/FakeProgram.h"
 #include "tests/support/OwnProcess.h"
 #include "tests/support/RelaunchedProgram.h"
 #include "tests/support/Row.h"
@@ -773,8 +774,7 @@ private Q_SLOTS:
         Installation installation;
         const TestDir& top = installation.top;
         const QString record = top / "record";
-        files::write(top / "app/run", "#!/bin/sh\necho $PPID $# >'" + record.toUtf8() + "'\n");
-        files::setMode(top / "app/run", 0755);
+        writeScript(top / "app/run", "echo $PPID $# >'" + record.toUtf8() + "'\n");
         QVERIFY(installation.updater.startProgram(top / "app/run"));
         QTRY_VERIFY(QFile::exists(record) && files::read(record).endsWith('\n'));
         const QList<QByteArray> words = files::read(record).simplified().split(' ');
