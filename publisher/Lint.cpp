@@ -216,7 +216,7 @@ void Walk::checkDirectory(const QFileInfo& entry, const QString& path)
             path,
             QStringLiteral(
                 "directory that cannot be read; its files would be missing from the version file"));
-    } else if (dir.isEmpty(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot)) {
+    } else if (paths::releaseEntries(dir).isEmpty()) {
         m_report.finding(
             path,
             QStringLiteral(

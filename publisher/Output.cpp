@@ -2,19 +2,11 @@
 
 #include "publisher/Output.h"
 
-#include <cstdio>
-
 #include <unistd.h>
 
 namespace publisher {
 
 namespace {
-
-void write(FILE* stream, const QString& text)
-{
-    const QByteArray bytes = text.toLocal8Bit();
-    std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stream);
-}
 
 QString escaped(QChar character)
 {
@@ -24,6 +16,12 @@ QString escaped(QChar character)
 }
 
 } // namespace
+
+void write(FILE* stream, const QString& text)
+{
+    const QByteArray bytes = text.toLocal8Bit();
+    std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stream);
+}
 
 QString printable(const QString& text)
 {

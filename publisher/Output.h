@@ -7,7 +7,12 @@
 
 #include <QString>
 
+#include <cstdio>
+
 namespace publisher {
+
+/// Writes @p text to @p stream as it is, in the system's encoding.
+void write(FILE* stream, const QString& text);
 
 /// Escapes every unprintable character in @p text, line breaks included, as \xNN or \uNNNN. File
 /// names are untrusted and could contain terminal control sequences.

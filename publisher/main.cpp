@@ -67,16 +67,10 @@ QVector<Command> commands()
     };
 }
 
-void write(FILE* stream, const QString& text)
-{
-    const QByteArray bytes = text.toLocal8Bit();
-    std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stream);
-}
-
 ExitStatus refuse(const QString& why)
 {
-    write(stderr, publisher::printable(QLatin1String("updater-release: ") + why) +
-                      QLatin1String("\nTry \"updater-release --help\".\n"));
+    publisher::write(stderr, publisher::printable(QLatin1String("updater-release: ") + why) +
+                                 QLatin1String("\nTry \"updater-release --help\".\n"));
     return WrongUsage;
 }
 
@@ -174,7 +168,7 @@ int runCommand(const Command& command, const QStringList& words)
     if (!parser.parse(words))
         return refuse(parser.errorText());
     if (parser.isSet(helpName())) {
-        write(stdout, helpOf(command, parser));
+        publisher::write(stdout, helpOf(command, parser));
         return AllRight;
     }
     if (parser.positionalArguments().size() != command.arguments.size())
@@ -205,11 +199,11 @@ int main(int argc, char** argv)
     QStringList words = QCoreApplication::arguments();
     const QString word = words.value(1);
     if (word == QLatin1String("-h") || word == QLatin1String("--help")) {
-        write(stdout, overview());
+        publisher::write(stdout, overview());
         return AllRight;
     }
     if (word == QLatin1String("-v") || word == QLatin1String("--version")) {
-        write(stdout, QStringLiteral("updater-release " VERSION "\n"));
+        publisher::write(stdout, QStringLiteral("updater-release " VERSION "\n"));
         return AllRight;
     }
 
