@@ -1,6 +1,6 @@
 # What "cmake --install" and "cpack" take: the updater, the publisher's tool and what goes with it, and
-# the man pages; or, with UPDATER_INSTALL_INTO_BUNDLE, the updater alone. The host kit is a component
-# of its own, "cmake --install BUILD --component host-kit": users of the updater do not need it.
+# the man pages; or, with UPDATER_INSTALL_INTO_BUNDLE, the updater alone. (host/CMakeLists.txt installs
+# the host kit.)
 
 if(UPDATER_INSTALL_INTO_BUNDLE)
   set(bundle_programs ${UPDATER_INSTALL_INTO_BUNDLE}/Contents/MacOS)
@@ -19,26 +19,7 @@ else()
   set(publish_dir ${CMAKE_INSTALL_DATADIR}/updater/publish)
   install(PROGRAMS publisher/publish.sh DESTINATION ${publish_dir})
   install(FILES publisher/nginx.conf DESTINATION ${publish_dir})
-  include(cmake/Packages.cmake)
+  if(updater_is_top_level) # A parent has packages of its own, or none.
+    include(cmake/Packages.cmake)
+  endif()
 endif()
-
-# The name of the package says which Qt it was built with, so that two can be installed side by side.
-include(CMakePackageConfigHelpers)
-set(host_kit UpdaterHost-${QT})
-set(host_kit_dir ${CMAKE_INSTALL_LIBDIR}/cmake/${host_kit})
-configure_package_config_file(host/UpdaterHostConfig.cmake.in ${host_kit}Config.cmake
-  INSTALL_DESTINATION ${host_kit_dir}
-  NO_SET_AND_CHECK_MACRO)
-write_basic_package_version_file(${PROJECT_BINARY_DIR}/${host_kit}ConfigVersion.cmake
-  COMPATIBILITY SameMajorVersion)
-install(TARGETS updater_host EXPORT ${host_kit}
-  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT host-kit EXCLUDE_FROM_ALL)
-install(DIRECTORY host/include/UpdaterHost
-  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT host-kit EXCLUDE_FROM_ALL)
-install(EXPORT ${host_kit} NAMESPACE UpdaterHost:: FILE ${host_kit}Targets.cmake
-  DESTINATION ${host_kit_dir} COMPONENT host-kit EXCLUDE_FROM_ALL)
-install(
-  FILES
-    ${PROJECT_BINARY_DIR}/${host_kit}Config.cmake
-    ${PROJECT_BINARY_DIR}/${host_kit}ConfigVersion.cmake
-  DESTINATION ${host_kit_dir} COMPONENT host-kit EXCLUDE_FROM_ALL)

@@ -17,11 +17,11 @@ string(TOLOWER "updater-${PROJECT_VERSION}-${CMAKE_SYSTEM_NAME}-${CMAKE_SYSTEM_P
 set(CPACK_GENERATOR TGZ)
 
 # dpkg-shlibdeps, which uses "file", finds out which libraries' packages are needed.
-find_program(DPKG_DEB dpkg-deb)
-find_program(DPKG_SHLIBDEPS dpkg-shlibdeps)
-find_program(FILE_PROGRAM file)
-mark_as_advanced(DPKG_DEB DPKG_SHLIBDEPS FILE_PROGRAM)
-if(DPKG_DEB AND DPKG_SHLIBDEPS AND FILE_PROGRAM)
+find_program(UPDATER_DPKG_DEB dpkg-deb)
+find_program(UPDATER_DPKG_SHLIBDEPS dpkg-shlibdeps)
+find_program(UPDATER_FILE_PROGRAM file)
+mark_as_advanced(UPDATER_DPKG_DEB UPDATER_DPKG_SHLIBDEPS UPDATER_FILE_PROGRAM)
+if(UPDATER_DPKG_DEB AND UPDATER_DPKG_SHLIBDEPS AND UPDATER_FILE_PROGRAM)
   list(APPEND CPACK_GENERATOR DEB)
 endif()
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT) # NAME_VERSION_ARCHITECTURE.deb

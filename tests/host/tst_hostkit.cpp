@@ -79,9 +79,12 @@ private Q_SLOTS:
             if (!file.endsWith('/') && !file.contains("Targets-"))
                 installed.append(file);
         }
-        QStringList expected{"include/UpdaterHost/UpdateCheck.h", dir + "Config.cmake",
-                             dir + "ConfigVersion.cmake", dir + "Targets.cmake",
-                             QStringLiteral(LIBRARY_DIR "/lib") + name + ".a"};
+        QStringList expected{"include/UpdaterHost/UpdateCheck.h",
+                             dir + "Config.cmake",
+                             dir + "ConfigVersion.cmake",
+                             dir + "Targets.cmake",
+                             QStringLiteral(LIBRARY_DIR "/lib") + name + ".a",
+                             "share/doc/" + name + "/copyright"};
         expected.sort();
         QCOMPARE(installed, expected);
     }

@@ -12,8 +12,18 @@ expect_files(${prefix} ${installed_files})
 
 # The installed program runs: without a mode it ends with 1.
 run(1 ${offscreen} ${prefix}/${BIN}/updater)
-# The publisher's tool needs no display.
+# The publisher's tool runs on servers: no library with windows.
 run(0 ${prefix}/${BIN}/updater-release --version)
+find_program(READELF readelf)
+if(READELF)
+  run(0 ${READELF} -d ${prefix}/${BIN}/updater-release)
+  expect_output("NEEDED[^\n]*Qt[0-9]Network")
+  if(output MATCHES "NEEDED[^\n]*(Widgets|Gui)")
+    message(FATAL_ERROR "updater-release needs:\n${output}")
+  endif()
+endif()
+file(READ ${prefix}/${DATA}/doc/updater/copyright output)
+expect_output("No licence has been chosen yet")
 # Without arguments the publisher's script ends with 2.
 find_program(BASH bash)
 if(BASH)

@@ -29,6 +29,10 @@ endforeach()
 package_test(bundle bundle 120 ${project_options}
   -DUPDATER=$<TARGET_FILE:updater> -DBUILD_DIR=${CMAKE_BINARY_DIR})
 
+# Without options and tools.
+package_test(plain plain 60 ${project_options}
+  -DBUILD_DIR=${CMAKE_BINARY_DIR} -DMAKE_PROGRAM=${CMAKE_MAKE_PROGRAM})
+
 # The whole project as a part of another one.
 package_test(subproject subproject 180 ${project_options}
   -DWORK=${CMAKE_CURRENT_BINARY_DIR}/subproject-work)

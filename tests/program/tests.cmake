@@ -15,9 +15,9 @@ updater_test(reach)
 target_compile_definitions(tst_reach PRIVATE UPDATER_EXECUTABLE="$<TARGET_FILE:updater>")
 
 # A window that a person would see, where there is an X server to be had.
-find_program(XVFB_RUN xvfb-run)
-if(XVFB_RUN)
-  updater_test(window UNDER ${XVFB_RUN} -a)
+find_program(UPDATER_XVFB_RUN xvfb-run)
+if(UPDATER_XVFB_RUN)
+  updater_test(window UNDER ${UPDATER_XVFB_RUN} -a)
 else()
   updater_test(window)
 endif()

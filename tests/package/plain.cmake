@@ -1,0 +1,21 @@
+# Configures the project without options where only a compiler, CMake and Qt are found, and looks for
+# the three things that it then makes.
+# Run by ctest: cmake -DSOURCE_DIR=... -DBUILD_DIR=... -DGENERATOR=... -DMAKE_PROGRAM=...
+#                     -DCXX_COMPILER=... -DQT_MAJOR=5|6 -P plain.cmake
+
+cmake_minimum_required(VERSION 3.16)
+include(${CMAKE_CURRENT_LIST_DIR}/functions.cmake)
+begin(${BUILD_DIR}/tests/plain)
+
+# No tools but those that a compiler calls.
+file(MAKE_DIRECTORY ${work}/bin)
+foreach(tool as ld ar ranlib nm)
+  find_program(${tool}_found ${tool})
+  file(CREATE_LINK ${${tool}_found} ${work}/bin/${tool} SYMBOLIC)
+endforeach()
+set(ENV{PATH} ${work}/bin)
+
+configure(0 ${SOURCE_DIR} ${work}/build -DCMAKE_MAKE_PROGRAM=${MAKE_PROGRAM})
+# A build that only says what it would do.
+run(0 ${CMAKE_COMMAND} --build ${work}/build --target updater updater-release updater_host -- -n)
+end()
