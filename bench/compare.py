@@ -103,13 +103,13 @@ def write(name: str, lines) -> None:
     Path(name).write_text("".join(f"{line}\n" for line in lines))
 
 
-class Tree(NamedTuple):
+class Files(NamedTuple):
     path: str
     title: str
     digests: dict[str, str]  # By the names of the files.
 
 
-def make_tree(path: str, directories: int, files: int, size: int) -> Tree:
+def make_tree(path: str, directories: int, files: int, size: int) -> Files:
     """Fills a new directory with files of random bytes."""
     if smoke:
         directories, files, size = min(directories, 2), min(files, 5), min(size, MIB)
@@ -120,11 +120,11 @@ def make_tree(path: str, directories: int, files: int, size: int) -> Tree:
         file.write_bytes(contents)
         digests[name] = hashlib.sha1(contents).hexdigest()
     unit = f"{size // MIB} MiB" if size >= MIB else f"{size // KIB} KiB"
-    return Tree(path, f"{len(digests):,} files of {unit}", digests)
+    return Files(path, f"{len(digests):,} files of {unit}", digests)
 
 
 @functools.cache
-def publish(name: str, directories: int, files: int, size: int) -> Tree:
+def publish(name: str, directories: int, files: int, size: int) -> Files:
     tree = make_tree(f"www/{name}", directories, files, size)
     run(f"updater -b -n Bench -v 2 -d {tree.path}")
     return tree
@@ -183,7 +183,7 @@ def check() -> None:
                  f"{QT_ONLY}, one GET": f"fetch_in_application {url} names"})
 
 
-def measure_update(title: str, runs: int, server: str, tree: Tree, rows: int) -> None:
+def measure_update(title: str, runs: int, server: str, tree: Files, rows: int) -> None:
     """Measures the first programs at an update from nothing, as many as there are rows."""
     source = f"{server}{Path(tree.path).name}/"
     write("names", tree.digests)
