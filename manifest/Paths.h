@@ -1,8 +1,7 @@
 // Path rules that publisher and updater share. Both "/" and "\" separate, on every platform.
 //
-//   paths::withSeparator("/opt/editor");                               // "/opt/editor/"
-//   paths::besideVersionFile("http://host/editor/index.txt", "a.txt"); //
-//   "http://host/editor/a.txt"
+//   paths::withSeparator("/opt/editor");                // "/opt/editor/"
+//   paths::besideVersionFile("http://host/i", "a.txt"); // "http://host/a.txt"
 #ifndef MANIFEST_PATHS_H
 #define MANIFEST_PATHS_H
 

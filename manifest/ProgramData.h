@@ -1,5 +1,5 @@
 // The records that hold a manifest in memory. A manifest describes one release of one program;
-// its text form is read and written by Updater (docs/version-file.md).
+// its text form is read and written by manifest/ManifestText.h.
 #ifndef MANIFEST_PROGRAMDATA_H
 #define MANIFEST_PROGRAMDATA_H
 
