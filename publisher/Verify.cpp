@@ -26,15 +26,17 @@ QString failureOf(const QNetworkReply& reply, int timeout)
         break;
     case QNetworkReply::ContentNotFoundError:
     case QNetworkReply::ContentGoneError:
-        return QStringLiteral("missing on the server");
+        return QStringLiteral("missing on the server; upload it");
     case QNetworkReply::OperationCanceledError:
-        return QStringLiteral("nothing came for %1 seconds").arg(timeout);
+        return QStringLiteral("no data for %1 seconds; try again, or give a longer --timeout")
+            .arg(timeout);
     default:
         return QStringLiteral("cannot be fetched; ") + reply.errorString();
     }
     const QVariant target = reply.attribute(QNetworkRequest::RedirectionTargetAttribute);
     if (target.isValid())
-        return QStringLiteral("redirected to %1; the updater does not follow")
+        return QStringLiteral(
+                   "redirected to %1; the updater does not follow, so serve the file here")
             .arg(target.toUrl().toString());
     return QString();
 }
@@ -78,8 +80,8 @@ std::optional<QByteArray> Fetcher::fetch(const QUrl& url, const QString& where, 
     }
     if (encoding == Encoding::None && reply->hasRawHeader("Content-Encoding"))
         m_output.finding(
-            where, QStringLiteral("served in another encoding (%1); what the updater checks and "
-                                  "installs is what it makes of that")
+            where, QStringLiteral("sent with Content-Encoding %1; switch that off: the updater "
+                                  "unpacks the file before it checks it")
                        .arg(QString::fromLatin1(reply->rawHeader("Content-Encoding"))));
     return reply->readAll();
 }
@@ -88,15 +90,14 @@ void compare(const QByteArray& body, const ProgramFile& file, Output& output)
 {
     if (static_cast<quint64>(body.size()) != file.size) {
         output.finding(file.name,
-                       QStringLiteral("has %1 bytes; the version file says %2")
+                       QStringLiteral("has %1 bytes; the version file says %2: upload it again")
                            .arg(QString::number(body.size()), QString::number(file.size)));
         return;
     }
     const QString sha1 = digest::sha1(body);
     if (!digest::isSame(sha1, file.sha1))
         output.finding(file.name,
-                       QStringLiteral("has other contents, of SHA-1 %1; the version file "
-                                      "says %2")
+                       QStringLiteral("has the SHA-1 %1; the version file says %2: upload it again")
                            .arg(sha1, file.sha1));
 }
 

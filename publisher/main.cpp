@@ -41,18 +41,18 @@ QVector<Command> commands()
 {
     return {
         {QStringLiteral("lint"),
-         QStringLiteral("look for trouble in a release tree"),
+         QStringLiteral("find mistakes in a release tree"),
          QStringLiteral(
-             "Looks in the release tree DIR for what the version file, the web server or "
-             "an installation\nwould not carry. To be run before \"updater -b\"."),
+             "Finds what in the release tree DIR would not survive the version file, the web "
+             "server or\nthe installation. Run it before \"updater -b\"."),
          {QStringLiteral("DIR")},
          true,
          false},
         {QStringLiteral("diff"),
          QStringLiteral("compare the version files of two releases"),
          QStringLiteral(
-             "Says which files are added, changed and removed between two releases, given "
-             "by their version\nfiles, and what a user of the old one downloads."),
+             "Compares the version files OLD and NEW: lists the files that are added, changed "
+             "and removed,\nand says what a user of the old release downloads."),
          {QStringLiteral("OLD"), QStringLiteral("NEW")},
          false,
          false},
@@ -86,10 +86,10 @@ QString overview()
         text += QStringLiteral("  %1  %2\n").arg(usage.leftJustified(12), command.summary);
     }
     return text + QStringLiteral("\nOptions:\n"
-                                 "  -h, --help      This text; behind a command, that command's.\n"
-                                 "  -v, --version   The version.\n\n"
-                                 "Exit status: 0 when all is right, 1 when there are findings or "
-                                 "the output could not be\nwritten, 2 when the command line is "
+                                 "  -h, --help      Show this text; after a command, its options.\n"
+                                 "  -v, --version   Show the version.\n\n"
+                                 "Exit status: 0 without findings, 1 with findings or when the "
+                                 "output could not be written,\n2 when the command line is "
                                  "wrong.\n");
 }
 
@@ -117,18 +117,19 @@ const QString& timeoutName()
     return name;
 }
 
-/// Tells the parser what @p command takes.
+/// Adds the options of @p command to the parser.
 void describe(const Command& command, QCommandLineParser& parser)
 {
-    parser.addOption({{QStringLiteral("h"), helpName()}, QStringLiteral("This text.")});
+    parser.addOption({{QStringLiteral("h"), helpName()}, QStringLiteral("Show this text.")});
     parser.addOption({{QStringLiteral("n"), programName()},
-                      QStringLiteral("The program's name, as the updater is given it."),
+                      QStringLiteral("The program's name, as in \"updater -n NAME\"."),
                       QStringLiteral("NAME")});
     if (command.hasAccept)
-        parser.addOption({acceptName(),
-                          QStringLiteral("Do not count findings about paths that match PATTERN, in "
-                                         "which \"*\" is any text, \"/\" too. May be repeated."),
-                          QStringLiteral("PATTERN")});
+        parser.addOption(
+            {acceptName(),
+             QStringLiteral("Do not count findings about paths that match PATTERN, in "
+                            "which \"*\" is any text, \"/\" included. May be repeated."),
+             QStringLiteral("PATTERN")});
     if (command.hasTimeout)
         parser.addOption({{QStringLiteral("t"), timeoutName()},
                           QStringLiteral("Give up a transfer after SECONDS without progress (30)."),
@@ -186,7 +187,8 @@ int runCommand(const Command& command, const QStringList& words)
                 QStringLiteral("--timeout takes a number from 1 to %1").arg(longestTimeout));
         const QUrl url(request.arguments.at(0));
         if (!url.isValid() || url.isRelative())
-            return refuse(QStringLiteral("not a URL: ") + request.arguments.at(0));
+            return refuse(QStringLiteral("not a URL such as https://updates.example/index.txt: ") +
+                          request.arguments.at(0));
     }
     return run(request);
 }

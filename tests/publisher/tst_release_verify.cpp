@@ -126,7 +126,7 @@ private Q_SLOTS:
         files::write(published / "Contents/Resources/empty.dat", "1");
         QVERIFY(QFile::remove(published / "zz"));
         const QStringList findings{
-            "Contents/Info.plist: has other contents, of SHA-1 " + files::sha1("<PLIST/>\n"),
+            "Contents/Info.plist: has the SHA-1 " + files::sha1("<PLIST/>\n"),
             "Contents/MacOS/Editor: has 299999 bytes", "Contents/Resources/empty.dat: has 1 bytes",
             "zz: missing on the server"};
         const Verified output(published.url(), "Editor");
@@ -245,19 +245,19 @@ private Q_SLOTS:
         Scripted release;
         release.serveFile(HttpReply::gzipped(release.contents));
         QCOMPARE(Verified(release.url()).withoutReasons(),
-                 QStringList{"sub/a: served in another encoding (gzip)"});
+                 QStringList{"sub/a: sent with Content-Encoding gzip"});
 
         // The server declares a .gz file as an encoding of another one: it is unpacked.
         release.data.files = {tree::entry("sub/a", HttpReply::gzipped(release.contents).body)};
         release.serveIndex(tree::versionFile(release.data).toUtf8());
         QCOMPARE(Verified(release.url()).withoutReasons(),
-                 QStringList({"sub/a: served in another encoding (gzip)", "sub/a: has 900 bytes"}));
+                 QStringList({"sub/a: sent with Content-Encoding gzip", "sub/a: has 900 bytes"}));
 
         // The version file may be compressed on the way: it is not installed.
         const HttpReply index = HttpReply::gzipped(tree::versionFile(release.data).toUtf8());
         release.server.serve("/1/index.txt", index);
         QCOMPARE(Verified(release.url()).withoutReasons(),
-                 QStringList({"sub/a: served in another encoding (gzip)", "sub/a: has 900 bytes"}));
+                 QStringList({"sub/a: sent with Content-Encoding gzip", "sub/a: has 900 bytes"}));
     }
 
     void brokenTransferIsFound_data()
@@ -318,7 +318,7 @@ private Q_SLOTS:
         server.setTimerType(Qt::PreciseTimer);
         server.start(1);
         QCOMPARE(Verified(release.url(), QString(), limit).withoutReasons(),
-                 QStringList({"sub/a: nothing came for 2 seconds", "b: missing on the server"}));
+                 QStringList({"sub/a: no data for 2 seconds", "b: missing on the server"}));
     }
 
     void timeoutIsTheOneGiven_data()
@@ -340,8 +340,10 @@ private Q_SLOTS:
             release.server.serve("/1/index.txt", HttpReply::hold(HttpReply::ok("")));
         Tool tool;
         QCOMPARE(tool.run(QStringList{"verify", release.url()} + options), silent ? 1 : 0);
-        const QString expected = silent ? release.url() + ": nothing came for 1 seconds\n"
-                                        : "Editor 2.1: 1 files checked, 0 findings\n";
+        const QString expected =
+            silent
+                ? release.url() + ": no data for 1 seconds; try again, or give a longer --timeout\n"
+                : "Editor 2.1: 1 files checked, 0 findings\n";
         QCOMPARE(QString::fromLocal8Bit(tool.output()), expected);
     }
 
@@ -462,7 +464,7 @@ private Q_SLOTS:
         release.serveFile(HttpReply::error(404));
         Tool tool;
         QCOMPARE(tool.run({"verify", release.url()}), 1);
-        QCOMPARE(tool.output(), QByteArray("sub/a: missing on the server\n"
+        QCOMPARE(tool.output(), QByteArray("sub/a: missing on the server; upload it\n"
                                            "Editor 2.1: 1 files checked, 1 findings\n"));
 
         // Shown, cleared for the finding, shown again, cleared at the end.
@@ -470,10 +472,11 @@ private Q_SLOTS:
         Tool onTerminal;
         onTerminal.setProgram("script");
         QCOMPARE(onTerminal.run({"-q", "-e", "-c", quoted, "/dev/null"}), 1);
-        QCOMPARE(onTerminal.output(), QByteArray("\r\x1b[K1 of 1"
-                                                 "\r\x1b[Ksub/a: missing on the server\r\n"
-                                                 "\r\x1b[K1 of 1\r\x1b[K"
-                                                 "Editor 2.1: 1 files checked, 1 findings\r\n"));
+        QCOMPARE(onTerminal.output(),
+                 QByteArray("\r\x1b[K1 of 1"
+                            "\r\x1b[Ksub/a: missing on the server; upload it\r\n"
+                            "\r\x1b[K1 of 1\r\x1b[K"
+                            "Editor 2.1: 1 files checked, 1 findings\r\n"));
     }
 };
 
