@@ -15,7 +15,7 @@
 #include <QStringList>
 #include <QTest>
 
-/// What an Editor tells the kit about itself. It is not really installed.
+/// What an Editor says to the kit about itself. It is not really installed.
 inline HostInfo editorInfo(const QString& updater, const QString& version = QStringLiteral("1.0"),
                            const QString& url = QStringLiteral("http://127.0.0.1:1/index.txt"))
 {
@@ -42,10 +42,10 @@ inline QByteArray versionFile(const QString& version, bool required = false,
 }
 
 /// The signals of a check, in order, one line each, such as "found 2.0 required News".
-class Told : public QObject
+class Reported : public QObject
 {
 public:
-    explicit Told(const UpdateCheck& check)
+    explicit Reported(const UpdateCheck& check)
     {
         connect(&check, &UpdateCheck::versionFound, this,
                 [this](const QString& version, bool required, const QString& changelog) {
@@ -64,15 +64,15 @@ public:
 /// @return The lines of its signals.
 inline QStringList outcome(UpdateCheck& check)
 {
-    const Told told(check);
+    const Reported reported(check);
     if (!check.start())
         return {"does not start"};
     // A signal from within start() would come too early for some hosts.
-    if (!told.lines.isEmpty())
-        return {"told too early"};
-    if (!QTest::qWaitFor([&] { return !told.lines.isEmpty(); }, 30000))
-        return {"tells nothing"};
-    return told.lines;
+    if (!reported.lines.isEmpty())
+        return {"reported too early"};
+    if (!QTest::qWaitFor([&] { return !reported.lines.isEmpty(); }, 30000))
+        return {"reports nothing"};
+    return reported.lines;
 }
 
 inline QStringList outcome(const HostInfo& info)

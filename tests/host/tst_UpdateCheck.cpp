@@ -110,7 +110,7 @@ QByteArray report(const QByteArray& version, bool required = false)
 }
 
 /// Commands that write the key to the file "key", in one step.
-const QByteArray tellingKey = "echo " + key + " >\"$dir/part\"; mv \"$dir/part\" \"$dir/key\"\n";
+const QByteArray writingKey = "echo " + key + " >\"$dir/part\"; mv \"$dir/part\" \"$dir/key\"\n";
 
 /// Commands that wait until there is a file "go". They give up when the test has ended.
 const QByteArray waiting = "while [ ! -e \"$dir/go\" ] && [ -d \"$dir\" ]; do sleep 0.02; done\n";
@@ -163,7 +163,7 @@ private:
 class CheckInThread
 {
 public:
-    explicit CheckInThread(const HostInfo& info) : m_check(info), m_told(m_check)
+    explicit CheckInThread(const HostInfo& info) : m_check(info), m_reported(m_check)
     {
         m_check.moveToThread(&m_thread);
         QObject::connect(&m_thread, &QThread::started, &m_check, [this] { m_check.start(); });
@@ -177,12 +177,12 @@ public:
     }
     Q_DISABLE_COPY(CheckInThread)
 
-    const QStringList& told() const { return m_told.lines; }
+    const QStringList& reported() const { return m_reported.lines; }
 
 private:
     QThread m_thread;
     UpdateCheck m_check;
-    Told m_told;
+    Reported m_reported;
 };
 
 } // namespace
@@ -251,7 +251,7 @@ private Q_SLOTS:
 
     void reportIsReadUnderTheLock()
     {
-        const FakeUpdater updater(tellingKey + waiting);
+        const FakeUpdater updater(writingKey + waiting);
         const CheckInThread check(updater.host());
         QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(updater / "key"), patience);
         HostProcess other(
@@ -260,11 +260,11 @@ private Q_SLOTS:
         files::write(updater / "go", "");
         // The updater has ended, without a report; the host waits to read one.
         QTRY_COMPARE_WITH_TIMEOUT(other.waiting(), 1, patience);
-        QCOMPARE(check.told(), QStringList());
+        QCOMPARE(check.reported(), QStringList());
 
         QVERIFY(other.write(report("2.0", true)));
         QVERIFY(other.unlock());
-        QTRY_COMPARE_WITH_TIMEOUT(check.told(), QStringList{"found 2.0 required "}, patience);
+        QTRY_COMPARE_WITH_TIMEOUT(check.reported(), QStringList{"found 2.0 required "}, patience);
         QVERIFY2(other.lock() && other.unlock(), "the lock is still taken");
     }
 
@@ -274,14 +274,14 @@ private Q_SLOTS:
             QSKIP(noFailures);
         const FakeUpdater updater(reporting(report("2.0")));
         UpdateCheck check(updater.host());
-        const Told told(check);
+        const Reported reported(check);
         QVERIFY(check.start());
         refusedLocks = 1; // The segment is made: the next lock is for the report.
-        QTRY_COMPARE_WITH_TIMEOUT(told.lines, QStringList{unreadable}, patience);
+        QTRY_COMPARE_WITH_TIMEOUT(reported.lines, QStringList{unreadable}, patience);
         QCOMPARE(refusedLocks, 0);
     }
 
-    void updaterIsToldWhatToCheck()
+    void updaterIsGivenWhatToCheck()
     {
         const FakeUpdater updater(recordingArguments);
         HostInfo info = updater.host("1.0 beta");
@@ -336,10 +336,10 @@ private Q_SLOTS:
         files::makeDirectory(dir);
         const QString file = QDir(QDir::tempPath()).filePath("2.0.dat");
         files::write(file, QByteArray("private").toBase64());
-        const QStringList told = outcome(updater.host());
+        const QStringList reported = outcome(updater.host());
         const bool stays = QFile::remove(file);
         QDir().rmdir(dir);
-        QCOMPARE(told, QStringList{"found a/../2.0 optional "});
+        QCOMPARE(reported, QStringList{"found a/../2.0 optional "});
         QVERIFY(stays);
     }
 
@@ -419,19 +419,20 @@ private Q_SLOTS:
         QCOMPARE(files::mode(info.updater), 0644U);
     }
 
-    void segmentThatCannotBeMadeIsTold()
+    void segmentThatCannotBeMadeIsReported()
     {
-        const FakeUpdater updater(tellingKey);
-        QStringList told;
+        const FakeUpdater updater(writingKey);
+        QStringList reported;
         {
             const TestDir locked;
             const ScopedMode mode(locked.path(), 0500);
             ENFORCE_PERMISSIONS();
             const ScopedTmpDir tmp(locked.path());
-            told = outcome(updater.host());
+            reported = outcome(updater.host());
         }
-        QCOMPARE(told.size(), 1);
-        QVERIFY2(told.first().startsWith("failed: QSharedMemory"), qPrintable(told.first()));
+        QCOMPARE(reported.size(), 1);
+        QVERIFY2(reported.first().startsWith("failed: QSharedMemory"),
+                 qPrintable(reported.first()));
         QVERIFY(!QFile::exists(updater / "key"));
     }
 
@@ -460,14 +461,14 @@ private Q_SLOTS:
         QVERIFY(other.exists());
         wrongNumber = taken ? other.number : -1;
         wrongNumbers = failures;
-        const QStringList told = outcome(updater.host());
+        const QStringList reported = outcome(updater.host());
         const int left = std::exchange(wrongNumbers, 0);
         // Qt does not remove the file of a key that is taken.
         const QStringList keyFiles = QDir::temp().entryList({"qipc_sharedmemory_*"}, QDir::Files);
         for (const QString& file : keyFiles)
             QFile::remove(QDir::temp().filePath(file));
-        QCOMPARE(told.size(), 1);
-        QVERIFY2(told.first().startsWith(expected), qPrintable(told.first()));
+        QCOMPARE(reported.size(), 1);
+        QVERIFY2(reported.first().startsWith(expected), qPrintable(reported.first()));
         QVERIFY(other.exists());
         QCOMPARE(left, 0);
     }
@@ -496,11 +497,11 @@ private Q_SLOTS:
         HttpServer server;
         server.serve("/index.txt", HttpReply::hold(HttpReply::ok("")));
         UpdateCheck check(editorInfo(UPDATER_EXECUTABLE, "1.0", server.url("/index.txt")));
-        const Told told(check);
+        const Reported reported(check);
         QVERIFY(check.start());
         QTRY_COMPARE_WITH_TIMEOUT(server.requestsFor("/index.txt"), 1, patience);
         check.setTimeLimit(1);
-        QTRY_COMPARE_WITH_TIMEOUT(told.lines, QStringList{"failed: The check took too long."},
+        QTRY_COMPARE_WITH_TIMEOUT(reported.lines, QStringList{"failed: The check took too long."},
                                   patience);
         if (QFileInfo::exists("/proc/self"))
             QCOMPARE(processes::children(), QList<qint64>());
@@ -552,10 +553,10 @@ private Q_SLOTS:
 
     void secondStartDoesNotDisturbTheFirst()
     {
-        const FakeUpdater updater("echo >>\"$dir/starts\"\n" + tellingKey + waiting +
+        const FakeUpdater updater("echo >>\"$dir/starts\"\n" + writingKey + waiting +
                                   reporting(report("2.0")));
         UpdateCheck check(updater.host());
-        const Told told(check);
+        const Reported reported(check);
         QVERIFY(!check.isRunning());
         QVERIFY(check.start());
         QVERIFY(check.isRunning());
@@ -563,12 +564,12 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(updater / "key"), patience);
         QVERIFY(!check.start());
         files::write(updater / "go", "");
-        QTRY_COMPARE_WITH_TIMEOUT(told.lines, QStringList{"found 2.0 optional "}, patience);
+        QTRY_COMPARE_WITH_TIMEOUT(reported.lines, QStringList{"found 2.0 optional "}, patience);
         QVERIFY(!check.isRunning());
         QCOMPARE(files::read(updater / "starts"), QByteArray("\n"));
     }
 
-    void checkIsOverWhenItsResultIsTold_data()
+    void checkIsOverWhenItsResultIsReported_data()
     {
         QTest::addColumn<QByteArray>("published");
         row("found", QByteArray("2.0"));
@@ -576,7 +577,7 @@ private Q_SLOTS:
         row("failed", QByteArray());
     }
 
-    void checkIsOverWhenItsResultIsTold()
+    void checkIsOverWhenItsResultIsReported()
     {
         QFETCH(QByteArray, published);
         const FakeUpdater updater(reporting(report(published)));
@@ -589,11 +590,11 @@ private Q_SLOTS:
         connect(&check, &UpdateCheck::versionFound, &check, again);
         connect(&check, &UpdateCheck::upToDate, &check, again);
         connect(&check, &UpdateCheck::failed, &check, again);
-        const Told told(check);
+        const Reported reported(check);
         QVERIFY(check.start());
-        QTRY_COMPARE_WITH_TIMEOUT(told.lines.size(), 2, patience);
+        QTRY_COMPARE_WITH_TIMEOUT(reported.lines.size(), 2, patience);
         QCOMPARE(startedAgain, QList<bool>{true});
-        QCOMPARE(told.lines.first(), told.lines.last());
+        QCOMPARE(reported.lines.first(), reported.lines.last());
     }
 
     void checkMayBeDeletedByWhoHearsTheResult_data()
@@ -621,12 +622,12 @@ private Q_SLOTS:
 
     void checksHaveKeysOfTheirOwn()
     {
-        const FakeUpdater one(tellingKey + waiting + reporting(report("2.0")));
-        const FakeUpdater two(tellingKey + waiting + reporting(report("3.0")));
+        const FakeUpdater one(writingKey + waiting + reporting(report("2.0")));
+        const FakeUpdater two(writingKey + waiting + reporting(report("3.0")));
         UpdateCheck checkOne(one.host());
         UpdateCheck checkTwo(two.host());
-        const Told toldOne(checkOne);
-        const Told toldTwo(checkTwo);
+        const Reported reportedOne(checkOne);
+        const Reported reportedTwo(checkTwo);
         QVERIFY(checkOne.start());
         QVERIFY(checkTwo.start());
         QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(one / "key") && QFile::exists(two / "key"),
@@ -635,8 +636,8 @@ private Q_SLOTS:
         QVERIFY(firstKey != files::read(two / "key"));
         files::write(one / "go", "");
         files::write(two / "go", "");
-        QTRY_COMPARE_WITH_TIMEOUT(toldOne.lines, QStringList{"found 2.0 optional "}, patience);
-        QTRY_COMPARE_WITH_TIMEOUT(toldTwo.lines, QStringList{"found 3.0 optional "}, patience);
+        QTRY_COMPARE_WITH_TIMEOUT(reportedOne.lines, QStringList{"found 2.0 optional "}, patience);
+        QTRY_COMPARE_WITH_TIMEOUT(reportedTwo.lines, QStringList{"found 3.0 optional "}, patience);
 
         // A late report of the first must not be taken for one of the next.
         QCOMPARE(outcome(checkOne), QStringList{"found 2.0 optional "});
@@ -645,7 +646,7 @@ private Q_SLOTS:
 
     void segmentGoesWithTheCheck()
     {
-        const FakeUpdater updater(tellingKey + reporting(report("2.0")));
+        const FakeUpdater updater(writingKey + reporting(report("2.0")));
         UpdateCheck check(updater.host());
         QCOMPARE(outcome(check), QStringList{"found 2.0 optional "});
         QVERIFY(
@@ -654,9 +655,9 @@ private Q_SLOTS:
 
     void checkThatIsDeletedEndsItsUpdater()
     {
-        const FakeUpdater updater(tellingKey + hanging);
+        const FakeUpdater updater(writingKey + hanging);
         auto check = std::make_unique<UpdateCheck>(updater.host());
-        const Told told(*check);
+        const Reported reported(*check);
         QVERIFY(check->start());
         QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(updater / "key"), patience);
         const Messages messages;
@@ -666,7 +667,7 @@ private Q_SLOTS:
         if (QFileInfo::exists("/proc/self"))
             QCOMPARE(processes::children(), QList<qint64>());
         QCoreApplication::processEvents();
-        QCOMPARE(told.lines, QStringList());
+        QCOMPARE(reported.lines, QStringList());
     }
 
     // ---- The update

@@ -51,7 +51,7 @@ class TestEditor : public QObject
 private Q_SLOTS:
     void init() { m_server = std::make_unique<HttpServer>(); }
 
-    void checkTellsWhatIsPublished_data()
+    void checkReportsWhatIsPublished_data()
     {
         QTest::addColumn<QString>("installed");
         QTest::addColumn<QByteArray>("published"); // The version file.
@@ -71,7 +71,7 @@ private Q_SLOTS:
         row("version that does not fit", "1.0", versionFile(QByteArray(254, 'v')), unreadable);
     }
 
-    void checkTellsWhatIsPublished()
+    void checkReportsWhatIsPublished()
     {
         QFETCH(QString, installed);
         QFETCH(QByteArray, published);
@@ -180,7 +180,7 @@ private Q_SLOTS:
         const CommandResult result =
             runCommand({dir / "Editor.app/Contents/MacOS/Editor", "--auto"});
         QCOMPARE(result.status, 1);
-        QCOMPARE(told(result.output),
+        QCOMPARE(reported(result.output),
                  QStringList({"Editor 1.0: started",
                               "Editor 1.0: no check: The published version could not be read."}));
     }
@@ -208,7 +208,7 @@ private Q_SLOTS:
                           buildOptions + QStringList{"--changelog", dir / "CHANGES.txt"});
 
         runEditor(dir);
-        QTRY_COMPARE_WITH_TIMEOUT(toldInLog(dir),
+        QTRY_COMPARE_WITH_TIMEOUT(reportedInLog(dir),
                                   QStringList({"Editor 1.0: started", "Editor 1.0: " + announcement,
                                                "Editor 1.0: its changelog:", "Faster start-up",
                                                "Editor 1.0: starts the update and quits",
@@ -231,7 +231,7 @@ private Q_SLOTS:
             makeBundle(dir / "www/editor", version, url);
             release::describe(dir / "www/editor", "Editor", version);
             runEditor(dir);
-            QTRY_COMPARE_WITH_TIMEOUT(toldInLog(dir).mid(3),
+            QTRY_COMPARE_WITH_TIMEOUT(reportedInLog(dir).mid(3),
                                       QStringList({name + ": started", name + ": up to date"}),
                                       30000);
             QCOMPARE(differencesFromRelease(dir / "Editor.app", dir / "www/editor"), QStringList());
@@ -254,15 +254,15 @@ private:
     }
 
     /// The lines of @p output, without those of Qt.
-    static QStringList told(const QString& output)
+    static QStringList reported(const QString& output)
     {
         return output.split('\n', Qt::SkipEmptyParts)
             .filter(QRegularExpression("^(Editor|Faster)"));
     }
 
-    static QStringList toldInLog(const TestDir& dir)
+    static QStringList reportedInLog(const TestDir& dir)
     {
-        return told(QString::fromUtf8(files::read(dir / "log")));
+        return reported(QString::fromUtf8(files::read(dir / "log")));
     }
 
     std::unique_ptr<HttpServer> m_server;

@@ -123,7 +123,7 @@ private Q_SLOTS:
             QVERIFY2(page.contains("\n| " + reason + " |"), qPrintable(reason));
     }
 
-    void viewerTellsWhatItFinds_data()
+    void viewerReportsWhatItFinds_data()
     {
         QTest::addColumn<QString>("installed");
         QTest::addColumn<QString>("path");
@@ -136,7 +136,7 @@ private Q_SLOTS:
             "no check: The published version could not be read.\n");
     }
 
-    void viewerTellsWhatItFinds()
+    void viewerReportsWhatItFinds()
     {
         QFETCH(QString, installed);
         QFETCH(QString, path);
