@@ -46,7 +46,8 @@ private:
     TestDir m_dir;
 };
 
-const QString staysBehind = "Removed files stay on users' machines: the updater deletes nothing.";
+const QString staysInstalled =
+    "Removed files stay on users' machines: the updater deletes nothing.";
 
 } // namespace
 
@@ -55,7 +56,7 @@ class TestReleaseDiff : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void changesAreTold()
+    void changesAreReported()
     {
         Releases releases({tree::entry("same", "same"), tree::entry("a/changed", "1"),
                            tree::entry("gone", "gone"), tree::entry("size", "22")},
@@ -67,7 +68,7 @@ private Q_SLOTS:
                               "changed a/changed (1 bytes)", "changed size (3 bytes)",
                               "removed gone (4 bytes)",
                               "Editor 1.0 to 2.0: 2 added, 2 changed, 1 removed",
-                              "A user of 1.0 downloads 4 files, 9 bytes.", staysBehind}));
+                              "A user of 1.0 downloads 4 files, 9 bytes.", staysInstalled}));
         QCOMPARE(releases.findings, 0);
     }
 
@@ -300,7 +301,7 @@ private Q_SLOTS:
                                            "removed old (3 bytes)\n"
                                            "Editor 1.0 to 2.0: 1 added, 1 changed, 1 removed\n"
                                            "A user of 1.0 downloads 2 files, 7 bytes.\n") +
-                                    staysBehind.toUtf8() + "\n");
+                                    staysInstalled.toUtf8() + "\n");
         QCOMPARE(tool.run({"diff", "-n", "Viewer", dir / "1/index.txt", dir / "2/index.txt"}), 1);
         QCOMPARE(tool.output().count("has no record of \"Viewer\""), 2);
         QCOMPARE(tool.run({"diff", dir / "1/index.txt", dir / "missing"}), 1);

@@ -379,7 +379,7 @@ private Q_SLOTS:
                                                tree.path() + ": no file Contents/MacOS/Editor"}));
     }
 
-    void everyFindingTellsWhy()
+    void everyFindingSaysWhy()
     {
         const LintedRelease tree;
         tree.add("a<b");
@@ -489,7 +489,7 @@ private Q_SLOTS:
                  QStringList{"accepted: " + dir.path() + ": no file Contents/MacOS/Editor"});
     }
 
-    void acceptedAndOtherFindingsAreToldApart()
+    void acceptedAndOtherFindingsAreSeparate()
     {
         const LintedRelease tree;
         tree.add("Contents/MacOS/updater", 0755);
@@ -579,7 +579,7 @@ private Q_SLOTS:
     void helpIsGiven_data()
     {
         QTest::addColumn<QStringList>("words");
-        QTest::addColumn<QStringList>("told");
+        QTest::addColumn<QStringList>("texts");
         row("overview", QStringList{"--help"},
             QStringList{"lint DIR", "diff OLD NEW", "verify URL", "--version", "Exit status",
                         "written"});
@@ -595,12 +595,12 @@ private Q_SLOTS:
     void helpIsGiven()
     {
         QFETCH(QStringList, words);
-        QFETCH(QStringList, told);
+        QFETCH(QStringList, texts);
         Tool tool;
         QCOMPARE(tool.run(words), 0);
         const QString output = QString::fromLocal8Bit(tool.output());
         QVERIFY2(output.startsWith("Usage: updater-release "), qPrintable(output));
-        for (const QString& text : std::as_const(told))
+        for (const QString& text : std::as_const(texts))
             QVERIFY2(output.contains(text), qPrintable(text + "\n" + output));
     }
 

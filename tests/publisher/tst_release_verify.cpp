@@ -349,7 +349,7 @@ private Q_SLOTS:
 
     /// The finding is written before the note. At the end there is nothing left to write, so the
     /// tool has to remember the earlier error.
-    void resultThatCannotBeWrittenIsTold()
+    void resultThatCannotBeWrittenIsReported()
     {
         if (!QFile::exists("/dev/full"))
             QSKIP("needs /dev/full");
