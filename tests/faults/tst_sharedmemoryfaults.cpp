@@ -263,7 +263,7 @@ private Q_SLOTS:
     void checkWaitsAsLongAsTheLockIsTaken_data()
     {
         QTest::addColumn<Stop>("stop");
-        QTest::addColumn<bool>("otherToolkit");
+        QTest::addColumn<bool>("otherQt");
         row("while it attaches", Stop::Attaching, false);
         row("when it is attached", Stop::Attached, false);
         row("host of the other Qt, while it attaches", Stop::Attaching, true);
@@ -273,12 +273,12 @@ private Q_SLOTS:
     void checkWaitsAsLongAsTheLockIsTaken()
     {
         QFETCH(Stop, stop);
-        QFETCH(bool, otherToolkit);
-        if (otherToolkit && otherHost().isEmpty())
+        QFETCH(bool, otherQt);
+        if (otherQt && otherHost().isEmpty())
             QSKIP("UPDATER_OTHER_SHM_HOST does not name the shm_host of a build with another Qt");
-        HostAndServer scene(otherToolkit ? otherHost() : QString());
+        HostAndServer scene(otherQt ? otherHost() : QString());
         const bool sameMajor = scene.host->qtVersion().left(2) == QByteArray(qVersion()).left(2);
-        QCOMPARE(sameMajor, !otherToolkit);
+        QCOMPARE(sameMajor, !otherQt);
         auto witness = scene.attach();
 
         QVERIFY(stopCheck(scene, *witness, stop));

@@ -22,12 +22,12 @@ QString tagValue(const QString& tag, QString& source, bool remove, bool* found)
     const QString value = source.mid(valueAt, closingAt - valueAt);
 
     if (remove) {
-        const auto behindAt = closingAt + closing.length();
+        const auto afterAt = closingAt + closing.length();
         QString rebuilt;
         if (openingAt != 0)
             rebuilt += source.left(openingAt).trimmed();
-        if (behindAt != source.length())
-            rebuilt += source.mid(behindAt).trimmed();
+        if (afterAt != source.length())
+            rebuilt += source.mid(afterAt).trimmed();
         source = rebuilt;
     }
     return value;
