@@ -8,7 +8,7 @@ namespace {
 
 using Choices = std::vector<QString>;
 
-// Blanks: for Qt, U+200B and U+FEFF are none, and the others are.
+// What QString::trimmed() removes, and what it does not although it looks like a space.
 const Choices spaces{"",     "",   "",   "",   "\n\t",   "\n\t\t", " ",
                      "\r\n", "  ", "\t", "\v", "\u00a0", "\u2003", "\u0085"};
 const Choices noSpaces{"\u200b", "\ufeff", "\u00ad"};
@@ -165,7 +165,7 @@ private:
             shuffle(pieces);
         QString text = joined(pieces);
         for (int count = maybe(60) ? below(4) : 0; count > 0; --count)
-            splitMark(text);
+            splitTag(text);
         return text;
     }
 
@@ -191,14 +191,14 @@ private:
         return text;
     }
 
-    /// Puts a whole element into the middle of some mark: once the element is cut out, the mark
-    /// forms across the seam. Applied again, it may do so to the marks of that element.
-    void splitMark(QString& text)
+    /// Puts a whole element into the middle of some tag: once the element is cut out, the tag forms
+    /// across the seam. Applied again, it may do so to the tags of that element.
+    void splitTag(QString& text)
     {
         if (text.isEmpty())
             return;
-        const QString mark = maybe(75) ? "<file>" : "<";
-        const auto begin = text.indexOf(mark, below(static_cast<int>(text.size())));
+        const QString tag = maybe(75) ? "<file>" : "<";
+        const auto begin = text.indexOf(tag, below(static_cast<int>(text.size())));
         const auto end = text.indexOf('>', begin);
         if (begin < 0 || end < 0)
             return;

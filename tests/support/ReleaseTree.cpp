@@ -37,7 +37,7 @@ QList<QByteArray> onEveryFile(const QString& tool, const QString& top)
 {
     const QString command = "find -L . -type f -print0 2>/dev/null | xargs -0 -r " + tool;
     QList<QByteArray> records = outputOf("sh", {"-c", command}, top).split('\0');
-    records.removeLast(); // What follows the last zero byte: nothing.
+    records.removeLast(); // The empty text after the last zero byte.
     return records;
 }
 
@@ -59,7 +59,7 @@ void appendListing(QStringList& names, const QString& dir, const QString& prefix
     }
 }
 
-/// Returns what stands between @p before and @p after in @p line.
+/// Returns what is between @p before and @p after in @p line.
 QString between(const QString& line, const QString& before, const QString& after)
 {
     if (!line.startsWith(before) || !line.endsWith(after))
@@ -149,7 +149,7 @@ QString versionFile(const ProgramData& data)
 QVector<ProgramFile> entriesOf(const QString& text)
 {
     constexpr int headLines = 4;
-    constexpr int endLines = 2; // The closing root element, and nothing behind its line end.
+    constexpr int endLines = 2; // The closing root element, and nothing after its line end.
     constexpr int blockLines = 5;
     const QStringList lines = text.split('\n');
     if ((lines.size() - headLines - endLines) % blockLines != 0)

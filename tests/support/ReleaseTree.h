@@ -1,4 +1,5 @@
-// Release trees, and what other means than the product's own tell about them.
+// Independent oracles for release trees: what find, sha1sum and stat report, without the product's
+// code.
 #ifndef TESTS_SUPPORT_RELEASETREE_H
 #define TESTS_SUPPORT_RELEASETREE_H
 
