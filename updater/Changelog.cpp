@@ -41,7 +41,7 @@ QString Updater::changelogData(const QString& fileName) const
 bool Updater::writeChangelogFile(const ProgramData& data) const
 {
     const QString path = changelogFilePath(data.version);
-    // Without a changelog, too: the host must not find that of an earlier check.
+    // Remove it even if there is no changelog: the host must not find that of an earlier check.
     QFile::remove(path);
     if (data.changelog.isEmpty())
         return true;

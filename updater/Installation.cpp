@@ -26,7 +26,7 @@ void moveIntoPlace(const QString& from, const QString& to)
     QFile::rename(from, to);
 }
 
-/// Removes the directory that @p path lay in, and its parents, as far as they are empty.
+/// Removes the directory of the file @p path and its parents, as far as they are empty.
 void removeEmptyDirectories(const QString& path)
 {
     if (const std::optional<QString> directory = paths::directoryPart(path))
@@ -66,7 +66,7 @@ QString Updater::installFiles()
         const QString downloaded = downloadDir + file.name;
         const QString installed = baseDir + file.name;
         moveIntoPlace(downloaded, installed);
-        // Icon files become executable, too: intended.
+        // Icon files become executable on purpose (docs/quirks.md).
         if (installed.endsWith(QLatin1String(".icns"), Qt::CaseInsensitive))
             QFile::setPermissions(installed, executablePermissions);
         removeEmptyDirectories(downloaded);

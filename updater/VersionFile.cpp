@@ -37,7 +37,7 @@ bool Updater::buildVersionFile(QString* versionFilePath, bool required,
         return false;
 
     QString text;
-    // Cannot fail: the writer refuses only an empty name or version. The guard stays all the same.
+    // Cannot fail here: the writer refuses only an empty name or version, which was checked above.
     if (!programDataToXml(data, text)) {
         file.remove();
         return false;
