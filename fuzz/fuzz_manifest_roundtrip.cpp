@@ -3,7 +3,7 @@
 //
 // A line of the input is a value. A record is the name, the version, "true" for a required update,
 // the changelog, and then the name, the SHA-1 and the size of one file after the other; an empty
-// line in place of a file ends it. An ASCII byte is that character, the upper half of Latin-1, too;
+// line in place of a file ends it. ASCII bytes and the upper half of Latin-1 are those characters;
 // the bytes between are pieces that can confuse a reader.
 
 #include "manifest/ManifestText.h"
@@ -160,7 +160,7 @@ bool holds(const QString& value, const char* tag)
     return folded(value).find(folded(tag)) != std::u16string::npos;
 }
 
-/// True when the values of @p record can be told from the tags around them.
+/// True when the values of @p record can be distinguished from the tags around them.
 bool valuesAreClear(const ProgramData& record)
 {
     if (holds(record.version, "</version>") || holds(record.changelog, "</changelog>"))

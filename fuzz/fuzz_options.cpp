@@ -1,8 +1,8 @@
 // The command line against a model of its rules, on argument vectors that libFuzzer thinks of.
 //
 // A line of the input is an argument. `--cleanup` deletes files, so the program is in a directory
-// of its own meanwhile, and the only "/" in an argument is that of "sub/", which the byte 0x80
-// stands for: no path leads out. The removals go through unlink() below, which sees to that, too.
+// of its own meanwhile. The only "/" in an argument is that of "sub/", written as the byte 0x80, so
+// no path leads out. unlink() below sees every removal and checks that.
 
 #include "app/Options.h"
 

@@ -7,7 +7,7 @@
 //   o  succeeds              s  lacks the last byte      w  ends with another byte
 //   m  the file is missing   l  has one byte more
 //
-// A "z" in front gives the manifest a wrong size, so that no transfer succeeds.
+// A "z" before them gives the manifest a wrong size, so that no transfer succeeds.
 
 #include "updater/Updater.h"
 
@@ -31,7 +31,7 @@ constexpr int mostCharacters = 60;
 /// Stands for the exit status of a run that asks for more than the model.
 constexpr int endless = 124;
 
-/// A file of the update, and what becomes of its transfers. Behind the last one they succeed.
+/// A file of the update, and what becomes of its transfers. After the listed ones they succeed.
 struct Item
 {
     QString name;
