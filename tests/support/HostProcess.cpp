@@ -15,7 +15,7 @@ constexpr int patience = 15000;
 HostProcess::HostProcess(int size, const QString& executable)
     : m_executable(executable.isEmpty() ? QStringLiteral(SHM_HOST_EXECUTABLE) : executable)
 {
-    // The system numbers segments by a digest of a file: now and then two keys share a number.
+    // The system derives a short number from the key, so now and then two keys share one.
     constexpr int mostTries = 5;
     for (int tries = 0; tries < mostTries; ++tries) {
         m_key = unusedKey();
@@ -110,7 +110,8 @@ QByteArray HostProcess::readLine()
 
 void HostProcess::removeWhatIsLeft() const
 {
-    // A segment goes with its last user, a semaphore with the one who says that he made it.
+    // A segment is removed with its last user, a semaphore by an object that claims to have made
+    // it.
     const QSystemSemaphore semaphore(m_key, 1, QSystemSemaphore::Create);
     segmentExists(m_key);
 }

@@ -52,10 +52,10 @@ public:
     /// Returns the lock that lock() or beginLock() took.
     bool unlock() { return ask("unlock") == "done"; }
 
-    /// Returns how many wait for the lock; -1 when that cannot be told.
+    /// Returns how many wait for the lock; -1 when that is unknown.
     int waiting() { return ask("waiting").toInt(); }
 
-    /// Ends the host in order: it lets go of the segment, which goes with its last user.
+    /// Ends the host properly: it detaches from the segment, which is removed with its last user.
     bool quit();
 
     /// Ends the process at once (SIGKILL), whatever it holds.

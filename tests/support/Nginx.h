@@ -17,7 +17,7 @@ struct ServerCertificate
 };
 
 /// Serves the files below one directory on 127.0.0.1, on a free port, until the end of the scope.
-/// Everything nginx writes lies in a temporary directory.
+/// Everything nginx writes is in a temporary directory.
 class Nginx
 {
 public:

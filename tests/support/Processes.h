@@ -13,8 +13,8 @@ namespace processes {
 /// its way to become another program. Needs /proc, and finds nothing where there is none.
 QStringList mentioning(const QString& text);
 
-/// Returns the numbers of the children of this process, also of those that have ended and that
-/// nobody has waited for. Needs /proc, too.
+/// Returns the process ids of the children of this process, including those that have ended and
+/// that nobody has waited for. Needs /proc.
 QList<qint64> children();
 
 } // namespace processes

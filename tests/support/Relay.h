@@ -1,4 +1,4 @@
-// Stands between a client and a server, and ends connections as a network does.
+// Passes data between a client and a server, and ends connections as a network does.
 #ifndef TESTS_SUPPORT_RELAY_H
 #define TESTS_SUPPORT_RELAY_H
 
@@ -29,8 +29,8 @@ public:
     /// as the list says. Those after them are left alone.
     void cut(const QList<qint64>& bytes, Ending ending);
 
-    /// Keeps from the client that the server has ended a connection, as if that took long to
-    /// arrive. For TLS up to 1.2, where the server's word of it can be told from the rest.
+    /// Hides from the client that the server has ended a connection, as if that took long to
+    /// arrive. For TLS up to 1.2, where the server's alert can be recognised.
     void hideEnds() { m_endsHidden = true; }
 
     /// Makes it a proxy: a client first says where it wants to be connected to (CONNECT), and is

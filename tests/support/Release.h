@@ -11,7 +11,7 @@ using Tree = QMap<QString, QByteArray>;
 
 namespace release {
 
-/// Writes the files of @p tree below @p dir, which is made, too.
+/// Writes the files of @p tree below @p dir, which is created if it is missing.
 void lay(const Tree& tree, const QString& dir);
 
 /// Reads the tree below @p dir.

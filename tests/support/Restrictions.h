@@ -9,8 +9,8 @@
 #include <optional>
 
 /// Makes the permission bits of files count for the calling thread until the end of the scope: root
-/// gives up its override (Linux). Nothing changes for an ordinary user. What only asks for the
-/// permission, as QFileInfo::isReadable() does, still hears root's answer.
+/// gives up its override (Linux). Nothing changes for an ordinary user. Calls that only ask for the
+/// permission, such as QFileInfo::isReadable(), still get root's answer.
 class EnforcedPermissions
 {
 public:

@@ -21,11 +21,11 @@
 class Updater;
 
 /// A published release, an installation, and an updater whose temporary directory nobody else uses.
-/// All of it lies in one private directory. The program is called "Editor".
+/// All of it is in one private directory. The program is called "Editor".
 class Scene
 {
 public:
-    /// The release lies in the directory @p release, or in one of the scene's own.
+    /// The release is in the directory @p release, or in one of the scene's own.
     explicit Scene(const QString& release = QString());
 
     /// Makes @p tree the release of @p version, described with @p furtherOptions.

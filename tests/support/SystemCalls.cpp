@@ -33,8 +33,8 @@ bool isElsewhere(const SystemCall& call)
            (call.name == "bind" && !call.arguments.contains("sun_path"));
 }
 
-/// The paths in the arguments of a call: those in quotes, put behind the directory before them when
-/// they are relative, or else those of its open files.
+/// The paths in the arguments of a call: those in quotes or else those of its open files. A
+/// relative one is completed with the directory argument before it.
 QStringList pathsIn(const QString& arguments)
 {
     static const QRegularExpression item("(?<open>(?:AT_FDCWD|\\d+)<(?<file>[^>]*)>)|"

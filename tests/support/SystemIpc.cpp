@@ -12,7 +12,7 @@ bool ownNamespace = false;
 
 #ifdef __linux__
 
-/// Lets the user be who he was: in a user namespace of its own a process is nobody at first.
+/// Keeps the user and group: in a new user namespace a process is "nobody" until it maps them.
 void keepUser(uid_t user, gid_t group)
 {
     const auto identity = [](auto id) {

@@ -9,8 +9,8 @@
 #include <QTest>
 
 /// Gives the process a temporary, a runtime and a configuration directory of its own, removed at
-/// the end, and the offscreen platform unless another is asked for. Tests can so run side by side,
-/// do not depend on how the user has configured Qt, and leave nothing behind. To be made before the
+/// the end, and the offscreen platform unless another is set. So tests can run side by side, do not
+/// depend on the user's configuration of Qt, and leave no files. Construct it before the
 /// application object.
 class PrivateEnvironment
 {

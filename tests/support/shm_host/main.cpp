@@ -1,14 +1,19 @@
-// Plays the host application: makes a shared-memory segment, as the application does before it
-// starts the updater, and tells what is in it.
+// Plays the host application: creates a shared-memory segment, as the application does before it
+// starts the updater, and prints its contents.
 //
 //   shm_host KEY SIZE
-//   shm_host KEY        attaches to a segment that is there
+//   shm_host KEY        attaches to an existing segment
 //
-// Says "ready" or "failed" first. Then obeys the commands on standard input, each answered by one
-// line: "dump" by the bytes of the segment in hexadecimal, "write HEX" by "done", whoever holds the
-// lock, "lock" and "unlock" by "done", "waiting" by the number of processes and threads that wait
-// for the lock, "qt" by the version of Qt, "quit" by "done". The end of the input
-// ends the process, too, so that it never outlives the test.
+// It prints "ready" or "failed" first, and then one line for each command on standard input:
+//
+//   dump           the bytes of the segment in hexadecimal
+//   write HEX      "done"; does not take the lock
+//   lock, unlock   "done"
+//   waiting        how many processes and threads wait for the lock
+//   qt             the version of Qt
+//   quit           "done", and ends
+//
+// It also ends with its input, so that it never outlives the test.
 
 #include <QByteArray>
 #include <QCryptographicHash>
@@ -28,10 +33,10 @@ namespace {
 /// What a segment holds before anyone has written to it.
 constexpr int fillByte = 0xAA;
 
-/// Returns how many wait for the lock of the segment @p key; -1 when that cannot be told.
+/// Returns how many wait for the lock of the segment @p key; -1 when that is unknown.
 ///
-/// Qt has no function for it. It derives the semaphore from a file in the temporary
-/// directory, whose name ends with the digest of the key.
+/// Qt has no function for it. It derives the semaphore from a file in the temporary directory,
+/// whose name ends with the digest of the key.
 int waitingForLock(const QString& key)
 {
     const QString digest = QString::fromLatin1(
