@@ -1,6 +1,5 @@
-// An update by the real executable on a file system that does not do as it is told. Results of
-// writing, removing, moving and making directories are not checked: what that leads to is told
-// here.
+// An update by the real executable on a file system that fails. The updater does not check the
+// results of writing, removing, moving and making directories. These tests show the consequences.
 
 #include "tests/support/Needs.h"
 #include "tests/support/Restrictions.h"

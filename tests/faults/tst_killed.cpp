@@ -95,7 +95,7 @@ const QList<Step>& stepsOfTheUpdate()
         {"unlink", installed + dataName},
         {"rename", saved + dataName, installed + dataName},
         {"rmdir", saved, "", {top}},
-        {"rmdir", tmp, "", {top}}, // Gone, but the next update makes it anew and has no use for it.
+        {"rmdir", tmp, "", {top}}, // The next update makes it again, and does not need it.
     };
     return steps;
 }
@@ -596,7 +596,7 @@ private Q_SLOTS:
 
     // ---- With the temporary directory on another file system
 
-    /// Then moving is copying, and a part of a file is taken for what it is.
+    /// There moving means copying, and the next update replaces an incomplete copy.
     void killedWhileItCopies()
     {
         NEEDS_STRACE();

@@ -43,9 +43,9 @@ enum Position { First = 0, Middle = 2, Last = 4 };
 ///   Damaged   3          critical, name    1             the same, and the directory for it is made
 ///   Broken    3          one of the two    1             the same, with or without the directory
 ///
-/// Broken: the connection ends too early. A try that follows such an end Qt now and then
-/// repeats by itself, or it gives out the part that came as if it were the whole. Where Qt
-/// repeats requests (see Fault::repeated), they are counted by the client.
+/// Broken: the connection ends too early. After such an end Qt sometimes repeats the next request
+/// itself, or delivers the truncated body as if it were complete. Where Qt repeats requests (see
+/// Fault::repeated), they are counted by the client.
 ///
 /// A version file is fetched once. One that cannot be read (see Fault::versionFileUsed) is reported
 /// as an empty version; an update then installs nothing, starts the program and ends with 0.

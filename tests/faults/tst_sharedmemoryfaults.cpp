@@ -1,9 +1,8 @@
-// Checks by the real executable for hosts in trouble: a host that dies with the lock of its
-// segment, one that goes while the updater waits, one that does not give the lock back, two checks
-// at once.
+// Checks by the real executable for hosts that fail: a host that dies while it holds the lock of
+// its segment, one that ends while the updater waits, one that keeps the lock, two checks at once.
 //
-// The lock is handed on in the order in which it was asked for. A test that holds it can so stop an
-// updater at either of two places: while it attaches, and when it is attached and about to write.
+// Waiting processes get the lock in the order in which they asked for it. So a test that holds it
+// can stop an updater at either of two places: while it attaches, and just before it writes.
 
 #include "tests/support/HostProcess.h"
 #include "tests/support/HttpServer.h"
@@ -159,7 +158,7 @@ private Q_SLOTS:
 
         QVERIFY(witness->quit());
         QVERIFY(!HostProcess::segmentExists(scene.host->key()));
-        // Only who has made a semaphore removes it.
+        // Only the process that made a semaphore removes it.
         const QStringList left = files::list(QDir::tempPath());
         QCOMPARE(left.size(), 1);
         QVERIFY2(left.first().startsWith("qipc_systemsem_"), qPrintable(left.first()));
@@ -282,7 +281,7 @@ private Q_SLOTS:
         auto witness = scene.attach();
 
         QVERIFY(stopCheck(scene, *witness, stop));
-        // In the time of a whole check for someone else, nothing happens.
+        // Nothing happens while a whole check for another host runs.
         const HostAndServer other;
         UpdaterProcess check;
         other.start(check);
@@ -301,7 +300,7 @@ private Q_SLOTS:
         QVERIFY2(scene.host->lock() && scene.host->unlock(), "the lock is still taken");
     }
 
-    /// As a user does who is tired of waiting.
+    /// As a user may do who does not want to wait.
     void killedUpdaterLeavesSegmentAndLock_data()
     {
         QTest::addColumn<Stop>("stop");

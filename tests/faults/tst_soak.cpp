@@ -1,5 +1,5 @@
 // Two hundred checks and updates by the real executable, two at a time: each ends as it must, and
-// nothing gathers, neither in the system nor in the temporary directory nor at the server.
+// nothing accumulates in the system, the temporary directory or the server.
 
 #include "tests/support/Needs.h"
 #include "tests/support/Nginx.h"
@@ -230,7 +230,7 @@ private Q_SLOTS:
     {
         if (!m_orphansAreOurs)
             QSKIP("orphans go elsewhere");
-        // The started programs, and nobody else: they were ours to wait for in the end.
+        // Only the started programs: as orphans they became children of this process.
         int ended = 0;
         const auto onlyNginxIsLeft = [&] {
             QList<qint64> children = processes::children();

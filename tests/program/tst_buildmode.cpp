@@ -35,7 +35,7 @@ public:
         return command.has_value();
     }
 
-    /// Builds the tree as version 2.1 of Editor, with @p options behind the needed ones.
+    /// Builds the tree as version 2.1 of Editor, with @p options after the required ones.
     int build(const QStringList& options = QStringList())
     {
         return run("Editor", tree(), "2.1", options);
@@ -103,7 +103,7 @@ class TestBuildMode : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    // What find, sha1sum and stat tell of the tree is all there is.
+    // The version file lists exactly what find, sha1sum and stat report.
     void realTreeIsDescribedAsOtherToolsSeeIt()
     {
         const QString source = realTree();

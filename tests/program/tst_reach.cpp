@@ -53,9 +53,9 @@ public:
         ServedScene::publish(tree, "2.0", {"--changelog", dir / "CHANGES.txt"});
     }
 
-    /// The changes that lie elsewhere than they may, one line each. Qt makes sure that the
-    /// runtime directory is there; the base directory is made if it is missing; with the download
-    /// directory its parents would go, but the temporary directory is not empty.
+    /// The changes outside the places that an update may change, one line each. Qt makes the
+    /// runtime directory; a missing base directory is made. The temporary directory is not empty,
+    /// so it is not removed with the download directory.
     QString strayChanges() const
     {
         QStringList stray;
@@ -273,7 +273,7 @@ private Q_SLOTS:
 
     // ---- Where it does reach further
 
-    // Emptied parents of the download directory go, whoever made them.
+    // Empty parents of the download directory are removed, whoever made them.
     void emptyTemporaryDirectoryIsRemoved()
     {
         TracedScene scene;
@@ -289,7 +289,7 @@ private Q_SLOTS:
         QCOMPARE(scene.strayChanges().count('\n'), 0);
     }
 
-    // Names are used as they stand: who writes the manifest decides how far they reach.
+    // Names are used unchanged: the author of the manifest decides where they lead.
 
     void versionWithDotsLeadsOutside()
     {

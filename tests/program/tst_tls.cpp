@@ -1,4 +1,4 @@
-// The whole road over https: a release served by nginx under a certificate that the updater trusts,
+// A whole update over https: a release served by nginx under a certificate that the updater trusts,
 // and under several that it must refuse.
 
 #include "tests/support/Authority.h"

@@ -1,4 +1,4 @@
-// The whole road, with real parts only: a release described by the build mode and served by nginx,
+// A whole update, with real parts only: a release described by the build mode and served by nginx,
 // the updater as a process, a program that is started again.
 
 #include "tests/support/Needs.h"
@@ -199,7 +199,7 @@ private Q_SLOTS:
         const QStringList started =
             differs ? expectedStart(scene, exe, needed.contains(Scene::exeName)) : QStringList();
         QTRY_COMPARE(scene.program.starts(), started);
-        // A program that was started waits for leave, so that one too many would be seen.
+        // The started programs run until letEnd(), so one too many would be seen.
         QCOMPARE(processes::mentioning(scene.dir.path()).size(), started.size());
         scene.program.letEnd();
         QTRY_COMPARE(scene.program.ends().size(), started.size());
@@ -226,7 +226,7 @@ private Q_SLOTS:
         scene.publish(publishedTree(scene.program), "2.0a", buildOptions);
         const auto host = scene.startHost();
 
-        // With everything an update would need, too: the check ends all the same.
+        // Even with everything that an update needs, a check only checks.
         scene.program.install(scene.dir / "bin/Editor", "Editor");
         scene.installedVersion = installedVersion;
         scene.exe = scene.dir / "bin/Editor";
