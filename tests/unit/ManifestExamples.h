@@ -22,27 +22,27 @@ inline ProgramData exampleRecord()
              {"Contents/Resources/readme.txt", "f572d396fae9206628714fb2ce00f72e94f2258f", 6}}};
 }
 
-inline const QString exampleText =
-    "<Editor>\n"
-    "\t<version>2.1</version>\n"
-    "\t<required>false</required>\n"
-    "\t<changelog>VmVyc2lvbiAyLjEKLSBGYXN0ZXIgc3RhcnQtdXAKLSBGaXhlZCBwcmludGluZwo=</changelog>\n"
-    "\t<file>\n"
-    "\t\t<name>.hidden</name>\n"
-    "\t\t<sha1>a9993e364706816aba3e25717850c26c9cd0d89d</sha1>\n"
-    "\t\t<size>3</size>\n"
-    "\t</file>\n"
-    "\t<file>\n"
-    "\t\t<name>Contents/Resources/empty.dat</name>\n"
-    "\t\t<sha1>da39a3ee5e6b4b0d3255bfef95601890afd80709</sha1>\n"
-    "\t\t<size>0</size>\n"
-    "\t</file>\n"
-    "\t<file>\n"
-    "\t\t<name>Contents/Resources/readme.txt</name>\n"
-    "\t\t<sha1>f572d396fae9206628714fb2ce00f72e94f2258f</sha1>\n"
-    "\t\t<size>6</size>\n"
-    "\t</file>\n"
-    "</Editor>\n";
+inline const QString exampleText = R"(<Editor>
+	<version>2.1</version>
+	<required>false</required>
+	<changelog>VmVyc2lvbiAyLjEKLSBGYXN0ZXIgc3RhcnQtdXAKLSBGaXhlZCBwcmludGluZwo=</changelog>
+	<file>
+		<name>.hidden</name>
+		<sha1>a9993e364706816aba3e25717850c26c9cd0d89d</sha1>
+		<size>3</size>
+	</file>
+	<file>
+		<name>Contents/Resources/empty.dat</name>
+		<sha1>da39a3ee5e6b4b0d3255bfef95601890afd80709</sha1>
+		<size>0</size>
+	</file>
+	<file>
+		<name>Contents/Resources/readme.txt</name>
+		<sha1>f572d396fae9206628714fb2ce00f72e94f2258f</sha1>
+		<size>6</size>
+	</file>
+</Editor>
+)";
 
 constexpr quint64 largestSize = 18446744073709551615U;
 
