@@ -145,7 +145,7 @@ private Q_SLOTS:
         const Published published;
         QVERIFY(QFile::remove(published / "index.txt"));
         QCOMPARE(Verified(published.url()).lines,
-                 QStringList{published.url() + ": missing on the server"});
+                 QStringList{published.url() + ": missing on the server; upload it"});
         QCOMPARE(published.server().requests(), QStringList{"/index.txt"});
     }
 
