@@ -265,7 +265,7 @@ private Q_SLOTS:
     void noSegmentAndNoSemaphoreIsLeft()
     {
         if (!systemipc::inOwnNamespace())
-            QSKIP("segments and semaphores of others cannot be told from ours here");
+            QSKIP("cannot distinguish segments and semaphores of others from ours here");
         QCOMPARE(systemipc::everything(), QStringList());
     }
 

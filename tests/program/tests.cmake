@@ -21,6 +21,6 @@ if(UPDATER_XVFB_RUN)
 else()
   updater_test(window)
 endif()
-# Whole stacks: else a leak of the X11 plugin cannot be told from one of ours.
+# Whole stacks: otherwise a leak of the X11 plugin looks like one of ours.
 set_tests_properties(window PROPERTIES
   ENVIRONMENT "${lsan_options};ASAN_OPTIONS=fast_unwind_on_malloc=0")

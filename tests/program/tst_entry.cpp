@@ -20,7 +20,7 @@ QStringList& events()
     return list;
 }
 
-/// Notes when a progress dialog is told to close.
+/// Notes when a progress dialog is asked to close.
 class CloseWatch : public QObject
 {
 public:

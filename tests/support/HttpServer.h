@@ -93,7 +93,7 @@ public:
     /// Goes on to the next expected request, if there is one and that of expectRepeated() has come.
     void endRepeats();
 
-    /// What was not as expect() told, one line each: requests that nobody expected, in the order
+    /// What was not as expect() said, one line each: requests that nobody expected, in the order
     /// they came, and at the end those that have not come.
     QStringList complaints() const;
 
