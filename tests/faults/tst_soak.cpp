@@ -55,11 +55,13 @@ class Run : public Scene
 {
 public:
     Run(const Publisher& publisher, int number)
-        : m_publisher(publisher)
+        : Scene(publisher.dir / "release")
+        , m_publisher(publisher)
         , m_kind(static_cast<Kind>(number % KindCount))
         , m_id(QStringLiteral("run%1").arg(number))
     {
         files::link(publisher.dir / "release", publisher.root / m_id);
+        published = publisher.tree;
         install(treeToInstall());
         if (m_kind == UpToDate)
             installedVersion = "2.0";
@@ -102,9 +104,10 @@ public:
             left.append("wUpEditor2.0/"); // It stays when there was nothing to move out of it.
         expect(files::list(tmpDir) == left, files::list(tmpDir).join(' '));
         Tree expected = installed;
-        const QStringList names = neededFiles();
-        for (const QString& name : names)
-            expected[name] = m_publisher.tree[name];
+        if (updates()) {
+            for (auto file = published.begin(); file != published.end(); ++file)
+                expected[file.key()] = file.value();
+        }
         expect(differencesFrom(expected).isEmpty(), differencesFrom(expected));
         return m_problems;
     }
@@ -112,43 +115,31 @@ public:
     /// The requests that it must have made.
     QStringList requests() const
     {
-        QStringList paths;
-        for (const QString& name : QStringList{"index.txt"} + neededFiles())
-            paths.append('/' + m_id + '/' + name);
-        return paths;
+        const QStringList paths = wantedPaths('/' + m_id);
+        return updates() ? paths : paths.mid(0, 1);
     }
 
     /// The starts of a program that it must have made.
     QStringList starts() const
     {
-        if (m_kind == Check || m_kind == UpToDate)
-            return {};
-        return {startOf("Editor 2.0")};
+        return updates() ? QStringList{startOf("Editor 2.0")} : QStringList();
     }
 
 private:
+    /// Whether it downloads and starts anything.
+    bool updates() const { return m_kind != Check && m_kind != UpToDate; }
+
     Tree treeToInstall() const
     {
         if (m_kind == Check || m_kind == UpdateOfNothing)
             return {};
-        Tree tree = m_publisher.tree;
+        Tree tree = published;
         if (m_kind != UpdateOfCompleteFiles) {
             tree[exeName] = m_publisher.program.script("Editor 1.0");
             tree[dataName].chop(1);
             tree["dropped.txt"] = "no longer part of a release";
         }
         return tree;
-    }
-
-    /// In the order of the version file.
-    QStringList neededFiles() const
-    {
-        if (m_kind == UpdateOfNothing)
-            return {"Contents/Info.txt", exeName, dataName, "Contents/Resources/Editor.icns",
-                    "readme.txt"};
-        if (m_kind == UpdateOfOldFiles)
-            return {exeName, dataName};
-        return {};
     }
 
     void expect(bool condition, const QString& what)

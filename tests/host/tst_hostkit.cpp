@@ -192,9 +192,7 @@ private:
         files::write(dir / "CHANGES.txt", "News\n");
         release::describe(dir / "release", "Viewer", "2.0",
                           {"-r", "--changelog", dir / "CHANGES.txt"});
-        const Tree tree = release::read(dir / "release");
-        for (auto file = tree.begin(); file != tree.end(); ++file)
-            m_server->serve("/viewer/" + file.key(), HttpReply::ok(file.value()));
+        release::serve(dir / "release", *m_server, "/viewer");
     }
 
     /// Installs Viewer 1.0, which was built with the kit, in @p app.

@@ -267,8 +267,7 @@ private Q_SLOTS:
         QCOMPARE(scene.update(scene.indexUrl(*m_nginx)), 0);
         QTRY_COMPARE(scene.program.starts().size(), 1);
         QCOMPARE(scene.update(scene.indexUrl(*m_nginx)), 0);
-        QCOMPARE(scene.requests(*m_nginx),
-                 QStringList{"index.txt"} + neededFiles(State::Empty) + QStringList{"index.txt"});
+        QCOMPARE(scene.requests(*m_nginx), scene.wantedNames() + QStringList{"index.txt"});
     }
 
     void largeOldInstallationBecomesTheRelease()

@@ -6,12 +6,10 @@
 #include "tests/support/FakeProgram.h"
 #include "tests/support/Needs.h"
 #include "tests/support/Nginx.h"
-#include "tests/support/RelaunchedProgram.h"
-#include "tests/support/Release.h"
 #include "tests/support/Row.h"
+#include "tests/support/Scene.h"
 #include "tests/support/SystemCalls.h"
 #include "tests/support/TestMain.h"
-#include "tests/support/UpdaterProcess.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -25,7 +23,6 @@
 
 namespace {
 
-const char* const exeName = "Contents/MacOS/Editor";
 const char* const pageName = "Contents/Resources/help.html";
 
 // Headings of the guide. The tests run the first commands after each.
@@ -157,17 +154,15 @@ private Q_SLOTS:
 
     void init()
     {
-        m_scene = std::make_unique<TestDir>();
-        m_program = std::make_unique<RelaunchedProgram>();
-        files::write(tmpDir() + "/keep", ""); // The updater removes an empty one.
-        files::write(*m_scene / "CHANGES.txt", "News\n");
+        m_scene = std::make_unique<Scene>();
+        files::write(m_scene->dir / "CHANGES.txt", "News\n");
         for (const QByteArray version : {"1.0", "2.0"}) {
             release::lay(editor(version), tree(version));
             makeOld(tree(version));
         }
     }
 
-    void cleanup() { m_program.reset(); }
+    void cleanup() { m_scene.reset(); }
 
     void releaseIsTheTreeAndItsVersionFile()
     {
@@ -177,9 +172,9 @@ private Q_SLOTS:
 
         const Variables noDisplay{
             {"QT_QPA_PLATFORM", ""}, {"DISPLAY", ""}, {"WAYLAND_DISPLAY", ""}};
-        const CommandResult outcome = publish(
-            {"-r", "--changelog", *m_scene / "CHANGES.txt", "Editor", "1.0", tree("1.0"), dest()},
-            noDisplay);
+        const CommandResult outcome = publish({"-r", "--changelog", m_scene->dir / "CHANGES.txt",
+                                               "Editor", "1.0", tree("1.0"), dest()},
+                                              noDisplay);
         QCOMPARE(outcome.status, 0);
         QVERIFY2(outcome.output.endsWith(dest() + "/current leads to 1.0\n"),
                  qPrintable(outcome.output));
@@ -339,26 +334,26 @@ private Q_SLOTS:
     void usersFollowWhatIsPublished()
     {
         UNDER_TRUST(command, *m_trustStore);
-        release::lay(editor("1.0"), installDir());
+        m_scene->install(editor("1.0"));
         publishVersion("1.0");
         const auto server = serve(dest());
 
         QCOMPARE(update(*server, "1.0", *command), 0);
         QCOMPARE(server->requests(), QStringList("/editor/index.txt"));
-        QCOMPARE(m_program->starts(), QStringList());
+        QCOMPARE(m_scene->program.starts(), QStringList());
 
         publishVersion("2.0");
         QCOMPARE(update(*server, "1.0", *command), 0);
-        QCOMPARE(release::differences(release::read(installDir()), editor("2.0")), QStringList());
+        QCOMPARE(m_scene->differencesFrom(editor("2.0")), QString());
         // The version file for each update, and each file that differs once.
         QCOMPARE(server->requests().size(), 1 + 1 + 4);
-        QTRY_COMPARE(m_program->starts().size(), 1);
+        QTRY_COMPARE(m_scene->program.starts().size(), 1);
 
         rollBack("1.0");
         QCOMPARE(update(*server, "2.0", *command), 0);
-        QCOMPARE(release::differences(release::read(installDir()), editor("1.0")), QStringList());
-        const QString started = "Editor %1|" + installDir() + "/Contents/MacOS|";
-        QTRY_COMPARE(m_program->starts(), QStringList({started.arg("2.0"), started.arg("1.0")}));
+        QCOMPARE(m_scene->differencesFrom(editor("1.0")), QString());
+        QTRY_COMPARE(m_scene->program.starts(),
+                     QStringList({m_scene->startOf("Editor 2.0"), m_scene->startOf("Editor 1.0")}));
     }
 
     void interruptedPublicationIsNotSeen_data()
@@ -384,14 +379,14 @@ private Q_SLOTS:
         publishVersion("1.0");
         const auto server = serve(dest());
         const QByteArray index = ask(*server, "index.txt").body;
-        const QString program = *m_scene / "trouble/" + replaced;
+        const QString program = m_scene->dir / "trouble/" + replaced;
         writeScript(program, lines);
 
         const CommandResult outcome = publish(
             {"Editor", "2.0", tree("2.0"), dest()},
             replaced == "updater"
                 ? Variables{{"UPDATER", program}}
-                : Variables{{"PATH", *m_scene / "trouble:" + qEnvironmentVariable("PATH")}});
+                : Variables{{"PATH", m_scene->dir / "trouble:" + qEnvironmentVariable("PATH")}});
         QVERIFY(outcome.status != 0);
 
         QCOMPARE(linkOf(dest() + "/current"), QString("releases/1.0"));
@@ -451,15 +446,15 @@ private Q_SLOTS:
     {
         QFETCH(QStringList, arguments);
         QFETCH(QString, reason);
-        files::write(*m_scene / "described/index.txt", "");
-        files::link("nowhere", *m_scene / "broken/link");
-        files::write(*m_scene / "untidy/file", "");
-        const QString lint = *m_scene / "bin/lint";
+        files::write(m_scene->dir / "described/index.txt", "");
+        files::link("nowhere", m_scene->dir / "broken/link");
+        files::write(m_scene->dir / "untidy/file", "");
+        const QString lint = m_scene->dir / "bin/lint";
         writeScript(lint,
                     "case $* in 'lint --name Editor '*/untidy) echo untidy; exit 1 ;; esac\n");
         publishVersion("1.0");
         const QStringList before = files::list(dest());
-        arguments.replaceInStrings("@scene", m_scene->path());
+        arguments.replaceInStrings("@scene", m_scene->dir.path());
         arguments.replaceInStrings("@tree", tree("2.0"));
         arguments.replaceInStrings("@dest", dest());
 
@@ -512,10 +507,10 @@ private Q_SLOTS:
         QFETCH(QString, reason);
         if (tool.isEmpty() && !QStandardPaths::findExecutable("updater-release").isEmpty())
             QSKIP("updater-release is installed here");
-        writeScript(*m_scene / "two", "exit 2\n");
+        writeScript(m_scene->dir / "two", "exit 2\n");
         const CommandResult outcome =
             publish(options + QStringList{"Editor", "1.0", tree("1.0"), dest()},
-                    {{"UPDATER_RELEASE", tool.replace("@scene", m_scene->path())}});
+                    {{"UPDATER_RELEASE", tool.replace("@scene", m_scene->dir.path())}});
         QCOMPARE(outcome.status, reason.isEmpty() ? 0 : 1);
         QVERIFY2(outcome.output.contains(reason.isEmpty() ? "publish.sh: not linted" : reason),
                  qPrintable(outcome.output));
@@ -543,7 +538,7 @@ private Q_SLOTS:
         QFETCH(QString, refused);
         const QString bundle = tree("1.0");
         const QString frameworks = bundle + "/Contents/Frameworks/";
-        files::setMode(bundle + '/' + exeName, 0755);
+        files::setMode(bundle + '/' + Scene::exeName, 0755);
         files::write(bundle + "/Contents/MacOS/updater", "updates");
         files::setMode(bundle + "/Contents/MacOS/updater", 0755);
         files::write(frameworks + "libeditor.dylib", "library");
@@ -579,7 +574,7 @@ private Q_SLOTS:
         SKIP_UNLESS(SystemCalls::canBeTraced(), "strace is not installed or may not trace");
         publishVersion("1.0");
         publishVersion("2.0");
-        const QString record = *m_scene / "calls";
+        const QString record = m_scene->dir / "calls";
         QCOMPARE(
             runCommand({"strace", "-f", "-qq", "-s", "4096", "-e", "trace=/link|rename|open|creat",
                         "-o", record, PUBLISH_DIR "/publish.sh", "--rollback", "1.0", dest()})
@@ -629,7 +624,7 @@ private Q_SLOTS:
                         .body.contains("<version>" + version.toLatin1() + "</version>"));
             previous = version;
         }
-        QCOMPARE(m_program->starts(), QStringList());
+        QCOMPARE(m_scene->program.starts(), QStringList());
     }
 
     /// By hand. The copy of an earlier rehearsal is still there.
@@ -649,7 +644,7 @@ private Q_SLOTS:
         QVERIFY2(outcome.status == 0, qPrintable(outcome.output));
         QCOMPARE(release::differences(release::read(work() + "/rehearsal.app"), editor("2.0")),
                  QStringList("unexpected: gone.txt"));
-        QCOMPARE(m_program->starts(), QStringList());
+        QCOMPARE(m_scene->program.starts(), QStringList());
     }
 
     void linesOfTheGuideRepeatAJob()
@@ -658,7 +653,7 @@ private Q_SLOTS:
         publishVersion("1.0");
         const auto server = serve(dest());
         const auto stagingServer = serve(staging());
-        const auto empty = serve(*m_scene / "nothing");
+        const auto empty = serve(m_scene->dir / "nothing");
         layBuild("2.0", "1.0");
 
         // The release is not published yet.
@@ -686,19 +681,17 @@ private:
     /// Four files of the same size that differ between versions, and one that does not.
     Tree editor(const QByteArray& version) const
     {
-        return {{exeName, m_program->script("Editor " + version)},
+        return {{Scene::exeName, m_scene->program.script("Editor " + version)},
                 {pageName, "<html>\r\n  <!-- " + version + " -->\r\n</html>\r\n"},
                 {"Contents/Resources/a (b) + c, d.txt", "of " + version},
                 {"Contents/.hidden", "hidden in " + version},
                 {"Contents/Resources/same.json", "{ }"}};
     }
 
-    QString tree(const QString& version) const { return *m_scene / "trees/" + version; }
-    QString dest() const { return *m_scene / "www"; }
-    QString installDir() const { return *m_scene / "installed/Editor.app"; }
-    QString tmpDir() const { return *m_scene / "tmp"; }
-    QString staging() const { return *m_scene / "staging"; }
-    QString work() const { return *m_scene / "work"; }
+    QString tree(const QString& version) const { return m_scene->dir / "trees/" + version; }
+    QString dest() const { return m_scene->dir / "www"; }
+    QString staging() const { return m_scene->dir / "staging"; }
+    QString work() const { return m_scene->dir / "work"; }
 
     /// Makes what the commands of the guide work on: a build, the one before it, the changelog.
     void layBuild(const QString& version, const QString& previous) const
@@ -715,7 +708,7 @@ private:
                            const QString& version, const Nginx& server,
                            const Nginx& stagingServer) const
     {
-        const QString bin = *m_scene / "bin";
+        const QString bin = m_scene->dir / "bin";
         if (!QFileInfo::exists(bin)) {
             files::link(PUBLISH_DIR "/publish.sh", bin + "/publish.sh");
             files::link(UPDATER_EXECUTABLE, bin + "/updater");
@@ -727,7 +720,7 @@ private:
         return runCommand(
             command + QStringList{"sh", "./lines"},
             {{"PATH", bin + ":" + qEnvironmentVariable("PATH")},
-             {"TMPDIR", tmpDir()},
+             {"TMPDIR", m_scene->tmpDir},
              {"VERSION", version},
              {"PREVIOUS", QString::fromLatin1(files::read(work() + "/previous/version"))},
              {"STAGING_DEST", staging()},
@@ -788,18 +781,15 @@ private:
     /// Runs the updater of a user of @p version.
     int update(const Nginx& server, const QString& version, const QStringList& command) const
     {
-        UpdaterProcess updater;
-        updater.setWrapper(command);
-        updater.setEnvironment("TMPDIR", tmpDir());
-        return updater.run({"-u", "-n", "Editor", "-d", installDir(), "-v", version, "-l",
-                            server.url("/editor/index.txt")});
+        m_scene->installedVersion = version;
+        m_scene->updater.setWrapper(command);
+        return m_scene->update(server.url("/editor/index.txt"));
     }
 
     std::unique_ptr<Authority> m_authority;
     std::unique_ptr<TrustStore> m_trustStore;
     ServerCertificate m_certificate;
-    std::unique_ptr<TestDir> m_scene;
-    std::unique_ptr<RelaunchedProgram> m_program;
+    std::unique_ptr<Scene> m_scene;
 };
 
 UPDATER_TEST_MAIN(TestPublish)

@@ -1,5 +1,6 @@
 #include "tests/support/Release.h"
 
+#include "tests/support/HttpServer.h"
 #include "tests/support/UpdaterProcess.h"
 
 namespace release {
@@ -30,6 +31,13 @@ void describe(const QString& dir, const QString& name, const QString& version,
     if (updater.run(options + furtherOptions) != 0)
         qFatal("test fixture: cannot describe %s: %s", qPrintable(dir),
                updater.output().constData());
+}
+
+void serve(const QString& dir, HttpServer& server, const QString& path)
+{
+    const Tree tree = read(dir);
+    for (auto file = tree.begin(); file != tree.end(); ++file)
+        server.serve(path + '/' + file.key(), HttpReply::ok(file.value()));
 }
 
 QStringList differences(const Tree& actual, const Tree& expected)

@@ -6,6 +6,8 @@
 
 #include <QMap>
 
+class HttpServer;
+
 /// A tree as its contents: path below the top, bytes.
 using Tree = QMap<QString, QByteArray>;
 
@@ -20,6 +22,9 @@ Tree read(const QString& dir);
 /// Describes the tree in @p dir with the real updater's build mode.
 void describe(const QString& dir, const QString& name, const QString& version,
               const QStringList& furtherOptions = {});
+
+/// Puts the tree in @p dir, with its version file, onto @p server, below @p path.
+void serve(const QString& dir, HttpServer& server, const QString& path);
 
 /// Says in a line for each what is different in @p actual; nothing when the trees are equal.
 QStringList differences(const Tree& actual, const Tree& expected);

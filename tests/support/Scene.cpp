@@ -25,10 +25,7 @@ void Scene::publish(const Tree& tree, const QString& version, const QStringList&
 
 void Scene::serveFrom(HttpServer& server, const QString& path) const
 {
-    const QByteArray index = files::read(releaseDir + "/index.txt");
-    server.serve(path + "/index.txt", HttpReply::ok(index));
-    for (auto file = published.begin(); file != published.end(); ++file)
-        server.serve(path + '/' + file.key(), HttpReply::ok(file.value()));
+    release::serve(releaseDir, server, path);
 }
 
 void Scene::install(const Tree& tree)
