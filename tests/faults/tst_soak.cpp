@@ -51,10 +51,10 @@ struct Publisher
 };
 
 /// One run, with a temporary directory and an installation of its own.
-class Run : public Scene
+class SoakRun : public Scene
 {
 public:
-    Run(const Publisher& publisher, int number)
+    SoakRun(const Publisher& publisher, int number)
         : Scene(publisher.dir / "release")
         , m_publisher(publisher)
         , m_kind(static_cast<Kind>(number % KindCount))
@@ -186,19 +186,19 @@ private Q_SLOTS:
         ::umask(022);
         m_orphansAreOurs = adoptOrphans();
         m_publisher = std::make_unique<Publisher>();
-        std::vector<Run*> running;
+        std::vector<SoakRun*> running;
         while (m_runs.size() < runCount || !running.empty()) {
             while (m_runs.size() < runCount && running.size() < atATime) {
                 m_runs.push_back(
-                    std::make_unique<Run>(*m_publisher, static_cast<int>(m_runs.size())));
+                    std::make_unique<SoakRun>(*m_publisher, static_cast<int>(m_runs.size())));
                 running.push_back(m_runs.back().get());
                 running.back()->start();
             }
-            std::vector<Run*>::iterator ended;
+            std::vector<SoakRun*>::iterator ended;
             QVERIFY(QTest::qWaitFor(
                 [&] {
                     ended = std::find_if(running.begin(), running.end(),
-                                         [](const Run* run) { return !run->isRunning(); });
+                                         [](const SoakRun* run) { return !run->isRunning(); });
                     return ended != running.end();
                 },
                 60000));
@@ -270,7 +270,7 @@ private Q_SLOTS:
 private:
     bool m_orphansAreOurs = false;
     std::unique_ptr<Publisher> m_publisher;
-    std::vector<std::unique_ptr<Run>> m_runs;
+    std::vector<std::unique_ptr<SoakRun>> m_runs;
 };
 
 UPDATER_TEST_MAIN_IN(PrivateIpcEnvironment, TestSoak)

@@ -1,5 +1,6 @@
 // The build mode as a release script meets it: the whole program on real and on broken trees.
 
+#include "tests/support/ReleaseDir.h"
 #include "tests/support/ReleaseTree.h"
 #include "tests/support/Restrictions.h"
 #include "tests/support/Row.h"
@@ -12,19 +13,9 @@
 namespace {
 
 /// A release tree, and one build of its version file.
-class ReleaseScript
+class ReleaseScript : public ReleaseDir
 {
 public:
-    QString tree() const { return m_dir / "tree"; }
-    QString operator/(const QString& name) const { return tree() + "/" + name; }
-    QString outside(const QString& name) const { return m_dir / name; }
-    QString index() const { return *this / "index.txt"; }
-
-    void add(const QString& name, const QByteArray& contents) const
-    {
-        files::write(*this / name, contents);
-    }
-
     /// Root's override of permissions does not reach the program.
     /// @return False where that cannot be done.
     bool obeyPermissions()
@@ -49,9 +40,6 @@ public:
     }
 
     UpdaterProcess process;
-
-private:
-    TestDir m_dir;
 };
 
 ProgramData editor(const QVector<ProgramFile>& files, bool required = false,
@@ -332,7 +320,6 @@ private Q_SLOTS:
     void emptyTreeHasNoFileEntries()
     {
         ReleaseScript script;
-        files::makeDirectory(script.tree());
         QCOMPARE(script.build(), 0);
         QCOMPARE(script.process.output(), QByteArray());
         QCOMPARE(files::read(script.index()), QByteArray("<Editor>\n"
@@ -374,7 +361,6 @@ private Q_SLOTS:
         QFETCH(QByteArray, notes);
         QFETCH(QString, payload);
         ReleaseScript script;
-        files::makeDirectory(script.tree());
         files::write(script.outside("notes"), notes);
         QCOMPARE(script.build({"--changelog", script.outside("notes")}), 0);
         QCOMPARE(script.process.output(), QByteArray());
@@ -385,7 +371,6 @@ private Q_SLOTS:
     void missingChangelogIsNoFailure()
     {
         ReleaseScript script;
-        files::makeDirectory(script.tree());
         QCOMPARE(script.build({"--changelog", script.outside("missing")}), 0);
         QCOMPARE(files::read(script.index()), versionFile({}));
     }
@@ -408,7 +393,6 @@ private Q_SLOTS:
     void nameBeyondAsciiIsWrittenInTheSystemsEncoding()
     {
         ReleaseScript script;
-        files::makeDirectory(script.tree());
         script.process.setEnvironment("LC_ALL", "C.UTF-8");
         QCOMPARE(script.run(QString::fromUtf8("\xc3\x89"), script.tree(), "2.1"), 0);
         QVERIFY(files::read(script.index()).startsWith("<\xc3\x83\xc2\x89>\n"));

@@ -5,6 +5,7 @@
 #include "tests/publisher/Tool.h"
 #include "tests/support/CollectedOutput.h"
 #include "tests/support/Needs.h"
+#include "tests/support/ReleaseDir.h"
 #include "tests/support/ReleaseTree.h"
 #include "tests/support/Restrictions.h"
 #include "tests/support/Row.h"
@@ -18,7 +19,7 @@
 namespace {
 
 /// A release tree without findings, until a test adds some.
-class LintedRelease
+class LintedRelease : public ReleaseDir
 {
 public:
     LintedRelease()
@@ -27,12 +28,9 @@ public:
         add("Contents/Info.plist");
     }
 
-    QString path() const { return m_dir / "tree"; }
-    QString operator/(const QString& name) const { return path() + "/" + name; }
-
     void add(const QString& name, unsigned mode = 0644) const
     {
-        files::write(*this / name, "contents");
+        ReleaseDir::add(name);
         files::setMode(*this / name, mode);
     }
 
@@ -53,14 +51,11 @@ public:
     QStringList findings(const QString& program = "Editor") const
     {
         CollectedOutput output;
-        publisher::lint(path(), program, {}, output);
+        publisher::lint(tree(), program, {}, output);
         if (output.findings() != output.lines.size())
             return {"lines that are no findings"};
         return output.withoutReasons();
     }
-
-private:
-    TestDir m_dir;
 };
 
 /// The findings, without the reasons, in a tree of just @p files.
@@ -103,21 +98,21 @@ private Q_SLOTS:
     void fineTreeHasNoFinding()
     {
         QFETCH(QString, program);
-        const LintedRelease tree;
-        tree.add("Contents/Resources/app.icns", 0755);
-        tree.add("Contents/Resources/UPPER.ICNS", 0700);
-        tree.add("Contents/Resources/index.txt");
-        tree.add("Contents/Resources/ space before");
-        tree.add("Contents/space after /a");
-        tree.add("Contents/space inside/a b");
-        tree.add("Contents/other/case/INFO.PLIST");
-        tree.add("%1");
-        tree.add("100%");
-        tree.add("50%/percent sign");
-        tree.add("%L/percent sign");
-        tree.add("&;=+@!$,()~'\"[]{}^|`:*");
-        tree.add(".hidden/.deep/.file");
-        QCOMPARE(tree.findings(program), QStringList());
+        const LintedRelease release;
+        release.add("Contents/Resources/app.icns", 0755);
+        release.add("Contents/Resources/UPPER.ICNS", 0700);
+        release.add("Contents/Resources/index.txt");
+        release.add("Contents/Resources/ space before");
+        release.add("Contents/space after /a");
+        release.add("Contents/space inside/a b");
+        release.add("Contents/other/case/INFO.PLIST");
+        release.add("%1");
+        release.add("100%");
+        release.add("50%/percent sign");
+        release.add("%L/percent sign");
+        release.add("&;=+@!$,()~'\"[]{}^|`:*");
+        release.add(".hidden/.deep/.file");
+        QCOMPARE(release.findings(program), QStringList());
     }
 
     void nameHasItsFinding_data()
@@ -164,9 +159,9 @@ private Q_SLOTS:
     {
         QFETCH(QString, name);
         QFETCH(QString, finding);
-        const LintedRelease tree;
-        tree.add(name);
-        QCOMPARE(tree.findings(), QStringList{finding});
+        const LintedRelease release;
+        release.add(name);
+        QCOMPARE(release.findings(), QStringList{finding});
     }
 
     void nameOutsideAsciiHasItsFinding_data()
@@ -209,10 +204,10 @@ private Q_SLOTS:
         QFETCH(QString, other);
         if (QFile::decodeName(QFile::encodeName(name + other)) != name + other)
             QSKIP("the locale's encoding has no such file names");
-        const LintedRelease tree;
-        tree.add(name);
-        tree.add(other);
-        QCOMPARE(tree.findings().constFirst(),
+        const LintedRelease release;
+        release.add(name);
+        release.add(other);
+        QCOMPARE(release.findings().constFirst(),
                  other + ": differs from \"" + name + "\" only in letter case");
     }
 
@@ -235,9 +230,9 @@ private Q_SLOTS:
     {
         QFETCH(QString, kind);
         QFETCH(QString, finding);
-        const LintedRelease tree;
-        tree.addOther(kind, "x");
-        QCOMPARE(tree.findings(), QStringList{finding});
+        const LintedRelease release;
+        release.addOther(kind, "x");
+        QCOMPARE(release.findings(), QStringList{finding});
     }
 
     void directoryOfWhatIsNoFileIsNotEmpty_data() { whatIsNoFileHasItsFinding_data(); }
@@ -246,10 +241,10 @@ private Q_SLOTS:
     {
         QFETCH(QString, kind);
         QFETCH(QString, finding);
-        const LintedRelease tree;
-        files::makeDirectory(tree / "sub");
-        tree.addOther(kind, "sub/x");
-        QCOMPARE(tree.findings(), QStringList{"sub/" + finding});
+        const LintedRelease release;
+        files::makeDirectory(release / "sub");
+        release.addOther(kind, "sub/x");
+        QCOMPARE(release.findings(), QStringList{"sub/" + finding});
     }
 
     void executableFileHasItsFinding_data()
@@ -269,9 +264,9 @@ private Q_SLOTS:
     {
         QFETCH(QString, name);
         QFETCH(unsigned, mode);
-        const LintedRelease tree;
-        tree.add(name, mode);
-        QCOMPARE(tree.findings(), QStringList{name + ": executable here, but not for users"});
+        const LintedRelease release;
+        release.add(name, mode);
+        QCOMPARE(release.findings(), QStringList{name + ": executable here, but not for users"});
     }
 
     void treeWithoutProgramHasItsFinding_data()
@@ -341,12 +336,12 @@ private Q_SLOTS:
 
     void linkedProgramElsewhereHasItsFinding()
     {
-        const LintedRelease tree;
-        QVERIFY(QFile::remove(tree / "Contents/MacOS/Editor"));
-        tree.add("Contents/MacOS/Viewer");
-        tree.add("real");
-        files::link("../../../real", tree / "Editor.app/Contents/MacOS/Editor");
-        QCOMPARE(tree.findings(),
+        const LintedRelease release;
+        QVERIFY(QFile::remove(release / "Contents/MacOS/Editor"));
+        release.add("Contents/MacOS/Viewer");
+        release.add("real");
+        files::link("../../../real", release / "Editor.app/Contents/MacOS/Editor");
+        QCOMPARE(release.findings(),
                  QStringList({"Editor.app/Contents/MacOS/Editor: symbolic link",
                               "Editor.app/Contents/MacOS/Editor: the program, but not at "
                               "Contents/MacOS/Editor"}));
@@ -354,11 +349,11 @@ private Q_SLOTS:
 
     void linkedProgramIsAProgram()
     {
-        const LintedRelease tree;
-        QVERIFY(QFile::rename(tree / "Contents/MacOS/Editor", tree / "Contents/real"));
-        files::setMode(tree / "Contents/real", 0644);
-        files::link("../real", tree / "Contents/MacOS/Editor");
-        QCOMPARE(tree.findings(), QStringList{"Contents/MacOS/Editor: symbolic link"});
+        const LintedRelease release;
+        QVERIFY(QFile::rename(release / "Contents/MacOS/Editor", release / "Contents/real"));
+        files::setMode(release / "Contents/real", 0644);
+        files::link("../real", release / "Contents/MacOS/Editor");
+        QCOMPARE(release.findings(), QStringList{"Contents/MacOS/Editor: symbolic link"});
     }
 
     void linkToNoFileIsNoProgram_data()
@@ -372,19 +367,20 @@ private Q_SLOTS:
     void linkToNoFileIsNoProgram()
     {
         QFETCH(QString, target);
-        const LintedRelease tree;
-        QVERIFY(QFile::remove(tree / "Contents/MacOS/Editor"));
-        files::link(target, tree / "Contents/MacOS/Editor");
-        QCOMPARE(tree.findings(), QStringList({"Contents/MacOS/Editor: symbolic link",
-                                               tree.path() + ": no file Contents/MacOS/Editor"}));
+        const LintedRelease release;
+        QVERIFY(QFile::remove(release / "Contents/MacOS/Editor"));
+        files::link(target, release / "Contents/MacOS/Editor");
+        QCOMPARE(release.findings(),
+                 QStringList({"Contents/MacOS/Editor: symbolic link",
+                              release.tree() + ": no file Contents/MacOS/Editor"}));
     }
 
     void everyFindingSaysWhy()
     {
-        const LintedRelease tree;
-        tree.add("a<b");
+        const LintedRelease release;
+        release.add("a<b");
         CollectedOutput output;
-        publisher::lint(tree.path(), "Editor", {}, output);
+        publisher::lint(release.tree(), "Editor", {}, output);
         QCOMPARE(output.lines, QStringList{"a<b: \"<\" or \">\"; rename it: the version file has "
                                            "no escapes and could read this as a tag"});
     }
@@ -412,14 +408,14 @@ private Q_SLOTS:
         QFETCH(unsigned, mode);
         QFETCH(QString, what);
         UNDER_PERMISSIONS(command);
-        const LintedRelease tree;
-        tree.add("sub/a");
-        const ScopedMode locked(name.isEmpty() ? tree.path() : tree / name, mode);
+        const LintedRelease release;
+        release.add("sub/a");
+        const ScopedMode locked(name.isEmpty() ? release.tree() : release / name, mode);
         Tool tool;
         tool.setWrapper(*command);
-        QCOMPARE(tool.run({"lint", tree.path()}), 1);
+        QCOMPARE(tool.run({"lint", release.tree()}), 1);
         const QString output = QString::fromLocal8Bit(tool.output());
-        QVERIFY2(output.startsWith((name.isEmpty() ? tree.path() : name) + what),
+        QVERIFY2(output.startsWith((name.isEmpty() ? release.tree() : name) + what),
                  qPrintable(output));
         QCOMPARE(output.count('\n'), 1);
     }
@@ -434,10 +430,10 @@ private Q_SLOTS:
     void whatIsNoDirectoryHasItsFinding()
     {
         QFETCH(QString, name);
-        const LintedRelease tree;
+        const LintedRelease release;
         CollectedOutput output;
-        publisher::lint(tree / name, "Editor", {"*"}, output); // Cannot be accepted.
-        QCOMPARE(output.lines, QStringList{(tree / name) + ": not a readable directory"});
+        publisher::lint(release / name, "Editor", {"*"}, output); // Cannot be accepted.
+        QCOMPARE(output.lines, QStringList{(release / name) + ": not a readable directory"});
     }
 
     void acceptedFindingsDoNotCount_data()
@@ -467,10 +463,10 @@ private Q_SLOTS:
         QFETCH(QString, name);
         QFETCH(QStringList, accepted);
         QFETCH(bool, counts);
-        const LintedRelease tree;
-        tree.add(name);
+        const LintedRelease release;
+        release.add(name);
         CollectedOutput output;
-        publisher::lint(tree.path(), "Editor", accepted, output);
+        publisher::lint(release.tree(), "Editor", accepted, output);
         QCOMPARE(output.findings(), counts ? 1 : 0);
         QCOMPARE(output.lines.size(), 1);
         const QString begin = counts ? QString() : QString("accepted: ");
@@ -491,14 +487,14 @@ private Q_SLOTS:
 
     void acceptedAndOtherFindingsAreSeparate()
     {
-        const LintedRelease tree;
-        tree.add("Contents/MacOS/updater", 0755);
-        tree.add("Contents/Frameworks/libeditor.so.1", 0755);
-        tree.add("tool", 0755);
+        const LintedRelease release;
+        release.add("Contents/MacOS/updater", 0755);
+        release.add("Contents/Frameworks/libeditor.so.1", 0755);
+        release.add("tool", 0755);
         Tool tool;
         const QStringList accepted{"--accept", "Contents/MacOS/updater",
                                    "--accept=Contents/Frameworks/*"};
-        QCOMPARE(tool.run(QStringList{"lint", "-n", "Editor", tree.path()} + accepted), 1);
+        QCOMPARE(tool.run(QStringList{"lint", "-n", "Editor", release.tree()} + accepted), 1);
         const QByteArray what = ": executable here, but not for users;";
         const QByteArray output = tool.output();
         QCOMPARE(output.count('\n'), 3);
@@ -506,7 +502,7 @@ private Q_SLOTS:
         QVERIFY(output.contains("\naccepted: Contents/MacOS/updater" + what));
         QVERIFY(output.contains("\ntool" + what));
 
-        QCOMPARE(tool.run(QStringList{"lint", "-n", "Editor", tree.path(), "--accept", "tool"} +
+        QCOMPARE(tool.run(QStringList{"lint", "-n", "Editor", release.tree(), "--accept", "tool"} +
                           accepted),
                  0);
         QCOMPARE(tool.output().count("accepted: "), 3);
@@ -514,15 +510,15 @@ private Q_SLOTS:
 
     void findingsAreLinesAndAStatus()
     {
-        const LintedRelease tree;
+        const LintedRelease release;
         Tool tool;
-        QCOMPARE(tool.run({"lint", "--name", "Editor", tree.path()}), 0);
+        QCOMPARE(tool.run({"lint", "--name", "Editor", release.tree()}), 0);
         QCOMPARE(tool.output(), QByteArray());
-        tree.add("a<b");
-        tree.add("a\nb");
-        QCOMPARE(tool.run({"lint", "-n", "Editor", tree.path()}), 1);
+        release.add("a<b");
+        release.add("a\nb");
+        QCOMPARE(tool.run({"lint", "-n", "Editor", release.tree()}), 1);
         QCOMPARE(tool.output().count('\n'), 2);
-        QCOMPARE(tool.run({"lint", "--name=Viewer", tree.path()}), 1);
+        QCOMPARE(tool.run({"lint", "--name=Viewer", release.tree()}), 1);
         QCOMPARE(tool.output().count(QByteArray("\n")),
                  4); // Viewer is missing, and Editor must not be executable.
         QVERIFY(!tool.output().contains('\x1b'));
@@ -532,11 +528,11 @@ private Q_SLOTS:
     {
         if (!QFile::exists("/dev/full"))
             QSKIP("needs /dev/full");
-        LintedRelease tree;
-        tree.add("a<b");
+        LintedRelease release;
+        release.add("a<b");
         Tool tool;
         tool.writeToFullDevice();
-        QCOMPARE(tool.run({"lint", tree.path()}), 1);
+        QCOMPARE(tool.run({"lint", release.tree()}), 1);
         QVERIFY(tool.output().contains("could not be written"));
     }
 

@@ -12,6 +12,7 @@
 #include "tests/support/Needs.h"
 #include "tests/support/Nginx.h"
 #include "tests/support/Release.h"
+#include "tests/support/ReleaseDir.h"
 #include "tests/support/ReleaseTree.h"
 #include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
@@ -45,7 +46,7 @@ public:
 };
 
 /// A release of Editor, described by the real updater and served by nginx.
-class Published
+class Published : public ReleaseDir
 {
 public:
     Published()
@@ -55,13 +56,10 @@ public:
         m_server.emplace(tree());
     }
 
-    QString tree() const { return m_dir / "tree"; }
-    QString operator/(const QString& name) const { return tree() + "/" + name; }
     QString url() const { return m_server->url("/index.txt"); }
     const Nginx& server() const { return *m_server; }
 
 private:
-    TestDir m_dir;
     std::optional<Nginx> m_server;
 };
 

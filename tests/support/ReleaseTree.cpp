@@ -83,7 +83,7 @@ void makeSocket(const QString& path)
 
 void copy(const QString& source, const QString& destination)
 {
-    outputOf("cp", {"-a", source, destination}, "/");
+    outputOf("cp", {"-a", source + "/.", destination}, "/");
 }
 
 ProgramFile entry(const QString& name, const QByteArray& contents)

@@ -17,7 +17,7 @@ void makeFifo(const QString& path);
 /// Makes @p path a socket.
 void makeSocket(const QString& path);
 
-/// Copies the directory @p source to @p destination, which does not exist, as "cp -a" does.
+/// Copies what is in the directory @p source into the directory @p destination, as "cp -a" does.
 void copy(const QString& source, const QString& destination);
 
 /// Returns the file entry for a file with @p contents.

@@ -4,6 +4,7 @@
 #include "updater/Updater.h"
 
 #include "tests/support/Needs.h"
+#include "tests/support/ReleaseDir.h"
 #include "tests/support/ReleaseTree.h"
 #include "tests/support/Restrictions.h"
 #include "tests/support/Row.h"
@@ -17,21 +18,10 @@
 namespace {
 
 /// A release tree, and what a scan of it finds.
-class Release
+class ScannedRelease : public ReleaseDir
 {
 public:
-    Release() { files::makeDirectory(top()); }
-
-    QString top() const { return QFileInfo(m_dir.path()).canonicalFilePath() + "/tree"; }
-    QString operator/(const QString& name) const { return top() + "/" + name; }
-    QString outside(const QString& name) const { return m_dir / name; }
-
-    void add(const QString& name, const QByteArray& contents = "contents") const
-    {
-        files::write(*this / name, contents);
-    }
-
-    bool scan(const QString& prefix = QString()) { return scan(QDir(top()), prefix); }
+    bool scan(const QString& prefix = QString()) { return scan(QDir(tree()), prefix); }
 
     bool scan(const QDir& dir, const QString& prefix)
     {
@@ -53,7 +43,6 @@ public:
     ProgramData found;
 
 private:
-    TestDir m_dir;
     Updater m_updater{"", "", "", "", "", ""};
 };
 
@@ -102,7 +91,7 @@ private Q_SLOTS:
         const QString name = QString::fromUtf8("Ä/ß☃.txt");
         if (QFile::decodeName(QFile::encodeName(name)) != name)
             QSKIP("the locale's encoding has no such file names");
-        Release release;
+        ScannedRelease release;
         release.add(name);
         QVERIFY(release.scan());
         QCOMPARE(release.names(), QStringList{name});
@@ -198,7 +187,7 @@ private Q_SLOTS:
     {
         QFETCH(QString, prefix);
         QFETCH(QString, before);
-        Release release;
+        ScannedRelease release;
         release.add("f");
         release.add("sub/g\\h");
         const QString original = QString::fromUtf8(prefix.toUtf8());
@@ -209,7 +198,7 @@ private Q_SLOTS:
 
     void placeholderInPrefixIsFilledIn()
     {
-        Release release;
+        ScannedRelease release;
         release.add("f");
         QVERIFY(release.scan("%1"));
         QCOMPARE(release.names(), QStringList{"f/%2"});
@@ -232,7 +221,7 @@ private Q_SLOTS:
     {
         QFETCH(QByteArray, contents);
         QFETCH(QString, sha1);
-        Release release;
+        ScannedRelease release;
         release.add("sub/UPPER", contents);
         QVERIFY(release.scan());
         QCOMPARE(release.names(), QStringList{"sub/UPPER"});
@@ -244,7 +233,7 @@ private Q_SLOTS:
     {
         // The file is sparse. It is unreadable, so that its five gigabytes are not read either.
         constexpr qint64 size = 5'000'000'000;
-        Release release;
+        ScannedRelease release;
         QFile file(release / "large");
         if (!file.open(QIODevice::WriteOnly) || !file.resize(size))
             QSKIP("the file system has no such files");
@@ -263,7 +252,7 @@ private Q_SLOTS:
         const QByteArray contents = version.readAll();
         QVERIFY(!contents.isEmpty());
         QCOMPARE(QFileInfo(version).size(), qint64(0));
-        Release release;
+        ScannedRelease release;
         files::link("/proc/version", release / "link");
         QVERIFY(release.scan());
         QCOMPARE(release.lines(), QStringList{files::sha1(contents) + " 0 link"});
@@ -275,7 +264,7 @@ private Q_SLOTS:
         if (!memory.open(QIODevice::ReadOnly))
             QSKIP("this system has no /proc");
         QVERIFY(memory.readAll().isEmpty());
-        Release release;
+        ScannedRelease release;
         files::link("/proc/self/mem", release / "link");
         QVERIFY(release.scan());
         QCOMPARE(release.lines(), QStringList{lineOf("link", QByteArray())});
@@ -292,7 +281,7 @@ private Q_SLOTS:
     void linkToFileIsListedUnderItsOwnName()
     {
         QFETCH(QString, target);
-        Release release;
+        ScannedRelease release;
         release.add("sub/target", "inside");
         files::write(release.outside("outside"), "outside");
         files::link("../outside", release / "other");
@@ -305,7 +294,7 @@ private Q_SLOTS:
 
     void linkToDirectoryIsDescendedUnderItsOwnName()
     {
-        Release release;
+        ScannedRelease release;
         files::write(release.outside("elsewhere/deep/a"), "a");
         files::link("../elsewhere", release / "link");
         QVERIFY(release.scan());
@@ -314,7 +303,7 @@ private Q_SLOTS:
 
     void topMayBeALink()
     {
-        Release release;
+        ScannedRelease release;
         release.add("sub/a", "a");
         files::link("tree", release.outside("link"));
         QVERIFY(release.scan(QDir(release.outside("link")), QString()));
@@ -329,7 +318,7 @@ private Q_SLOTS:
 #ifndef Q_OS_LINUX
         QSKIP("this system follows another number of links");
 #endif
-        Release release;
+        ScannedRelease release;
         release.add("a");
         release.add("z");
         files::link(".", release / "loop");
@@ -356,7 +345,7 @@ private Q_SLOTS:
     void otherKindsAreSkipped()
     {
         QFETCH(QString, kind);
-        Release release;
+        ScannedRelease release;
         release.add("a");
         release.add("z");
         make(kind, release);
@@ -382,7 +371,7 @@ private Q_SLOTS:
     void unreadableFileIsListedWithoutDigest()
     {
         QFETCH(QStringList, unreadable);
-        Release release;
+        ScannedRelease release;
         const QStringList names{"a", "b/b", "b/c/d", "b/e", "empty", "index.txt", "y/x", "z"};
         QStringList expected;
         for (const QString& name : names) {
@@ -401,7 +390,7 @@ private Q_SLOTS:
 
     void permissionToReadIsEnough()
     {
-        Release release;
+        ScannedRelease release;
         release.add("sub/a", "a");
         files::setMode(release / "sub/a", 0400);
         const ScopedMode closed(release / "sub", 0500);
@@ -420,7 +409,7 @@ private Q_SLOTS:
     void unreadableDirectoryCountsAsEmpty()
     {
         QFETCH(unsigned, mode);
-        Release release;
+        ScannedRelease release;
         release.add("a");
         release.add("locked/b");
         release.add("locked/sub/c");
@@ -433,9 +422,9 @@ private Q_SLOTS:
 
     void unreadableTopCountsAsEmpty()
     {
-        Release release;
+        ScannedRelease release;
         release.add("a");
-        const ScopedMode locked(release.top(), 0);
+        const ScopedMode locked(release.tree(), 0);
         ENFORCE_PERMISSIONS();
         QVERIFY(release.scan());
         QVERIFY(release.names().isEmpty());
@@ -453,7 +442,7 @@ private Q_SLOTS:
     void directoryThatCannotBeListedCountsAsEmpty()
     {
         QFETCH(QString, path);
-        Release release;
+        ScannedRelease release;
         release.add("file");
         release.add("vanished/a");
         files::link("nowhere", release / "broken");
@@ -466,7 +455,7 @@ private Q_SLOTS:
 
     void directoryCountsAsEmptyWhenNothingCanBeOpened()
     {
-        Release release;
+        ScannedRelease release;
         release.add("a");
         bool result = false;
         {
@@ -479,21 +468,21 @@ private Q_SLOTS:
 
     void emptyTreeHasNoEntries()
     {
-        Release release;
+        ScannedRelease release;
         QVERIFY(release.scan());
         QVERIFY(release.found.files.isEmpty());
     }
 
     void entriesComeDepthFirstInListingOrder()
     {
-        Release release;
+        ScannedRelease release;
         const QStringList names{"B/x",   "B/Y/b", "B/Y/a", "B/z", "a",     "C",    "b",
                                 "d/e/f", "d/f",   "d/D",   "_",   ".h/.h", "10",   "9",
                                 "index", "zz/1",  "Zy",    "~",   "a.b/c", "a-b/c"};
         for (const QString& name : names)
             release.add(name);
         QVERIFY(release.scan());
-        QCOMPARE(release.names(), tree::listingOrder(release.top()));
+        QCOMPARE(release.names(), tree::listingOrder(release.tree()));
         QCOMPARE(release.names(),
                  QStringList({".h/.h", "10",  "9",     "_",     "a",    "a-b/c", "a.b/c",
                               "b",     "B/x", "B/Y/a", "B/Y/b", "B/z",  "C",     "d/D",
@@ -502,23 +491,23 @@ private Q_SLOTS:
 
     void entriesOfManyFilesComeInListingOrder()
     {
-        Release release;
+        ScannedRelease release;
         for (int i = 0; i < 300; ++i)
             release.add(QString("%1/%2").arg(i * 37 % 17).arg(i * 7919 % 1000));
         QVERIFY(release.scan());
         QCOMPARE(release.names().size(), 300);
-        QCOMPARE(release.names(), tree::listingOrder(release.top()));
+        QCOMPARE(release.names(), tree::listingOrder(release.tree()));
     }
 
     // The scan asks for no order, so the order of the directory object counts.
     void topIsListedInTheOrderOfItsObject()
     {
-        Release release;
+        ScannedRelease release;
         release.add("a");
         release.add("b/c");
         release.add("b/d");
         release.add("e");
-        QDir dir(release.top());
+        QDir dir(release.tree());
         dir.setSorting(QDir::Name | QDir::Reversed);
         QVERIFY(release.scan(dir, QString()));
         QCOMPARE(release.names(), QStringList({"e", "b/c", "b/d", "a"}));
@@ -526,7 +515,7 @@ private Q_SLOTS:
 
     void entriesAreAppended()
     {
-        Release release;
+        ScannedRelease release;
         release.add("a", "a");
         release.found.files.append(tree::entry("z", "first"));
         release.found.files.append(tree::entry("a", "second"));
@@ -538,7 +527,7 @@ private Q_SLOTS:
 
     void nothingButTheFileListIsTouched()
     {
-        Release release;
+        ScannedRelease release;
         release.add("a");
         release.found.name = "Editor";
         release.found.version = " 2.1 ";
@@ -557,12 +546,12 @@ private Q_SLOTS:
 
     void treeIsLeftAsItWas()
     {
-        Release release;
+        ScannedRelease release;
         release.add("a", "a");
         release.add("sub/b", "b");
-        const QStringList before = files::list(release.top());
+        const QStringList before = files::list(release.tree());
         QVERIFY(release.scan());
-        QCOMPARE(files::list(release.top()), before);
+        QCOMPARE(files::list(release.tree()), before);
         QCOMPARE(files::read(release / "sub/b"), QByteArray("b"));
     }
 
@@ -572,14 +561,14 @@ private:
     {
         QFETCH(QString, path);
         QFETCH(QString, name);
-        Release release;
+        ScannedRelease release;
         release.add(path, "abc");
         QVERIFY(release.scan());
         QCOMPARE(release.lines(),
                  QStringList{"a9993e364706816aba3e25717850c26c9cd0d89d 3 " + name});
     }
 
-    static void make(const QString& kind, const Release& release)
+    static void make(const QString& kind, const ScannedRelease& release)
     {
         if (kind == "named pipe")
             tree::makeFifo(release / "m");
@@ -602,7 +591,7 @@ private:
     }
 
     template <typename MakeTarget>
-    static void makeLinkOutside(const Release& release, MakeTarget makeTarget)
+    static void makeLinkOutside(const ScannedRelease& release, MakeTarget makeTarget)
     {
         makeTarget();
         files::link("../target", release / "m");

@@ -4,6 +4,7 @@
 
 #include "tests/support/Needs.h"
 #include "tests/support/OpenWatch.h"
+#include "tests/support/ReleaseDir.h"
 #include "tests/support/ReleaseTree.h"
 #include "tests/support/Restrictions.h"
 #include "tests/support/Row.h"
@@ -21,21 +22,10 @@ namespace {
 const char untouched[] = "untouched";
 
 /// A release tree, and the builds of its version file.
-class Publisher
+class BuiltRelease : public ReleaseDir
 {
 public:
-    Publisher() { files::makeDirectory(tree()); }
-
-    QString tree() const { return m_dir / "tree"; }
-    QString operator/(const QString& name) const { return tree() + "/" + name; }
-    QString outside(const QString& name) const { return m_dir / name; }
-    QString index() const { return *this / "index.txt"; }
     QString indexText() const { return QString::fromUtf8(files::read(index())); }
-
-    void add(const QString& name, const QByteArray& contents) const
-    {
-        files::write(*this / name, contents);
-    }
 
     bool build() { return buildAt(tree()); }
 
@@ -62,9 +52,6 @@ public:
     bool required = false;
     QString changelogFile;
     QString path = untouched; ///< Receives the path of the version file.
-
-private:
-    TestDir m_dir;
 };
 
 /// Changes the working directory until the end of the scope.
@@ -118,29 +105,29 @@ class TestVersionFile : public QObject
 private Q_SLOTS:
     void smallTreeIsDescribedToTheByte()
     {
-        Publisher publisher;
-        publisher.add("Contents/Resources/readme.txt", "hello\n");
-        publisher.add("Contents/Resources/empty.dat", "");
-        publisher.add(".hidden", "abc");
-        files::write(publisher.outside("notes"),
+        BuiltRelease release;
+        release.add("Contents/Resources/readme.txt", "hello\n");
+        release.add("Contents/Resources/empty.dat", "");
+        release.add(".hidden", "abc");
+        files::write(release.outside("notes"),
                      "Version 2.1\n- Faster start-up\n- Fixed printing\n");
-        publisher.changelogFile = publisher.outside("notes");
+        release.changelogFile = release.outside("notes");
 
-        QVERIFY(publisher.build());
-        QCOMPARE(files::read(publisher.index()), exampleText.toUtf8());
-        QCOMPARE(publisher.path, publisher.index());
+        QVERIFY(release.build());
+        QCOMPARE(files::read(release.index()), exampleText.toUtf8());
+        QCOMPARE(release.path, release.index());
     }
 
     void emptyTreeHasNoFileEntries()
     {
-        Publisher publisher;
-        QVERIFY(publisher.build());
-        QCOMPARE(files::read(publisher.index()), QByteArray("<Editor>\n"
-                                                            "\t<version>2.1</version>\n"
-                                                            "\t<required>false</required>\n"
-                                                            "\t<changelog></changelog>\n"
-                                                            "</Editor>\n"));
-        QCOMPARE(files::list(publisher.tree()), QStringList{"index.txt"});
+        BuiltRelease release;
+        QVERIFY(release.build());
+        QCOMPARE(files::read(release.index()), QByteArray("<Editor>\n"
+                                                          "\t<version>2.1</version>\n"
+                                                          "\t<required>false</required>\n"
+                                                          "\t<changelog></changelog>\n"
+                                                          "</Editor>\n"));
+        QCOMPARE(files::list(release.tree()), QStringList{"index.txt"});
     }
 
     void requiredFlagIsTheArgument_data()
@@ -153,11 +140,11 @@ private Q_SLOTS:
     void requiredFlagIsTheArgument()
     {
         QFETCH(bool, required);
-        Publisher publisher;
-        publisher.required = required;
-        QVERIFY(publisher.build());
-        QCOMPARE(publisher.indexText().count("\t<required>true</required>\n"), required ? 1 : 0);
-        QCOMPARE(publisher.indexText().count("\t<required>false</required>\n"), required ? 0 : 1);
+        BuiltRelease release;
+        release.required = required;
+        QVERIFY(release.build());
+        QCOMPARE(release.indexText().count("\t<required>true</required>\n"), required ? 1 : 0);
+        QCOMPARE(release.indexText().count("\t<required>false</required>\n"), required ? 0 : 1);
     }
 
     void nameAndVersionAreTrimmed_data()
@@ -171,17 +158,17 @@ private Q_SLOTS:
 
     void nameAndVersionAreTrimmed()
     {
-        Publisher publisher;
+        BuiltRelease release;
         QFETCH(QString, name);
         QFETCH(QString, version);
-        publisher.name = name;
-        publisher.version = version;
-        QVERIFY(publisher.build());
-        QCOMPARE(files::read(publisher.index()), QByteArray("<My  Editor>\n"
-                                                            "\t<version>2.1 beta</version>\n"
-                                                            "\t<required>false</required>\n"
-                                                            "\t<changelog></changelog>\n"
-                                                            "</My  Editor>\n"));
+        release.name = name;
+        release.version = version;
+        QVERIFY(release.build());
+        QCOMPARE(files::read(release.index()), QByteArray("<My  Editor>\n"
+                                                          "\t<version>2.1 beta</version>\n"
+                                                          "\t<required>false</required>\n"
+                                                          "\t<changelog></changelog>\n"
+                                                          "</My  Editor>\n"));
     }
 
     void changelogIsThePayloadOfTheNotes_data()
@@ -200,24 +187,24 @@ private Q_SLOTS:
     {
         QFETCH(QString, notes);
         QFETCH(QByteArray, line);
-        Publisher publisher;
-        files::write(publisher.outside("notes"), "Text");
-        files::write(publisher.outside("feed"), "\n");
-        files::write(publisher.outside("empty"), "");
-        publisher.changelogFile = notes.isEmpty() ? QString() : publisher.outside(notes);
-        QVERIFY(publisher.build());
-        QVERIFY(files::read(publisher.index()).contains(line));
+        BuiltRelease release;
+        files::write(release.outside("notes"), "Text");
+        files::write(release.outside("feed"), "\n");
+        files::write(release.outside("empty"), "");
+        release.changelogFile = notes.isEmpty() ? QString() : release.outside(notes);
+        QVERIFY(release.build());
+        QVERIFY(files::read(release.index()).contains(line));
     }
 
-    // Scripts of a publisher may keep them there.
+    // Scripts of a release may keep them there.
     void notesInTheTreeAreListed()
     {
-        Publisher publisher;
-        publisher.add("notes", "Text");
-        publisher.changelogFile = publisher / "notes";
-        QVERIFY(publisher.build());
-        QVERIFY(publisher.indexText().contains("\t<changelog>VGV4dA==</changelog>\n"));
-        QCOMPARE(tree::lines(tree::entriesOf(publisher.indexText())),
+        BuiltRelease release;
+        release.add("notes", "Text");
+        release.changelogFile = release / "notes";
+        QVERIFY(release.build());
+        QVERIFY(release.indexText().contains("\t<changelog>VGV4dA==</changelog>\n"));
+        QCOMPARE(tree::lines(tree::entriesOf(release.indexText())),
                  tree::lines({tree::entry("notes", "Text")}));
     }
 
@@ -240,14 +227,14 @@ private Q_SLOTS:
     {
         QFETCH(QString, dir);
         QFETCH(QString, path);
-        Publisher publisher;
-        files::makeDirectory(publisher.outside("base"));
-        files::link("base", publisher.outside("link"));
-        files::write(publisher.outside(dir) + "/a", "a");
-        QVERIFY(publisher.buildAt(publisher.outside(dir)));
-        QCOMPARE(publisher.path, publisher.outside(path));
-        QCOMPARE(files::read(publisher.outside(path)),
-                 publisher.expected({tree::entry("a", "a")}).toLatin1());
+        BuiltRelease release;
+        files::makeDirectory(release.outside("base"));
+        files::link("base", release.outside("link"));
+        files::write(release.outside(dir) + "/a", "a");
+        QVERIFY(release.buildAt(release.outside(dir)));
+        QCOMPARE(release.path, release.outside(path));
+        QCOMPARE(files::read(release.outside(path)),
+                 release.expected({tree::entry("a", "a")}).toLatin1());
     }
 
     void relativeBaseDirectoryStaysRelative_data()
@@ -263,61 +250,61 @@ private Q_SLOTS:
     {
         QFETCH(QString, dir);
         QFETCH(QString, path);
-        Publisher publisher;
-        publisher.add("a", "a");
-        const ScopedWorkingDir workingDir(publisher.outside(""));
-        QVERIFY(publisher.buildAt(dir));
-        QCOMPARE(publisher.path, path);
-        QCOMPARE(publisher.indexText(), publisher.expected({tree::entry("a", "a")}));
+        BuiltRelease release;
+        release.add("a", "a");
+        const ScopedWorkingDir workingDir(release.outside(""));
+        QVERIFY(release.buildAt(dir));
+        QCOMPARE(release.path, path);
+        QCOMPARE(release.indexText(), release.expected({tree::entry("a", "a")}));
     }
 
     // The backslash counts as a separator, but for this system it is a character of the name: the
     // version file is beside the directory.
     void backslashAtTheEndOfTheBaseDirectoryGetsNoSeparator()
     {
-        Publisher publisher;
-        files::write(publisher.outside("dir\\/a"), "a");
+        BuiltRelease release;
+        files::write(release.outside("dir\\/a"), "a");
         for (int build = 0; build < 2; ++build) {
-            publisher.path = untouched;
-            QVERIFY(publisher.buildAt(publisher.outside("dir\\")));
-            QCOMPARE(publisher.path, publisher.outside("dir\\index.txt"));
-            QCOMPARE(files::read(publisher.path),
-                     publisher.expected({tree::entry("a", "a")}).toLatin1());
-            QCOMPARE(files::list(publisher.outside("dir\\")), QStringList{"a"});
+            release.path = untouched;
+            QVERIFY(release.buildAt(release.outside("dir\\")));
+            QCOMPARE(release.path, release.outside("dir\\index.txt"));
+            QCOMPARE(files::read(release.path),
+                     release.expected({tree::entry("a", "a")}).toLatin1());
+            QCOMPARE(files::list(release.outside("dir\\")), QStringList{"a"});
         }
     }
 
     void nullPathIsAllowed()
     {
-        Publisher publisher;
-        publisher.add("a", "a");
-        Updater updater("Editor", publisher.tree(), "2.1", "", "", "");
+        BuiltRelease release;
+        release.add("a", "a");
+        Updater updater("Editor", release.tree(), "2.1", "", "", "");
         QVERIFY(updater.buildVersionFile(nullptr, false, QString()));
-        QCOMPARE(publisher.indexText(), publisher.expected({tree::entry("a", "a")}));
+        QCOMPARE(release.indexText(), release.expected({tree::entry("a", "a")}));
     }
 
     void nullPathIsAllowedOnFailure()
     {
-        const Publisher publisher;
-        Updater unnamed(" ", publisher.tree(), "2.1", "", "", "");
+        const BuiltRelease release;
+        Updater unnamed(" ", release.tree(), "2.1", "", "", "");
         QVERIFY(!unnamed.buildVersionFile(nullptr, false, QString()));
-        Updater missing("Editor", publisher / "missing", "2.1", "", "", "");
+        Updater missing("Editor", release / "missing", "2.1", "", "", "");
         QVERIFY(!missing.buildVersionFile(nullptr, false, QString()));
-        QVERIFY(files::list(publisher.tree()).isEmpty());
+        QVERIFY(files::list(release.tree()).isEmpty());
     }
 
     void otherOptionsDoNotMatterAndNothingIsKept()
     {
-        Publisher publisher;
-        publisher.add("a", "a");
-        Updater updater(" Editor ", publisher.tree(), " 2.1 ", "http://host/", "key", "/exe");
+        BuiltRelease release;
+        release.add("a", "a");
+        Updater updater(" Editor ", release.tree(), " 2.1 ", "http://host/", "key", "/exe");
         QVERIFY(updater.buildVersionFile(nullptr, true, QString()));
-        publisher.required = true;
-        QCOMPARE(publisher.indexText(), publisher.expected({tree::entry("a", "a")}));
+        release.required = true;
+        QCOMPARE(release.indexText(), release.expected({tree::entry("a", "a")}));
 
         const UpdaterProbe probe(updater);
         QCOMPARE(probe.programName, QString(" Editor "));
-        QCOMPARE(probe.programBaseDir, publisher.tree());
+        QCOMPARE(probe.programBaseDir, release.tree());
         QCOMPARE(probe.programVersion, QString(" 2.1 "));
         QCOMPARE(probe.updateUrl, QString("http://host/"));
         QCOMPARE(probe.sharedMemKey, QString("key"));
@@ -333,42 +320,42 @@ private Q_SLOTS:
     // removed.
     void secondBuildListsTheFirstVersionFile()
     {
-        Publisher publisher;
-        publisher.add("a", "a");
-        publisher.add("z", "z");
+        BuiltRelease release;
+        release.add("a", "a");
+        release.add("z", "z");
         QVector<ProgramFile> listed{tree::entry("a", "a"), tree::entry("z", "z")};
-        QVERIFY(publisher.build());
-        QCOMPARE(publisher.indexText(), publisher.expected(listed));
+        QVERIFY(release.build());
+        QCOMPARE(release.indexText(), release.expected(listed));
 
-        const QByteArray first = files::read(publisher.index());
+        const QByteArray first = files::read(release.index());
         listed.insert(1, tree::entry("index.txt", first));
-        QVERIFY(publisher.build());
-        QCOMPARE(publisher.indexText(), publisher.expected(listed));
+        QVERIFY(release.build());
+        QCOMPARE(release.indexText(), release.expected(listed));
 
-        const QByteArray second = files::read(publisher.index());
+        const QByteArray second = files::read(release.index());
         QVERIFY(second != first);
         listed[1] = tree::entry("index.txt", second);
-        QVERIFY(publisher.build());
-        QCOMPARE(publisher.indexText(), publisher.expected(listed));
+        QVERIFY(release.build());
+        QCOMPARE(release.indexText(), release.expected(listed));
     }
 
     void longerVersionFileIsReplacedWhole()
     {
-        Publisher publisher;
+        BuiltRelease release;
         const QByteArray old(100000, 'x');
-        publisher.add("index.txt", old);
-        QVERIFY(publisher.build());
-        QCOMPARE(publisher.indexText(), publisher.expected({tree::entry("index.txt", old)}));
-        QCOMPARE(files::list(publisher.tree()), QStringList{"index.txt"});
+        release.add("index.txt", old);
+        QVERIFY(release.build());
+        QCOMPARE(release.indexText(), release.expected({tree::entry("index.txt", old)}));
+        QCOMPARE(files::list(release.tree()), QStringList{"index.txt"});
     }
 
     void textIsInTheSystemsEncoding()
     {
-        Publisher publisher;
-        publisher.name = QString::fromUtf8("Éditeur ☃");
-        publisher.version = QString::fromUtf8("2.1β");
-        QVERIFY(publisher.build());
-        QCOMPARE(files::read(publisher.index()), publisher.expected({}).toLocal8Bit());
+        BuiltRelease release;
+        release.name = QString::fromUtf8("Éditeur ☃");
+        release.version = QString::fromUtf8("2.1β");
+        QVERIFY(release.build());
+        QCOMPARE(files::read(release.index()), release.expected({}).toLocal8Bit());
     }
 
     void textIsInTheSystemsEncodingWhenThatIsLatin1()
@@ -377,12 +364,12 @@ private Q_SLOTS:
         QSKIP("with Qt 6 the encoding is always UTF-8 here");
 #else
         const ScopedSystemEncoding latin1("ISO-8859-1");
-        Publisher publisher;
-        publisher.name = QString::fromUtf8("Éditeur");
-        publisher.version = QString::fromUtf8("2.1☃");
-        QVERIFY(publisher.build());
-        const QByteArray text = files::read(publisher.index());
-        QCOMPARE(text, publisher.expected({}).toLocal8Bit());
+        BuiltRelease release;
+        release.name = QString::fromUtf8("Éditeur");
+        release.version = QString::fromUtf8("2.1☃");
+        QVERIFY(release.build());
+        const QByteArray text = files::read(release.index());
+        QCOMPARE(text, release.expected({}).toLocal8Bit());
         QVERIFY(text.startsWith("<\311diteur>\n\t<version>2.1?</version>\n"));
 #endif
     }
@@ -392,9 +379,9 @@ private Q_SLOTS:
     void emptyNameFails()
     {
         QFETCH(QString, text);
-        Publisher publisher;
-        publisher.name = text;
-        buildFailsAndLeavesTheOldFile(publisher);
+        BuiltRelease release;
+        release.name = text;
+        buildFailsAndLeavesTheOldFile(release);
     }
 
     void emptyVersionFails_data() { addTextsOfWhitespace(); }
@@ -402,9 +389,9 @@ private Q_SLOTS:
     void emptyVersionFails()
     {
         QFETCH(QString, text);
-        Publisher publisher;
-        publisher.version = text;
-        buildFailsAndLeavesTheOldFile(publisher);
+        BuiltRelease release;
+        release.version = text;
+        buildFailsAndLeavesTheOldFile(release);
     }
 
     void emptyNameFailsAfterTheNotesAreReadAndBeforeTheTreeIs_data()
@@ -422,20 +409,20 @@ private Q_SLOTS:
             QSKIP("files cannot be watched here");
         QFETCH(QString, name);
         QFETCH(QString, version);
-        Publisher publisher;
-        publisher.name = name;
-        publisher.version = version;
-        publisher.changelogFile = publisher.outside("notes");
-        files::write(publisher.changelogFile, "Text");
-        const OpenWatch notes(publisher.changelogFile);
-        const OpenWatch tree(publisher.tree());
-        QVERIFY(!publisher.build());
+        BuiltRelease release;
+        release.name = name;
+        release.version = version;
+        release.changelogFile = release.outside("notes");
+        files::write(release.changelogFile, "Text");
+        const OpenWatch notes(release.changelogFile);
+        const OpenWatch tree(release.tree());
+        QVERIFY(!release.build());
         QVERIFY(notes.opened());
         QVERIFY(!tree.opened());
 
-        publisher.name = "Editor";
-        publisher.version = "2.1";
-        QVERIFY(publisher.build());
+        release.name = "Editor";
+        release.version = "2.1";
+        QVERIFY(release.build());
         QVERIFY(tree.opened()); // The watch works.
     }
 
@@ -453,34 +440,34 @@ private Q_SLOTS:
     void missingBaseDirectoryFails()
     {
         QFETCH(QString, dir);
-        Publisher publisher;
-        publisher.add("index.txt", "old");
-        files::write(publisher.outside("file"), "file");
-        files::link("nowhere", publisher.outside("broken"));
-        const QStringList before = files::list(publisher.outside(""));
-        QVERIFY(!publisher.buildAt(publisher.outside(dir)));
-        QCOMPARE(publisher.path, QString(untouched));
-        QCOMPARE(files::list(publisher.outside("")), before);
-        QCOMPARE(files::read(publisher.index()), QByteArray("old"));
+        BuiltRelease release;
+        release.add("index.txt", "old");
+        files::write(release.outside("file"), "file");
+        files::link("nowhere", release.outside("broken"));
+        const QStringList before = files::list(release.outside(""));
+        QVERIFY(!release.buildAt(release.outside(dir)));
+        QCOMPARE(release.path, QString(untouched));
+        QCOMPARE(files::list(release.outside("")), before);
+        QCOMPARE(files::read(release.index()), QByteArray("old"));
     }
 
     void missingBaseDirectoryFailsAfterTheNotesAreRead()
     {
         if (!OpenWatch::isSupported)
             QSKIP("files cannot be watched here");
-        Publisher publisher;
-        publisher.changelogFile = publisher.outside("notes");
-        files::write(publisher.changelogFile, "Text");
-        const OpenWatch notes(publisher.changelogFile);
-        QVERIFY(!publisher.buildAt(publisher.outside("missing")));
+        BuiltRelease release;
+        release.changelogFile = release.outside("notes");
+        files::write(release.changelogFile, "Text");
+        const OpenWatch notes(release.changelogFile);
+        QVERIFY(!release.buildAt(release.outside("missing")));
         QVERIFY(notes.opened());
     }
 
     void spaceBeforeTheBaseDirectoryIsNotTrimmed()
     {
-        Publisher publisher;
-        QVERIFY(!publisher.buildAt(" " + publisher.tree()));
-        QVERIFY(files::list(publisher.tree()).isEmpty());
+        BuiltRelease release;
+        QVERIFY(!release.buildAt(" " + release.tree()));
+        QVERIFY(files::list(release.tree()).isEmpty());
     }
 
     void unreadableFileFails_data()
@@ -495,64 +482,64 @@ private Q_SLOTS:
     void unreadableFileFails()
     {
         QFETCH(QString, unreadable);
-        Publisher publisher;
+        BuiltRelease release;
         for (const char* name : {"a", "b/c/d", "b/e", "index.txt", "z"})
-            publisher.add(name, "contents");
+            release.add(name, "contents");
         {
-            const ScopedMode locked(publisher / unreadable, 0);
+            const ScopedMode locked(release / unreadable, 0);
             ENFORCE_PERMISSIONS();
-            buildFailsAndMakesNoFile(publisher);
+            buildFailsAndMakesNoFile(release);
         }
-        QCOMPARE(files::read(publisher.index()), QByteArray("contents"));
+        QCOMPARE(files::read(release.index()), QByteArray("contents"));
     }
 
     void unreadableFileFailsAndMakesNoVersionFile()
     {
-        Publisher publisher;
-        publisher.add("a", "a");
-        files::setMode(publisher / "a", 0);
+        BuiltRelease release;
+        release.add("a", "a");
+        files::setMode(release / "a", 0);
         ENFORCE_PERMISSIONS();
-        buildFailsAndMakesNoFile(publisher);
+        buildFailsAndMakesNoFile(release);
     }
 
     void unreadableDirectoryIsLeftOut()
     {
-        Publisher publisher;
-        publisher.add("a", "a");
-        publisher.add("locked/b", "b");
-        const ScopedMode locked(publisher / "locked", 0);
+        BuiltRelease release;
+        release.add("a", "a");
+        release.add("locked/b", "b");
+        const ScopedMode locked(release / "locked", 0);
         ENFORCE_PERMISSIONS();
-        QVERIFY(publisher.build());
-        QCOMPARE(publisher.indexText(), publisher.expected({tree::entry("a", "a")}));
+        QVERIFY(release.build());
+        QCOMPARE(release.indexText(), release.expected({tree::entry("a", "a")}));
     }
 
     // It cannot be listed, so its contents are unknown. It can be entered, so a file can be made in
     // it.
     void unreadableBaseDirectoryIsDescribedAsEmpty()
     {
-        Publisher publisher;
-        publisher.add("a", "a");
+        BuiltRelease release;
+        release.add("a", "a");
         {
-            const ScopedMode locked(publisher.tree(), 0300);
+            const ScopedMode locked(release.tree(), 0300);
             ENFORCE_PERMISSIONS();
-            QVERIFY(publisher.build());
+            QVERIFY(release.build());
         }
-        QCOMPARE(publisher.indexText(), publisher.expected({}));
+        QCOMPARE(release.indexText(), release.expected({}));
     }
 
     void oldVersionFileIsGoneWhenTheNewOneCannotBeOpened()
     {
-        Publisher publisher;
-        publisher.add("a", "a");
-        publisher.add("index.txt", "old");
+        BuiltRelease release;
+        release.add("a", "a");
+        release.add("index.txt", "old");
         bool result = true;
         {
             const NoDescriptorsLeft none;
-            result = publisher.build();
+            result = release.build();
         }
         QVERIFY(!result);
-        QCOMPARE(publisher.path, QString(untouched));
-        QCOMPARE(files::list(publisher.tree()), QStringList{"a"});
+        QCOMPARE(release.path, QString(untouched));
+        QCOMPARE(files::list(release.tree()), QStringList{"a"});
     }
 
     void directoryInThePlaceOfTheVersionFileStays_data()
@@ -565,99 +552,99 @@ private Q_SLOTS:
     void directoryInThePlaceOfTheVersionFileStays()
     {
         QFETCH(QString, inside);
-        Publisher publisher;
-        files::makeDirectory(publisher.index());
+        BuiltRelease release;
+        files::makeDirectory(release.index());
         if (!inside.endsWith('/'))
-            publisher.add(inside, "inside");
-        buildFailsAndMakesNoFile(publisher);
+            release.add(inside, "inside");
+        buildFailsAndMakesNoFile(release);
     }
 
     void closedBaseDirectoryFails()
     {
-        Publisher publisher;
-        publisher.add("a", "a");
-        const ScopedMode closed(publisher.tree(), 0500);
+        BuiltRelease release;
+        release.add("a", "a");
+        const ScopedMode closed(release.tree(), 0500);
         ENFORCE_PERMISSIONS();
-        buildFailsAndMakesNoFile(publisher);
+        buildFailsAndMakesNoFile(release);
     }
 
     void oldVersionFileThatCanNeitherBeRemovedNorWrittenStays()
     {
-        Publisher publisher;
-        publisher.add("index.txt", "old");
-        files::setMode(publisher.index(), 0400);
-        const ScopedMode closed(publisher.tree(), 0500);
+        BuiltRelease release;
+        release.add("index.txt", "old");
+        files::setMode(release.index(), 0400);
+        const ScopedMode closed(release.tree(), 0500);
         ENFORCE_PERMISSIONS();
-        buildFailsAndMakesNoFile(publisher);
-        QCOMPARE(files::read(publisher.index()), QByteArray("old"));
+        buildFailsAndMakesNoFile(release);
+        QCOMPARE(files::read(release.index()), QByteArray("old"));
     }
 
     // It does not matter whether the removal succeeds.
     void oldVersionFileThatCannotBeRemovedIsOverwritten()
     {
-        Publisher publisher;
+        BuiltRelease release;
         const QByteArray old(10000, 'x');
-        publisher.add("index.txt", old);
-        const ScopedMode closed(publisher.tree(), 0500);
+        release.add("index.txt", old);
+        const ScopedMode closed(release.tree(), 0500);
         ENFORCE_PERMISSIONS();
-        QVERIFY(publisher.build());
-        QCOMPARE(publisher.path, publisher.index());
-        QCOMPARE(publisher.indexText(), publisher.expected({tree::entry("index.txt", old)}));
+        QVERIFY(release.build());
+        QCOMPARE(release.path, release.index());
+        QCOMPARE(release.indexText(), release.expected({tree::entry("index.txt", old)}));
     }
 
     void readOnlyVersionFileIsReplaced()
     {
-        Publisher publisher;
-        publisher.add("index.txt", "old");
-        files::setMode(publisher.index(), 0400);
+        BuiltRelease release;
+        release.add("index.txt", "old");
+        files::setMode(release.index(), 0400);
         ENFORCE_PERMISSIONS();
-        QVERIFY(publisher.build());
-        QCOMPARE(publisher.indexText(), publisher.expected({tree::entry("index.txt", "old")}));
+        QVERIFY(release.build());
+        QCOMPARE(release.indexText(), release.expected({tree::entry("index.txt", "old")}));
     }
 
     void linkInThePlaceOfTheVersionFileIsReplacedAndItsTargetStays()
     {
-        Publisher publisher;
-        files::write(publisher.outside("target"), "old");
-        files::link("../target", publisher.index());
-        QVERIFY(publisher.build());
-        QVERIFY(!QFileInfo(publisher.index()).isSymLink());
-        QCOMPARE(publisher.indexText(), publisher.expected({tree::entry("index.txt", "old")}));
-        QCOMPARE(files::read(publisher.outside("target")), QByteArray("old"));
+        BuiltRelease release;
+        files::write(release.outside("target"), "old");
+        files::link("../target", release.index());
+        QVERIFY(release.build());
+        QVERIFY(!QFileInfo(release.index()).isSymLink());
+        QCOMPARE(release.indexText(), release.expected({tree::entry("index.txt", "old")}));
+        QCOMPARE(files::read(release.outside("target")), QByteArray("old"));
     }
 
     // For QFile no file exists at such a path: nothing is removed, and opening it makes the target.
     void brokenLinkInThePlaceOfTheVersionFileIsWrittenThrough()
     {
-        Publisher publisher;
-        files::link("../target", publisher.index());
-        QVERIFY(publisher.build());
-        QVERIFY(QFileInfo(publisher.index()).isSymLink());
-        QCOMPARE(files::read(publisher.outside("target")), publisher.expected({}).toLatin1());
+        BuiltRelease release;
+        files::link("../target", release.index());
+        QVERIFY(release.build());
+        QVERIFY(QFileInfo(release.index()).isSymLink());
+        QCOMPARE(files::read(release.outside("target")), release.expected({}).toLatin1());
     }
 
     void brokenLinkThatLeadsIntoNoDirectoryFails()
     {
-        Publisher publisher;
-        files::link("../missing/target", publisher.index());
-        buildFailsAndMakesNoFile(publisher);
-        QVERIFY(QFileInfo(publisher.index()).isSymLink());
+        BuiltRelease release;
+        files::link("../missing/target", release.index());
+        buildFailsAndMakesNoFile(release);
+        QVERIFY(QFileInfo(release.index()).isSymLink());
     }
 
 private:
-    static void buildFailsAndMakesNoFile(Publisher& publisher)
+    static void buildFailsAndMakesNoFile(BuiltRelease& release)
     {
-        const QStringList before = files::list(publisher.tree());
-        QVERIFY(!publisher.build());
-        QCOMPARE(publisher.path, QString(untouched));
-        QCOMPARE(files::list(publisher.tree()), before);
+        const QStringList before = files::list(release.tree());
+        QVERIFY(!release.build());
+        QCOMPARE(release.path, QString(untouched));
+        QCOMPARE(files::list(release.tree()), before);
     }
 
-    static void buildFailsAndLeavesTheOldFile(Publisher& publisher)
+    static void buildFailsAndLeavesTheOldFile(BuiltRelease& release)
     {
-        publisher.add("index.txt", "old");
-        buildFailsAndMakesNoFile(publisher);
-        QCOMPARE(files::read(publisher.index()), QByteArray("old"));
+        release.add("index.txt", "old");
+        buildFailsAndMakesNoFile(release);
+        QCOMPARE(files::read(release.index()), QByteArray("old"));
     }
 };
 
