@@ -4,6 +4,8 @@
 #include "manifest/ManifestText.h"
 #include "updater/Updater.h"
 
+#include "tests/support/ChangelogFile.h"
+#include "tests/support/EditorRelease.h"
 #include "tests/support/LiteralReader.h"
 #include "tests/support/Records.h"
 #include "tests/support/ReleaseTree.h"
@@ -24,11 +26,7 @@ constexpr int segmentSize = 32;
 /// A release with @p count files, which hold their own names.
 ProgramData releaseOf(int count)
 {
-    ProgramData data;
-    data.name = "Editor";
-    data.version = "2.0";
-    data.required = true;
-    data.changelog = QByteArray("News of 2.0").toBase64();
+    ProgramData data = editorRelease("2.0", {}, true, QByteArray("News of 2.0").toBase64());
     for (int i = 0; i < count; ++i) {
         const QByteArray name = "Contents/Resources/file" + QByteArray::number(i) + ".dat";
         data.files.append(tree::entry(name, name));
@@ -96,21 +94,6 @@ ProgramData handled(const QByteArray& body)
     return state.programData;
 }
 
-/// Says how the readings differ; nothing when they do not.
-QString difference(const ProgramData& actual, const ProgramData& expected)
-{
-    if (records::same(actual, expected))
-        return QString();
-    return "read:\n" + records::described(actual) + "expected:\n" + records::described(expected);
-}
-
-#define COMPARE_RECORDS(actual, expected, text)                                                    \
-    do {                                                                                           \
-        const QString different = difference(actual, expected);                                    \
-        QVERIFY2(different.isEmpty(),                                                              \
-                 qPrintable(different + "text:\n" + records::escaped(QString::fromLatin1(text)))); \
-    } while (false)
-
 /// The report of @p data in a host's segment.
 QByteArray reportOf(const ProgramData& data)
 {
@@ -137,7 +120,7 @@ public:
     /// What was written for the changelog of @p version; "(none)" when there is no file.
     QByteArray changelog(const QString& version) const
     {
-        const QString path = tmpDir + "/velmora_cl_" + version + ".dat";
+        const QString path = tmpDir + '/' + changelogFileName(version);
         return QFile::exists(path) ? files::read(path) : QByteArray("(none)");
     }
 };

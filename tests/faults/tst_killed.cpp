@@ -1,6 +1,7 @@
 // An update whose process is killed: while it waits for the server, and before each call with which
 // it changes a file or a directory. What is then there, and what the next update makes of it.
 
+#include "tests/support/ChangelogFile.h"
 #include "tests/support/Row.h"
 #include "tests/support/Scene.h"
 #include "tests/support/TestMain.h"
@@ -20,7 +21,7 @@ const QString dataName = "data.bin";
 
 const QString installed = "installed/Editor.app/";
 const QString saved = "tmp/wUpEditor2.0/";
-const QString changelog = "tmp/velmora_cl_2.0.dat";
+const QString changelog = "tmp/" + changelogFileName("2.0");
 
 /// The calls that change files, by the names that they have on different machines.
 QString systemCalls(const QString& name)
@@ -396,7 +397,7 @@ private Q_SLOTS:
         QTest::addColumn<int>("bytes"); // Of the body, that are sent; -1 for no reply at all.
         QTest::addColumn<QStringList>("left");
         const QString top = "wUpEditor2.0/";
-        const QString news = "velmora_cl_2.0.dat";
+        const QString news = changelogFileName("2.0");
         const QStringList one{news, top, top + "Contents/", top + "Contents/MacOS/", top + exeName};
         const QStringList three = one + QStringList{top + "Contents/Resources/", top + iconName,
                                                     top + "Contents/Resources/new/", top + newName};
@@ -445,7 +446,7 @@ private Q_SLOTS:
         QCOMPARE(scene.differences(), QString());
         QCOMPARE(scene.mode(exeName), 0755U);
         QCOMPARE(scene.mode(iconName), 0755U);
-        QCOMPARE(scene.leftBehind(), QStringList{"velmora_cl_2.0.dat"});
+        QCOMPARE(scene.leftBehind(), QStringList{changelogFileName("2.0")});
         QTRY_COMPARE(scene.starts(), QStringList{scene.startOf("Editor 2.0")});
     }
 
@@ -509,7 +510,7 @@ private Q_SLOTS:
         QCOMPARE(scene.requests(asked), requestsFor(missing));
         QCOMPARE(scene.differences(), QString());
         QStringList left = step.neverRemoved;
-        left.prepend("velmora_cl_2.0.dat");
+        left.prepend(changelogFileName("2.0"));
         QCOMPARE(scene.leftBehind(), left);
         QCOMPARE(files::read(scene.dir / changelog), m_release->changes.toBase64());
         for (const QString& name : m_release->tree.keys()) {
@@ -618,7 +619,7 @@ private Q_SLOTS:
         QCOMPARE(scene.update(), 0);
         QCOMPARE(scene.requests(asked), requestsFor({dataName}));
         QCOMPARE(scene.differences(), QString());
-        QCOMPARE(scene.leftBehind(), QStringList{"velmora_cl_2.0.dat"});
+        QCOMPARE(scene.leftBehind(), QStringList{changelogFileName("2.0")});
         QTRY_COMPARE(scene.starts(), QStringList{scene.startOf("Editor 2.0")});
     }
 

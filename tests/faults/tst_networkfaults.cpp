@@ -6,9 +6,9 @@
 
 #include "updater/Updater.h"
 
+#include "tests/support/EditorRelease.h"
 #include "tests/support/MessageBoxes.h"
 #include "tests/support/OwnProcess.h"
-#include "tests/support/ReleaseTree.h"
 #include "tests/support/Row.h"
 #include "tests/support/Sample.h"
 #include "tests/support/Scene.h"
@@ -209,12 +209,10 @@ public:
 
     QByteArray versionFile() const
     {
-        ProgramData data;
-        data.name = "Editor";
-        data.version = "2.0";
+        QVector<ProgramFile> files;
         for (const QString& name : names())
-            data.files.append(tree::entry(name, published[name]));
-        return tree::versionFile(data).toLatin1();
+            files.append(tree::entry(name, published[name]));
+        return editorVersionFile("2.0", files);
     }
 
     void expectVersionFile(HttpReply::Ending ending = HttpReply::KeepAlive)

@@ -4,6 +4,7 @@
 // Waiting processes get the lock in the order in which they asked for it. So a test that holds it
 // can stop an updater at either of two places: while it attaches, and just before it writes.
 
+#include "tests/support/EditorRelease.h"
 #include "tests/support/HostProcess.h"
 #include "tests/support/HttpServer.h"
 #include "tests/support/ReleaseTree.h"
@@ -25,25 +26,14 @@ namespace {
 
 constexpr int segmentSize = 32;
 
-/// What a check leaves in a segment of @p size bytes.
-QByteArray report(const QByteArray& version, int size = segmentSize)
-{
-    return HostProcess::reported(version, false, size);
-}
-
 /// A server that publishes two versions, each under its own name, and a host to be checked for.
 struct HostAndServer
 {
     explicit HostAndServer(const QString& hostExecutable = QString(), int size = segmentSize)
         : host(std::make_unique<HostProcess>(size, hostExecutable))
     {
-        for (const char* version : {"2.1", "10.20.30-candidate"}) {
-            ProgramData data;
-            data.name = "Editor";
-            data.version = version;
-            server.serve(QStringLiteral("/") + version,
-                         HttpReply::ok(tree::versionFile(data).toUtf8()));
-        }
+        for (const char* version : {"2.1", "10.20.30-candidate"})
+            server.serve(QStringLiteral("/") + version, HttpReply::ok(editorVersionFile(version)));
     }
 
     void start(UpdaterProcess& process, const QString& version = "2.1") const
@@ -153,7 +143,8 @@ private Q_SLOTS:
         QVERIFY(scene.updater.waitForEnd());
         QCOMPARE(scene.updater.exitStatus(), 0);
         QCOMPARE(scene.updater.output(), QByteArray());
-        QCOMPARE(witness->dump().toHex(' '), report("2.1").toHex(' '));
+        QCOMPARE(witness->dump().toHex(' '),
+                 HostProcess::reported("2.1", false, segmentSize).toHex(' '));
         QVERIFY2(witness->lock() && witness->unlock(), "the lock is still taken");
 
         QVERIFY(witness->quit());
@@ -286,7 +277,8 @@ private Q_SLOTS:
         UpdaterProcess check;
         other.start(check);
         QVERIFY(check.waitForEnd());
-        QCOMPARE(other.host->dump().toHex(' '), report("2.1").toHex(' '));
+        QCOMPARE(other.host->dump().toHex(' '),
+                 HostProcess::reported("2.1", false, segmentSize).toHex(' '));
         QVERIFY(scene.updater.isRunning());
         QCOMPARE(scene.host->waiting(), 1);
         QCOMPARE(scene.host->dump(), HostProcess::untouched(segmentSize));
@@ -295,7 +287,8 @@ private Q_SLOTS:
         QVERIFY(scene.updater.waitForEnd());
         QCOMPARE(scene.updater.exitStatus(), 0);
         QCOMPARE(scene.updater.output(), QByteArray());
-        QCOMPARE(scene.host->dump().toHex(' '), report("2.1").toHex(' '));
+        QCOMPARE(scene.host->dump().toHex(' '),
+                 HostProcess::reported("2.1", false, segmentSize).toHex(' '));
         QCOMPARE(attachedTo(*scene.host), 2);
         QVERIFY2(scene.host->lock() && scene.host->unlock(), "the lock is still taken");
     }
@@ -325,7 +318,8 @@ private Q_SLOTS:
         scene.start(next);
         QVERIFY(next.waitForEnd());
         QCOMPARE(next.exitStatus(), 0);
-        QCOMPARE(scene.host->dump().toHex(' '), report("2.1").toHex(' '));
+        QCOMPARE(scene.host->dump().toHex(' '),
+                 HostProcess::reported("2.1", false, segmentSize).toHex(' '));
     }
 
     // ---- Two checks
@@ -360,7 +354,8 @@ private Q_SLOTS:
             QCOMPARE(process->output(), QByteArray());
         }
         const QByteArray found = scene.host->dump();
-        QVERIFY2(found == report(versions[0], large) || found == report(versions[1], large),
+        QVERIFY2(found == HostProcess::reported(versions[0], false, large) ||
+                     found == HostProcess::reported(versions[1], false, large),
                  found.left(64).toHex(' ').constData());
         QCOMPARE(scene.host->waiting(), 0);
         QCOMPARE(attachedTo(*scene.host), 1);

@@ -1,6 +1,7 @@
 // Two hundred checks and updates by the real executable, two at a time: each ends as it must, and
 // nothing accumulates in the system, the temporary directory or the server.
 
+#include "tests/support/ChangelogFile.h"
 #include "tests/support/Needs.h"
 #include "tests/support/Nginx.h"
 #include "tests/support/Processes.h"
@@ -23,7 +24,6 @@ namespace {
 constexpr int runCount = 200;
 constexpr int atATime = 2;
 const char* const dataName = "Contents/Resources/data.bin";
-const char* const changelogName = "velmora_cl_2.0.dat";
 
 /// What a run is for, and what is installed when it begins.
 enum Kind { Check, UpdateOfNothing, UpdateOfOldFiles, UpdateOfCompleteFiles, UpToDate, KindCount };
@@ -99,7 +99,7 @@ public:
     /// What was not as it must be, after finish().
     QStringList problems()
     {
-        QStringList left{"keep", changelogName};
+        QStringList left{"keep", changelogFileName("2.0")};
         if (m_kind == UpdateOfCompleteFiles)
             left.append("wUpEditor2.0/"); // It stays when there was nothing to move out of it.
         expect(files::list(tmpDir) == left, files::list(tmpDir).join(' '));

@@ -9,7 +9,6 @@
 #include <UpdaterHost/UpdateCheck.h>
 
 #include "tests/support/EditorRelease.h"
-#include "tests/support/ReleaseTree.h"
 
 #include <QObject>
 #include <QStringList>
@@ -35,10 +34,7 @@ inline QStringList updateArguments(const HostInfo& info)
 inline QByteArray versionFile(const QString& version, bool required = false,
                               const QByteArray& changelog = QByteArray())
 {
-    ProgramData data = editorRelease(version);
-    data.required = required;
-    data.changelog = QString::fromLatin1(changelog.toBase64());
-    return tree::versionFile(data).toUtf8();
+    return editorVersionFile(version, {}, required, QString::fromLatin1(changelog.toBase64()));
 }
 
 /// The signals of a check, in order, one line each, such as "found 2.0 required News".

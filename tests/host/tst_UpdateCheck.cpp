@@ -4,6 +4,7 @@
 #include <UpdaterHost/UpdateCheck.h>
 
 #include "tests/host/EditorHost.h"
+#include "tests/support/ChangelogFile.h"
 #include "tests/support/FakeProgram.h"
 #include "tests/support/HostProcess.h"
 #include "tests/support/HttpServer.h"
@@ -124,11 +125,6 @@ QString linkTo(const QString& baseDir, const FakeUpdater& updater)
     HostInfo info = updater.host();
     info.baseDir = baseDir;
     return UpdateCheck(info).startUpdate() ? updater.arguments().value(4) : QString();
-}
-
-QString changelogFile(const QString& version)
-{
-    return QDir(QDir::tempPath()).filePath("velmora_cl_" + version + ".dat");
 }
 
 /// A segment of another program, which is attached to it.

@@ -1,5 +1,6 @@
 // The build mode as a release script meets it: the whole program on real and on broken trees.
 
+#include "tests/support/EditorRelease.h"
 #include "tests/support/ReleaseDir.h"
 #include "tests/support/ReleaseTree.h"
 #include "tests/support/Restrictions.h"
@@ -41,24 +42,6 @@ public:
 
     UpdaterProcess process;
 };
-
-ProgramData editor(const QVector<ProgramFile>& files, bool required = false,
-                   const QString& changelog = QString())
-{
-    ProgramData data;
-    data.name = "Editor";
-    data.version = "2.1";
-    data.required = required;
-    data.changelog = changelog;
-    data.files = files;
-    return data;
-}
-
-/// The version file of Editor 2.1 with @p files.
-QByteArray versionFile(const QVector<ProgramFile>& files)
-{
-    return tree::versionFile(editor(files)).toUtf8();
-}
 
 /// The first directory of the system's that is a tree worth the name.
 QString realTree()
@@ -120,7 +103,7 @@ private Q_SLOTS:
         for (const QString& name : order)
             expected.append(seen[name]);
         QCOMPARE(tree::lines(entries), tree::lines(expected));
-        QVERIFY(text == versionFile(expected));
+        QVERIFY(text == editorVersionFile("2.1", expected));
     }
 
     void tenThousandFilesAreDescribedToTheByte()
@@ -137,7 +120,7 @@ private Q_SLOTS:
         }
         QCOMPARE(script.build(), 0);
         QCOMPARE(script.process.output(), QByteArray());
-        QVERIFY(files::read(script.index()) == versionFile(expected));
+        QVERIFY(files::read(script.index()) == editorVersionFile("2.1", expected));
     }
 
     void whatIsNoFileIsLeftOut()
@@ -153,7 +136,7 @@ private Q_SLOTS:
         QCOMPARE(script.build(), 0);
         QCOMPARE(script.process.output(), QByteArray());
         QCOMPARE(files::read(script.index()),
-                 versionFile({tree::entry("a", "a"), tree::entry("z", "z")}));
+                 editorVersionFile("2.1", {tree::entry("a", "a"), tree::entry("z", "z")}));
     }
 
     void linkCycleIsListedUntilTheSystemRefuses()
@@ -170,7 +153,7 @@ private Q_SLOTS:
             expected.append(tree::entry(QString("sub/up/").repeated(depth) + "sub/a", "a"));
         QCOMPARE(script.run("Editor", canonical, "2.1"), 0);
         QCOMPARE(script.process.output(), QByteArray());
-        QCOMPARE(files::read(script.index()), versionFile(expected));
+        QCOMPARE(files::read(script.index()), editorVersionFile("2.1", expected));
     }
 
     void unreadableFileFailsAndTheOldVersionFileStays_data()
@@ -211,7 +194,7 @@ private Q_SLOTS:
         const ScopedMode locked(script / "locked", 0);
         QCOMPARE(script.build(), 0);
         QCOMPARE(script.process.output(), QByteArray());
-        QCOMPARE(files::read(script.index()), versionFile({tree::entry("a", "a")}));
+        QCOMPARE(files::read(script.index()), editorVersionFile("2.1", {tree::entry("a", "a")}));
     }
 
     void closedTopFails()
@@ -305,7 +288,8 @@ private Q_SLOTS:
         QCOMPARE(script.run("Editor", dir, "2.1"), 0);
         QCOMPARE(script.process.output(), QByteArray());
         QCOMPARE(files::list(script.outside("")), expected);
-        QCOMPARE(files::read(script.outside(path)), versionFile({tree::entry("sub/a", "a")}));
+        QCOMPARE(files::read(script.outside(path)),
+                 editorVersionFile("2.1", {tree::entry("sub/a", "a")}));
     }
 
     void currentDirectoryCanBeTheTree()
@@ -314,7 +298,7 @@ private Q_SLOTS:
         script.add("a", "a");
         script.process.setWorkingDirectory(script.tree());
         QCOMPARE(script.run("Editor", ".", "2.1"), 0);
-        QCOMPARE(files::read(script.index()), versionFile({tree::entry("a", "a")}));
+        QCOMPARE(files::read(script.index()), editorVersionFile("2.1", {tree::entry("a", "a")}));
     }
 
     void emptyTreeHasNoFileEntries()
@@ -334,7 +318,7 @@ private Q_SLOTS:
         ReleaseScript script;
         script.add("a", "a");
         QCOMPARE(script.run(" Editor ", script.tree(), "\t2.1 "), 0);
-        QCOMPARE(files::read(script.index()), versionFile({tree::entry("a", "a")}));
+        QCOMPARE(files::read(script.index()), editorVersionFile("2.1", {tree::entry("a", "a")}));
     }
 
     void requiredOptionMarksTheUpdate()
@@ -344,7 +328,7 @@ private Q_SLOTS:
         QCOMPARE(script.build({"-r"}), 0);
         QCOMPARE(script.process.output(), QByteArray());
         QCOMPARE(files::read(script.index()),
-                 tree::versionFile(editor({tree::entry("a", "a")}, true)).toUtf8());
+                 editorVersionFile("2.1", {tree::entry("a", "a")}, true));
     }
 
     void changelogOptionBringsThePayload_data()
@@ -364,15 +348,14 @@ private Q_SLOTS:
         files::write(script.outside("notes"), notes);
         QCOMPARE(script.build({"--changelog", script.outside("notes")}), 0);
         QCOMPARE(script.process.output(), QByteArray());
-        QCOMPARE(files::read(script.index()),
-                 tree::versionFile(editor({}, false, payload)).toUtf8());
+        QCOMPARE(files::read(script.index()), editorVersionFile("2.1", {}, false, payload));
     }
 
     void missingChangelogIsNoFailure()
     {
         ReleaseScript script;
         QCOMPARE(script.build({"--changelog", script.outside("missing")}), 0);
-        QCOMPARE(files::read(script.index()), versionFile({}));
+        QCOMPARE(files::read(script.index()), editorVersionFile("2.1"));
     }
 
     void secondBuildListsTheFirstVersionFile()
@@ -381,10 +364,11 @@ private Q_SLOTS:
         script.add("a", "a");
         QCOMPARE(script.build(), 0);
         const QByteArray first = files::read(script.index());
-        QCOMPARE(first, versionFile({tree::entry("a", "a")}));
+        QCOMPARE(first, editorVersionFile("2.1", {tree::entry("a", "a")}));
         QCOMPARE(script.build(), 0);
-        QCOMPARE(files::read(script.index()),
-                 versionFile({tree::entry("a", "a"), tree::entry("index.txt", first)}));
+        QCOMPARE(
+            files::read(script.index()),
+            editorVersionFile("2.1", {tree::entry("a", "a"), tree::entry("index.txt", first)}));
         QCOMPARE(files::list(script.tree()), QStringList({"a", "index.txt"}));
     }
 

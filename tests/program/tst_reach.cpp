@@ -1,6 +1,7 @@
 // What the program touches at all: every path that a run opens for writing, makes, moves, removes
 // or changes the mode of, as the system reports it.
 
+#include "tests/support/ChangelogFile.h"
 #include "tests/support/Needs.h"
 #include "tests/support/Row.h"
 #include "tests/support/Scene.h"
@@ -214,7 +215,7 @@ private Q_SLOTS:
         QCOMPARE(scene.changedBelow(scene.installDir), QStringList());
         // The lock's key file lies in the temporary directory.
         const QStringList changed = scene.changedBelow(scene.tmpDir);
-        QCOMPARE(changed.filter("velmora_cl_"), QStringList{"velmora_cl_2.0.dat"});
+        QCOMPARE(changed.filter("velmora_cl_"), QStringList{changelogFileName("2.0")});
         QCOMPARE(changed.filter("qipc_systemsem_").size(), changed.size() - 1);
         QCOMPARE(scene.peers(), QStringList{scene.serverAddress()});
         QCOMPARE(startedPrograms(scene), QStringList{UPDATER_EXECUTABLE});
@@ -251,7 +252,7 @@ private Q_SLOTS:
         for (const QString& name : scene.changedBelow(scene.installDir))
             QVERIFY2(installed.contains(name), qPrintable(name));
         for (const QString& name : scene.changedBelow(scene.tmpDir))
-            QVERIFY2(name == "velmora_cl_2.0.dat" || name == "wUpEditor2.0" ||
+            QVERIFY2(name == changelogFileName("2.0") || name == "wUpEditor2.0" ||
                          name.startsWith("wUpEditor2.0/"),
                      qPrintable(name));
         QCOMPARE(scene.peers(), QStringList{scene.serverAddress()});

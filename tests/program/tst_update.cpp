@@ -1,6 +1,7 @@
 // A whole update, with real parts only: a release described by the build mode and served by nginx,
 // the updater as a process, a program that is started again.
 
+#include "tests/support/ChangelogFile.h"
 #include "tests/support/Needs.h"
 #include "tests/support/Nginx.h"
 #include "tests/support/Processes.h"
@@ -189,11 +190,11 @@ private Q_SLOTS:
         }
 
         // The directory stays when there was nothing to move out of it.
-        QStringList left{"velmora_cl_2.0a.dat"};
+        QStringList left{changelogFileName("2.0a")};
         if (differs && needed.isEmpty())
             left.append("wUpEditor2.0a/");
         QCOMPARE(scene.leftBehind(), left);
-        QCOMPARE(files::read(scene.tmpDir + "/velmora_cl_2.0a.dat"),
+        QCOMPARE(files::read(scene.tmpDir + '/' + changelogFileName("2.0a")),
                  QByteArray("News of 2.0a").toBase64());
 
         const QStringList started =
@@ -234,8 +235,8 @@ private Q_SLOTS:
 
         QCOMPARE(host->dump(), HostProcess::reported("2.0a", required));
         QCOMPARE(scene.requests(*m_nginx), QStringList{"index.txt"});
-        QCOMPARE(scene.leftBehind(), QStringList{"velmora_cl_2.0a.dat"});
-        QCOMPARE(files::read(scene.tmpDir + "/velmora_cl_2.0a.dat"),
+        QCOMPARE(scene.leftBehind(), QStringList{changelogFileName("2.0a")});
+        QCOMPARE(files::read(scene.tmpDir + '/' + changelogFileName("2.0a")),
                  QByteArray("News of 2.0a").toBase64());
         QCOMPARE(files::list(scene.installDir), QStringList());
         QCOMPARE(processes::mentioning(scene.dir / "bin"), QStringList());
@@ -318,7 +319,7 @@ private Q_SLOTS:
             QVERIFY2(files::mode(scene.installedPath(name)) ==
                          files::mode(scene.releaseDir + '/' + name),
                      qPrintable(name));
-        QCOMPARE(scene.leftBehind(), QStringList{"velmora_cl_2.0.dat"});
+        QCOMPARE(scene.leftBehind(), QStringList{changelogFileName("2.0")});
         QTRY_COMPARE_WITH_TIMEOUT(scene.program.starts(), QStringList{scene.startOf("Editor 2.0")},
                                   30000);
     }

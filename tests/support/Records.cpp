@@ -55,6 +55,16 @@ QString described(const ProgramData& data)
     return lines;
 }
 
+QString difference(const ProgramData& actual, const ProgramData& expected, const QByteArray& text)
+{
+    if (same(actual, expected))
+        return QString();
+    QString lines = "read:\n" + described(actual) + "expected:\n" + described(expected);
+    if (!text.isEmpty())
+        lines += "text:\n" + escaped(QString::fromLatin1(text));
+    return lines;
+}
+
 QStringList files(const ProgramData& data)
 {
     QStringList lines;

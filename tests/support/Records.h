@@ -18,9 +18,21 @@ QString escaped(const QString& text);
 /// Returns every field of @p data, escaped, one line each.
 QString described(const ProgramData& data);
 
+/// Says how @p actual, read from @p text, differs from @p expected; nothing when it does not.
+QString difference(const ProgramData& actual, const ProgramData& expected,
+                   const QByteArray& text = QByteArray());
+
 /// Returns the files of @p data, each as "name|sha1|size".
 QStringList files(const ProgramData& data);
 
 } // namespace records
+
+/// Compares every field with QVERIFY2, and prints all of them when they differ. The arguments are those of
+/// records::difference().
+#define COMPARE_RECORDS(...)                                                                       \
+    do {                                                                                           \
+        const QString different = records::difference(__VA_ARGS__);                                \
+        QVERIFY2(different.isEmpty(), qPrintable(different));                                      \
+    } while (false)
 
 #endif // TESTS_SUPPORT_RECORDS_H

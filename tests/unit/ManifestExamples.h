@@ -73,11 +73,4 @@ inline QStringList filesRead(const QString& text)
     return read(text, data) ? records::files(data) : QStringList{"nothing read"};
 }
 
-/// Compares every field, and prints all of them when they differ.
-#define COMPARE_RECORDS(actual, expected)                                                          \
-    do {                                                                                           \
-        QCOMPARE(records::described(actual), records::described(expected));                        \
-        QVERIFY(records::same(actual, expected));                                                  \
-    } while (false)
-
 #endif // TESTS_UNIT_MANIFESTEXAMPLES_H

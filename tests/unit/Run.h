@@ -34,8 +34,8 @@ inline QByteArray record(const QByteArray& root, const QByteArray& inside)
     return '<' + root + ">\n" + inside + "</" + root + ">\n";
 }
 
-/// The version file of a release of the program Editor.
-inline QByteArray versionFile(const QByteArray& version, const QByteArray& rest = QByteArray())
+/// The record of @p version of Editor, with @p rest after the version: no more than a test needs.
+inline QByteArray editorRecord(const QByteArray& version, const QByteArray& rest = QByteArray())
 {
     return record("Editor", "\t<version>" + version + "</version>\n" + rest);
 }
@@ -43,7 +43,7 @@ inline QByteArray versionFile(const QByteArray& version, const QByteArray& rest 
 /// A release that is not installed, with one file that is not installed.
 inline QByteArray anUpdate()
 {
-    return versionFile("2.1", entry("missing.dat", "contents"));
+    return editorRecord("2.1", entry("missing.dat", "contents"));
 }
 
 /// The names of the download directories that exist.

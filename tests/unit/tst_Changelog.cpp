@@ -4,6 +4,7 @@
 
 #include "manifest/ManifestText.h"
 
+#include "tests/support/EditorRelease.h"
 #include "tests/support/Messages.h"
 #include "tests/support/Needs.h"
 #include "tests/support/Restrictions.h"
@@ -14,11 +15,7 @@ namespace {
 
 ProgramData record(const QString& version, const QString& changelog)
 {
-    ProgramData data;
-    data.name = "Editor";
-    data.version = version;
-    data.changelog = changelog;
-    return data;
+    return editorRelease(version, {}, false, changelog);
 }
 
 /// An empty temporary directory, and the one file that the host reads from it.

@@ -42,8 +42,8 @@ private Q_SLOTS:
     {
         Run run;
         run.install("here", "here");
-        run.publish(versionFile("2.1", entry("a", "x", 1048576) + entry("here", "here") +
-                                           entry("b", "x", 524288)));
+        run.publish(editorRecord("2.1", entry("a", "x", 1048576) + entry("here", "here") +
+                                            entry("b", "x", 524288)));
         QCOMPARE(run.update(), static_cast<int>(Run::Downloading));
         QProgressDialog* dialog = run.dialog();
         QVERIFY(dialog);
@@ -373,11 +373,11 @@ private Q_SLOTS:
     void labelOfASecondRunCountsAllItsFiles()
     {
         Run run;
-        run.publish(versionFile("2.1", entry("a", "x", 5 * mebibyte) + entry("b", "x", mebibyte)));
+        run.publish(editorRecord("2.1", entry("a", "x", 5 * mebibyte) + entry("b", "x", mebibyte)));
         QCOMPARE(run.update(), static_cast<int>(Run::Downloading));
         QCOMPARE(run.dialog()->labelText(), QString("Downloading file 1 of 2 (6.00 MB left)"));
-        run.publish(versionFile("2.2", entry("a", "x", mebibyte) + entry("b", "x", 2 * mebibyte) +
-                                           entry("c", "x", 4 * mebibyte)));
+        run.publish(editorRecord("2.2", entry("a", "x", mebibyte) + entry("b", "x", 2 * mebibyte) +
+                                            entry("c", "x", 4 * mebibyte)));
         QCOMPARE(run.update(), static_cast<int>(Run::Downloading));
         run.state().currentFile = 1; // The second run adds its files to those of the first.
         run.updater().updateProgressLabel();
@@ -387,9 +387,9 @@ private Q_SLOTS:
     void labelCountsTheFilesOfACheckInBetween()
     {
         Run run;
-        run.publish(versionFile("2.1", entry("a", "x", 5 * mebibyte) + entry("b", "x", mebibyte)));
+        run.publish(editorRecord("2.1", entry("a", "x", 5 * mebibyte) + entry("b", "x", mebibyte)));
         QCOMPARE(run.update(), static_cast<int>(Run::Downloading));
-        run.publish(versionFile("2.2", entry("c", "x", 2 * mebibyte)));
+        run.publish(editorRecord("2.2", entry("c", "x", 2 * mebibyte)));
         QCOMPARE(run.check(), 0);
         run.state().currentFile = 1; // The check has added its file to the list.
         run.updater().updateProgressLabel();

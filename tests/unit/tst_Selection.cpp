@@ -85,7 +85,7 @@ private Q_SLOTS:
         QFETCH(QByteArray, entries);
         Run run;
         run.install("a.dat", "same");
-        run.publish(versionFile("2.1", entries));
+        run.publish(editorRecord("2.1", entries));
         QCOMPARE(run.update(), 0);
         QCOMPARE(downloadDirectories(), QStringList{"wUpEditor2.1"});
         QCOMPARE(run.state().tempDir, tmpPath() + "/wUpEditor2.1");
@@ -148,7 +148,7 @@ private Q_SLOTS:
         QFETCH(bool, download);
         Run run;
         setup(run.baseDir);
-        run.publish(versionFile("2.1", entry("a.dat", "contents")));
+        run.publish(editorRecord("2.1", entry("a.dat", "contents")));
         QCOMPARE(run.update(), download ? static_cast<int>(Run::Downloading) : 0);
         QCOMPARE(run.selected(), download ? QStringList{"a.dat"} : QStringList());
     }
@@ -159,7 +159,7 @@ private Q_SLOTS:
         Run run;
         run.install("a.dat", "contents");
         const ScopedMode locked(run.baseDir + "/a.dat", 0);
-        run.publish(versionFile("2.1", entry("a.dat", "contents")));
+        run.publish(editorRecord("2.1", entry("a.dat", "contents")));
         QCOMPARE(run.update(), static_cast<int>(Run::Downloading));
         QCOMPARE(run.selected(), QStringList{"a.dat"});
     }
@@ -170,7 +170,7 @@ private Q_SLOTS:
         files::makeDirectory(run.baseDir + "/a.dat");
         const qint64 size = QFileInfo(run.baseDir + "/a.dat").size();
         run.publish(
-            versionFile("2.1", entry("a.dat", files::sha1(""), static_cast<quint64>(size))));
+            editorRecord("2.1", entry("a.dat", files::sha1(""), static_cast<quint64>(size))));
         QCOMPARE(run.update(), static_cast<int>(Run::Downloading));
         QCOMPARE(run.selected(), QStringList{"a.dat"});
     }
@@ -201,7 +201,7 @@ private Q_SLOTS:
         QFETCH(bool, download);
         Run run;
         run.install("a.dat", "contents");
-        run.publish(versionFile("2.1", entry("a.dat", sha1, size)));
+        run.publish(editorRecord("2.1", entry("a.dat", sha1, size)));
         QCOMPARE(run.update(), download ? static_cast<int>(Run::Downloading) : 0);
         QCOMPARE(run.selected(), download ? QStringList{"a.dat"} : QStringList());
     }
@@ -210,7 +210,7 @@ private Q_SLOTS:
     {
         Run run;
         run.install("a.dat", "");
-        run.publish(versionFile("2.1", entry("a.dat", "")));
+        run.publish(editorRecord("2.1", entry("a.dat", "")));
         QCOMPARE(run.update(), 0);
         QCOMPARE(run.selected(), QStringList());
     }
@@ -234,7 +234,7 @@ private Q_SLOTS:
         files::write(run.baseDir + place + "a.dat", "1");
         files::write(run.baseDir + place + "sub/b.dat", "2");
         run.baseDir += ending;
-        run.publish(versionFile("2.1", entry("a.dat", "1") + entry("sub/b.dat", "2")));
+        run.publish(editorRecord("2.1", entry("a.dat", "1") + entry("sub/b.dat", "2")));
         QCOMPARE(run.update(), 0);
         QCOMPARE(run.selected(), QStringList());
     }
@@ -245,7 +245,7 @@ private Q_SLOTS:
         run.install("a.dat", "1");
         const QString fromRoot = run.baseDir.mid(1) + "/a.dat";
         run.baseDir.clear();
-        run.publish(versionFile("2.1", entry(fromRoot, "1")));
+        run.publish(editorRecord("2.1", entry(fromRoot, "1")));
         QCOMPARE(run.update(), 0);
         QCOMPARE(run.selected(), QStringList());
     }
@@ -275,7 +275,7 @@ private Q_SLOTS:
         QFETCH(QStringList, selected);
         Run run;
         run.install("here", "here");
-        run.publish(versionFile("2.1", entries));
+        run.publish(editorRecord("2.1", entries));
         QCOMPARE(run.update(), static_cast<int>(Run::Downloading));
         QCOMPARE(run.selected(), selected);
     }
@@ -292,7 +292,7 @@ private Q_SLOTS:
             missing.append(QStringLiteral("away/%1.dat").arg(i));
             entries += entry(missing.last(), "away") + here;
         }
-        run.publish(versionFile("2.1", entries));
+        run.publish(editorRecord("2.1", entries));
         QCOMPARE(run.update(), static_cast<int>(Run::Downloading));
         QCOMPARE(run.selected(), missing);
         QCOMPARE(run.dialog()->maximum(), pairs);
@@ -303,7 +303,7 @@ private Q_SLOTS:
     void downloadsBeginWithTheFirstFile()
     {
         Run run;
-        run.publish(versionFile("2.1", entry("a", "1") + entry("b", "2")));
+        run.publish(editorRecord("2.1", entry("a", "1") + entry("b", "2")));
         run.state().currentFile = 1;
         run.state().downloadedFiles = 9;
         QCOMPARE(run.update(), static_cast<int>(Run::Downloading));
@@ -316,7 +316,7 @@ private Q_SLOTS:
     void positionIsZeroedEvenWithoutDownloads()
     {
         Run run;
-        run.publish(versionFile("2.1"));
+        run.publish(editorRecord("2.1"));
         run.state().currentFile = 7;
         run.state().downloadedFiles = 9;
         QCOMPARE(run.update(), 0);

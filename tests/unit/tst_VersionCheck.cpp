@@ -3,6 +3,7 @@
 
 #include "updater/Updater.h"
 
+#include "tests/support/ChangelogFile.h"
 #include "tests/support/HostProcess.h"
 #include "tests/support/OwnProcess.h"
 #include "tests/support/RelaunchedProgram.h"
@@ -19,13 +20,6 @@
 
 namespace {
 
-/// A report in a segment of @p size bytes. The rest of the segment is zero.
-QByteArray reported(const QByteArray& text, char flag, int size)
-{
-    const QByteArray report = text + '\0' + flag + '\0';
-    return report + QByteArray(size - static_cast<int>(report.size()), '\0');
-}
-
 QString unreachableUrl()
 {
     QTcpServer closed;
@@ -33,15 +27,10 @@ QString unreachableUrl()
     return QStringLiteral("http://127.0.0.1:%1/index.txt").arg(closed.serverPort());
 }
 
-QString changelogPath(const QString& version)
-{
-    return QDir::temp().filePath("velmora_cl_" + version + ".dat");
-}
-
 /// What was written for the changelog of @p version; "(none)" when there is no file.
 QByteArray changelogLeft(const QString& version)
 {
-    const QString path = changelogPath(version);
+    const QString path = changelogFile(version);
     return QFile::exists(path) ? files::read(path) : QByteArray("(none)");
 }
 
@@ -90,7 +79,7 @@ private Q_SLOTS:
     void replyIsReadOnceAndReleased()
     {
         Run run;
-        run.publish(versionFile("2.1"));
+        run.publish(editorRecord("2.1"));
         run.updater().start(true);
         const QPointer<QNetworkReply> reply = run.state().netManager.findChild<QNetworkReply*>();
         QVERIFY(reply);
@@ -106,7 +95,7 @@ private Q_SLOTS:
     {
         QTest::addColumn<HttpReply>("reply");
         QTest::addColumn<QString>("version");
-        const QByteArray whole = versionFile("2.1");
+        const QByteArray whole = editorRecord("2.1");
         const QByteArray padded = whole + QByteArray(5000, ' ');
         const int length = static_cast<int>(whole.size());
         row("complete", HttpReply::ok(whole), "2.1");
@@ -135,7 +124,7 @@ private Q_SLOTS:
     {
         QTest::addColumn<QByteArray>("body");
         QTest::addColumn<QString>("version");
-        row("readable", versionFile("2.1"), "2.1");
+        row("readable", editorRecord("2.1"), "2.1");
         row("unreadable", QByteArray("moved"), "");
         row("empty", QByteArray(), "");
     }
@@ -146,7 +135,7 @@ private Q_SLOTS:
         QFETCH(QString, version);
         Run run;
         run.publish(HttpReply::redirect(run.server.url("/moved.txt"), body));
-        run.server.serve("/moved.txt", HttpReply::ok(versionFile("3.0")));
+        run.server.serve("/moved.txt", HttpReply::ok(editorRecord("3.0")));
         QCOMPARE(run.check(), 0);
         QCOMPARE(run.state().programData.version, version);
         QCOMPARE(run.server.requests(), QStringList{"/releases/index.txt"});
@@ -171,7 +160,7 @@ private Q_SLOTS:
         run.url = url;
         run.key = host.key();
         QCOMPARE(run.check(), 0);
-        QCOMPARE(host.dump(), reported("", '0', 16));
+        QCOMPARE(host.dump(), HostProcess::reported("", false, 16));
     }
 
     void textEndsAtTheFirstZeroByte_data()
@@ -181,13 +170,14 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("names");
         const QByteArray zero(1, '\0');
         const QByteArray one = entry("one", "1");
-        row("after the record", versionFile("2.1", one) + zero, "2.1", QStringList{"one"});
-        row("before the record", zero + versionFile("2.1", one), "", QStringList());
-        row("inside the record", versionFile("2.1", one + zero + entry("two", "2")), "",
+        row("after the record", editorRecord("2.1", one) + zero, "2.1", QStringList{"one"});
+        row("before the record", zero + editorRecord("2.1", one), "", QStringList());
+        row("inside the record", editorRecord("2.1", one + zero + entry("two", "2")), "",
             QStringList());
         row("between two records",
-            record("Other", "<version>9</version>") + zero + versionFile("2.1"), "", QStringList());
-        row("two of them: the first counts", versionFile("2.1") + zero + "text" + zero, "2.1",
+            record("Other", "<version>9</version>") + zero + editorRecord("2.1"), "",
+            QStringList());
+        row("two of them: the first counts", editorRecord("2.1") + zero + "text" + zero, "2.1",
             QStringList());
     }
 
@@ -217,10 +207,10 @@ private Q_SLOTS:
         HostProcess host(16);
         Run run;
         run.key = host.key();
-        run.publish(versionFile(version));
+        run.publish(editorRecord(version));
         QCOMPARE(run.check(), 0);
         QCOMPARE(run.state().programData.version, QString::fromLatin1(version));
-        QCOMPARE(host.dump(), reported(version, '0', 16));
+        QCOMPARE(host.dump(), HostProcess::reported(version, false, 16));
     }
 
     void packedBodyIsUnpacked_data()
@@ -235,7 +225,7 @@ private Q_SLOTS:
     {
         QFETCH(int, spaces);
         Run run;
-        run.publish(HttpReply::gzipped(QByteArray(spaces, ' ') + versionFile("2.1")));
+        run.publish(HttpReply::gzipped(QByteArray(spaces, ' ') + editorRecord("2.1")));
         QCOMPARE(run.check(), 0);
         QCOMPARE(run.state().programData.version, QString("2.1"));
     }
@@ -256,7 +246,7 @@ private Q_SLOTS:
         QFETCH(QString, version);
         Run run;
         run.programName = name;
-        run.publish(versionFile("2.1") + '\n' + record("Viewer", "<version>7.5</version>"));
+        run.publish(editorRecord("2.1") + '\n' + record("Viewer", "<version>7.5</version>"));
         QCOMPARE(run.check(), 0);
         QCOMPARE(run.state().programData.version, version);
     }
@@ -268,17 +258,18 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("body");
         QTest::addColumn<QByteArray>("text");
         QTest::addColumn<char>("flag");
-        row("required", versionFile("2.1", "<required>true</required>"), QByteArray("2.1"), '1');
-        row("not required", versionFile("2.1", "<required>false</required>"), QByteArray("2.1"),
+        row("required", editorRecord("2.1", "<required>true</required>"), QByteArray("2.1"), '1');
+        row("not required", editorRecord("2.1", "<required>false</required>"), QByteArray("2.1"),
             '0');
-        row("no such element", versionFile("2.1"), QByteArray("2.1"), '0');
-        row("trimmed version", versionFile(" \t2.1\n "), QByteArray("2.1"), '0');
-        row("same version as installed", versionFile("1.0"), QByteArray("1.0"), '0');
+        row("no such element", editorRecord("2.1"), QByteArray("2.1"), '0');
+        row("trimmed version", editorRecord(" \t2.1\n "), QByteArray("2.1"), '0');
+        row("same version as installed", editorRecord("1.0"), QByteArray("1.0"), '0');
         row("no record", QByteArray("<html></html>"), QByteArray(), '0');
         row("record of a space", record("Editor", " "), QByteArray(), '0');
         row("record without a version", record("Editor", "<required>true</required>"), QByteArray(),
             '0');
-        row("version of a space", versionFile(" ", "<required>true</required>"), QByteArray(), '0');
+        row("version of a space", editorRecord(" ", "<required>true</required>"), QByteArray(),
+            '0');
     }
 
     void publishedVersionAndFlagAreReported()
@@ -292,7 +283,7 @@ private Q_SLOTS:
             run.key = host.key();
             run.publish(body);
             QCOMPARE(checkOnly ? run.check() : run.update(), 0);
-            QCOMPARE(host.dump(), reported(text, flag, 16));
+            QCOMPARE(host.dump(), HostProcess::reported(text, flag == '1', 16));
         }
     }
 
@@ -313,7 +304,7 @@ private Q_SLOTS:
         Run run;
         if (segmentSize >= 0)
             run.key = host ? host->key() : HostProcess::unusedKey();
-        run.publish(versionFile("2.1", "<changelog>bmV3</changelog>" + entry("missing", "1")));
+        run.publish(editorRecord("2.1", "<changelog>bmV3</changelog>" + entry("missing", "1")));
         QCOMPARE(run.update(), static_cast<int>(Run::Downloading));
         QCOMPARE(changelogLeft("2.1"), QByteArray("bmV3"));
         if (host)
@@ -328,14 +319,15 @@ private Q_SLOTS:
         QTest::addColumn<QString>("inRecord");
         QTest::addColumn<bool>("required");
         QTest::addColumn<QByteArray>("expected");
-        row("new record", 16, "", false, reported("", '0', 16));
-        row("flag of the record", 16, "", true, reported("", '1', 16));
-        row("version of the record", 16, "9.9", true, reported("9.9", '1', 16));
+        row("new record", 16, "", false, HostProcess::reported("", false, 16));
+        row("flag of the record", 16, "", true, HostProcess::reported("", true, 16));
+        row("version of the record", 16, "9.9", true, HostProcess::reported("9.9", true, 16));
         // If only the first of the two reports fits, it stays.
         row("error report stays when the second is too long", 8, "10.0.0", true,
-            reported("ERROR", '0', 8));
+            HostProcess::reported("ERROR", false, 8));
         row("segment too small for both", 7, "10.0.0", true, HostProcess::untouched(7));
-        row("segment too small for the error", 6, "9.9", true, reported("9.9", '1', 6));
+        row("segment too small for the error", 6, "9.9", true,
+            HostProcess::reported("9.9", true, 6));
     }
 
     void unreadableManifestReportsTheValuesOfTheRecord()
@@ -359,7 +351,7 @@ private Q_SLOTS:
         HostProcess host(8);
         Run run;
         run.key = host.key();
-        run.publish(versionFile("10.0.0"));
+        run.publish(editorRecord("10.0.0"));
         QCOMPARE(run.check(), 0);
         QCOMPARE(host.dump(), HostProcess::untouched(8));
     }
@@ -432,11 +424,11 @@ private Q_SLOTS:
         QFETCH(QString, installed);
         QFETCH(int, state);
         for (const QByteArray& payload : {QByteArray("bmV3"), QByteArray()}) {
-            files::write(changelogPath("2.1"), "of an earlier run");
+            files::write(changelogFile("2.1"), "of an earlier run");
             Run run;
             run.version = installed;
-            run.publish(versionFile("2.1", "<changelog>" + payload + "</changelog>" +
-                                               entry("missing", "1")));
+            run.publish(editorRecord("2.1", "<changelog>" + payload + "</changelog>" +
+                                                entry("missing", "1")));
             QCOMPARE(checkOnly ? run.check() : run.update(), state);
             QCOMPARE(changelogLeft("2.1"), payload.isEmpty() ? QByteArray("(none)") : payload);
         }
@@ -452,8 +444,8 @@ private Q_SLOTS:
     void unreadableManifestRemovesTheChangelogOfNoVersion()
     {
         QFETCH(bool, checkOnly);
-        files::write(changelogPath(""), "of an earlier run");
-        files::write(changelogPath("2.1"), "of another version");
+        files::write(changelogFile(""), "of an earlier run");
+        files::write(changelogFile("2.1"), "of another version");
         Run run;
         run.publish("unreadable");
         QCOMPARE(checkOnly ? run.check() : run.update(), 0);
@@ -473,10 +465,10 @@ private Q_SLOTS:
 
     void changelogFileComesAfterTheReport()
     {
-        files::write(changelogPath("2.1"), "of an earlier run");
+        files::write(changelogFile("2.1"), "of an earlier run");
         HttpServer server;
         server.serve("/index.txt",
-                     HttpReply::ok(versionFile("2.1", "<changelog>bmV3</changelog>")));
+                     HttpReply::ok(editorRecord("2.1", "<changelog>bmV3</changelog>")));
         HostProcess host(16);
         UpdaterProcess updater;
 
@@ -491,7 +483,7 @@ private Q_SLOTS:
         QVERIFY(updater.waitForEnd());
         QCOMPARE(updater.exitStatus(), 0);
         QCOMPARE(changelogLeft("2.1"), QByteArray("bmV3"));
-        QCOMPARE(host.dump(), reported("2.1", '0', 16));
+        QCOMPARE(host.dump(), HostProcess::reported("2.1", false, 16));
     }
 
     // ---- The comparison of the versions
@@ -527,7 +519,7 @@ private Q_SLOTS:
         QFETCH(bool, update);
         Run run;
         run.version = installed;
-        run.publish(versionFile(published, entry("missing", "1")));
+        run.publish(editorRecord(published, entry("missing", "1")));
         QCOMPARE(run.update(), update ? static_cast<int>(Run::Downloading) : 0);
         QCOMPARE(run.dialog() != nullptr, update);
         QCOMPARE(downloadDirectories().size(), update ? 1 : 0);
@@ -569,8 +561,8 @@ private Q_SLOTS:
     void installationFollowsWhenThereIsNothingToDownload_data()
     {
         QTest::addColumn<QByteArray>("body");
-        row("all files in place", versionFile("2.1", entry("a.dat", "same")));
-        row("no files listed", versionFile("2.1"));
+        row("all files in place", editorRecord("2.1", entry("a.dat", "same")));
+        row("no files listed", editorRecord("2.1"));
         row("unreadable manifest", QByteArray("unreadable"));
         row("record without a version", record("Editor", "<required>true</required>"));
     }
@@ -612,7 +604,7 @@ private Q_SLOTS:
         run.version = installed;
         run.programExe = run.baseDir + "/editor";
         program.install(run.programExe, "editor");
-        run.publish(versionFile("2.1"));
+        run.publish(editorRecord("2.1"));
         QCOMPARE(checkOnly ? run.check() : run.update(), 0);
         // A process starts only one program. If it had started the editor, this one would not
         // start.
