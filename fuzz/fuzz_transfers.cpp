@@ -13,12 +13,12 @@
 
 #include "fuzz/Disagreement.h"
 #include "fuzz/Offscreen.h"
+#include "tests/support/EventLoop.h"
 #include "tests/support/Files.h"
 #include "tests/support/MessageBoxes.h"
 #include "tests/support/UpdaterProbe.h"
 
 #include <QNetworkReply>
-#include <QTimer>
 
 #include <cstdint>
 #include <vector>
@@ -27,9 +27,6 @@ namespace {
 
 constexpr int mostFiles = 4;
 constexpr int mostCharacters = 60;
-
-/// Stands for the exit status of a run that asks for more than the model.
-constexpr int endless = 124;
 
 /// A file of the update, and what becomes of its transfers. After the listed ones they succeed.
 struct Item
@@ -253,8 +250,7 @@ QString run(const std::vector<Item>& items, const Expected& expected, const Plac
                              QCoreApplication::exit(endless);
                      });
     serve(expected.transfers.front(), places);
-    QTimer::singleShot(0, &updater, [&] { updater.downloadNewProgramData(); });
-    const int status = QCoreApplication::exec();
+    const int status = exitStatusOf([&] { updater.downloadNewProgramData(); });
     return described(status, boxes.summaries().join('|'), requests, contentsOf(places.downloads),
                      contentsOf(places.app));
 }

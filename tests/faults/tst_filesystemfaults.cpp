@@ -280,9 +280,7 @@ private Q_SLOTS:
                              {"Contents/Resources/data.bin", "new"}};
         scene.publish(published);
         const QString running = scene.installedPath(name);
-        files::makeDirectory(QFileInfo(running).path());
-        QVERIFY(QFile::copy(UPDATER_EXECUTABLE, running));
-        files::setMode(running, 0755);
+        files::writeExecutable(running, files::read(UPDATER_EXECUTABLE));
         QStringList command;
         if (otherFileSystem) {
             UNDER_TMPFS(withTmpfs, scene.tmpDir, "size=16m");

@@ -29,10 +29,8 @@ namespace {
 void makeBundle(const QString& dir, const QByteArray& version, const QString& url)
 {
     const QString macOs = dir + "/Contents/MacOS";
-    files::write(macOs + "/Editor", files::read(EDITOR_EXECUTABLE) + version);
-    files::setMode(macOs + "/Editor", 0755);
-    files::write(macOs + "/updater", files::read(UPDATER_EXECUTABLE) + version);
-    files::setMode(macOs + "/updater", 0755);
+    files::writeExecutable(macOs + "/Editor", files::read(EDITOR_EXECUTABLE) + version);
+    files::writeExecutable(macOs + "/updater", files::read(UPDATER_EXECUTABLE) + version);
     files::write(dir + "/Contents/Resources/about.ini",
                  "name=Editor\nversion=" + version + "\nurl=" + url.toUtf8() + "\n");
 }
@@ -245,12 +243,10 @@ private:
     /// update starts after it.
     static void runEditor(const TestDir& dir)
     {
-        QProcess process;
-        process.setProcessChannelMode(QProcess::MergedChannels);
-        process.setStandardOutputFile(dir / "log");
-        process.start(dir / "Editor.app/Contents/MacOS/Editor", {"--auto"});
-        QVERIFY(process.waitForFinished());
-        QCOMPARE(process.exitCode(), 0);
+        const CommandResult editor =
+            runCommand({"sh", "-c", "exec \"$1\" --auto >\"$2\" 2>&1", "sh",
+                        dir / "Editor.app/Contents/MacOS/Editor", dir / "log"});
+        QCOMPARE(editor.status, 0);
     }
 
     /// The lines of @p output, without those of Qt.

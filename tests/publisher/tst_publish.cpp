@@ -539,10 +539,8 @@ private Q_SLOTS:
         const QString bundle = tree("1.0");
         const QString frameworks = bundle + "/Contents/Frameworks/";
         files::setMode(bundle + '/' + Scene::exeName, 0755);
-        files::write(bundle + "/Contents/MacOS/updater", "updates");
-        files::setMode(bundle + "/Contents/MacOS/updater", 0755);
-        files::write(frameworks + "libeditor.dylib", "library");
-        files::setMode(frameworks + "libeditor.dylib", 0755);
+        files::writeExecutable(bundle + "/Contents/MacOS/updater", "updates");
+        files::writeExecutable(frameworks + "libeditor.dylib", "library");
         files::write(frameworks + "Kit.framework/Versions/A/Kit", "framework");
         files::link("A", frameworks + "Kit.framework/Versions/Current");
         files::link("Versions/Current/Kit", frameworks + "Kit.framework/Kit");

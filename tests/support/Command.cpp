@@ -8,19 +8,17 @@ namespace {
 
 constexpr int timeLimit = 120000;
 
-} // namespace
-
-CommandResult runCommand(QStringList command, const QMap<QString, QString>& variables,
-                         const QString& directory)
+/// Runs @p command in @p process.
+/// @return Its exit status; -1 when it did not start, crashed or took too long.
+int run(QProcess& process, QStringList command, const QMap<QString, QString>& variables,
+        const QString& directory)
 {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     for (auto variable = variables.begin(); variable != variables.end(); ++variable)
         environment.insert(variable.key(), variable.value());
     const QString program = command.takeFirst();
 
-    QProcess process;
     process.setProcessEnvironment(environment);
-    process.setProcessChannelMode(QProcess::MergedChannels);
     process.setWorkingDirectory(directory);
     process.start(program, command);
     const bool ended =
@@ -29,17 +27,41 @@ CommandResult runCommand(QStringList command, const QMap<QString, QString>& vari
         process.kill();
         process.waitForFinished();
     }
+    const bool inOrder = ended && process.error() == QProcess::UnknownError &&
+                         process.exitStatus() == QProcess::NormalExit;
+    return inOrder ? process.exitCode() : -1;
+}
+
+[[noreturn]] void fail(const QStringList& command, const QString& output)
+{
+    qFatal("test fixture: %s: %s", qPrintable(command.join(' ')), qPrintable(output));
+}
+
+} // namespace
+
+CommandResult runCommand(const QStringList& command, const QMap<QString, QString>& variables,
+                         const QString& directory)
+{
+    QProcess process;
+    process.setProcessChannelMode(QProcess::MergedChannels);
     CommandResult result;
-    if (ended && process.error() == QProcess::UnknownError &&
-        process.exitStatus() == QProcess::NormalExit)
-        result.status = process.exitCode();
+    result.status = run(process, command, variables, directory);
     result.output = QString::fromLocal8Bit(process.readAll());
     return result;
+}
+
+QByteArray outputOf(const QStringList& command, const QMap<QString, QString>& variables,
+                    const QString& directory)
+{
+    QProcess process;
+    if (run(process, command, variables, directory) != 0)
+        fail(command, QString::fromLocal8Bit(process.readAllStandardError()));
+    return process.readAllStandardOutput();
 }
 
 void mustRun(const QStringList& command)
 {
     const CommandResult result = runCommand(command);
     if (result.status != 0)
-        qFatal("test fixture: %s: %s", qPrintable(command.join(' ')), qPrintable(result.output));
+        fail(command, result.output);
 }

@@ -16,8 +16,7 @@ QByteArray shellScript(const QByteArray& commands)
 
 void writeScript(const QString& path, const QByteArray& commands)
 {
-    files::write(path, shellScript(commands));
-    files::setMode(path, 0755);
+    files::writeExecutable(path, shellScript(commands));
 }
 
 QStringList FakeProgram::arguments() const

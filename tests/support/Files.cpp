@@ -37,6 +37,12 @@ void write(const QString& path, const QByteArray& contents)
         fail("write", path);
 }
 
+void writeExecutable(const QString& path, const QByteArray& contents)
+{
+    write(path, contents);
+    setMode(path, 0755);
+}
+
 QByteArray read(const QString& path)
 {
     QFile file(path);

@@ -16,6 +16,9 @@ void makeDirectory(const QString& path);
 /// Writes @p contents to @p path, making the directories on the way.
 void write(const QString& path, const QByteArray& contents);
 
+/// The same, and makes @p path executable.
+void writeExecutable(const QString& path, const QByteArray& contents);
+
 /// Returns the contents of the file @p path.
 QByteArray read(const QString& path);
 

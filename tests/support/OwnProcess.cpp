@@ -1,8 +1,8 @@
 #include "tests/support/OwnProcess.h"
 
+#include "tests/support/Command.h"
+
 #include <QCoreApplication>
-#include <QProcess>
-#include <QProcessEnvironment>
 #include <QTest>
 
 namespace {
@@ -18,27 +18,21 @@ bool isOne()
     return qEnvironmentVariableIsSet(marker);
 }
 
+QByteArray failureOf(const QString& test, const QMap<QString, QString>& variables)
+{
+    QMap<QString, QString> all = variables;
+    all.insert(QString::fromLatin1(marker), QStringLiteral("1"));
+    const CommandResult result = runCommand({QCoreApplication::applicationFilePath(), test}, all);
+    const bool passed = result.status == 0 && result.output.contains("3 passed, 0 failed");
+    return passed ? QByteArray() : "In its own process:\n" + result.output.toLocal8Bit();
+}
+
 QByteArray failureOfCurrentRow()
 {
     QString test = QString::fromLatin1(QTest::currentTestFunction());
     if (QTest::currentDataTag())
         test += QLatin1Char(':') + QString::fromLatin1(QTest::currentDataTag());
-
-    QProcess process;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QString::fromLatin1(marker), QStringLiteral("1"));
-    process.setProcessEnvironment(environment);
-    process.setProcessChannelMode(QProcess::MergedChannels);
-    process.start(QCoreApplication::applicationFilePath(), {test});
-    const bool ended = process.waitForFinished(120000);
-    if (!ended) {
-        process.kill();
-        process.waitForFinished();
-    }
-    const QByteArray output = process.readAll();
-    const bool passed = ended && process.exitStatus() == QProcess::NormalExit &&
-                        process.exitCode() == 0 && output.contains("3 passed, 0 failed");
-    return passed ? QByteArray() : "In its own process:\n" + output;
+    return failureOf(test);
 }
 
 } // namespace ownprocess

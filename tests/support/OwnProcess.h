@@ -4,11 +4,18 @@
 #define TESTS_SUPPORT_OWNPROCESS_H
 
 #include <QByteArray>
+#include <QMap>
+#include <QString>
 
 namespace ownprocess {
 
 /// True in a process that was started for one row of one test function.
 bool isOne();
+
+/// Starts this test program for the test function @p test, or "FUNCTION:ROW", alone, with
+/// @p variables in addition to its own environment, and waits for its end.
+/// @return Nothing when the row passed there, else what the process has printed.
+QByteArray failureOf(const QString& test, const QMap<QString, QString>& variables = {});
 
 /// Starts this test program for the current function and row alone and waits for its end.
 /// @return Nothing when the row passed there, else what the process has printed.

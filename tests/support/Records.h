@@ -27,8 +27,8 @@ QStringList files(const ProgramData& data);
 
 } // namespace records
 
-/// Compares every field with QVERIFY2, and prints all of them when they differ. The arguments are those of
-/// records::difference().
+/// Compares every field with QVERIFY2, and prints all of them when they differ. The arguments are
+/// those of records::difference().
 #define COMPARE_RECORDS(...)                                                                       \
     do {                                                                                           \
         const QString different = records::difference(__VA_ARGS__);                                \

@@ -1,11 +1,11 @@
 #include "tests/support/ReleaseTree.h"
 
+#include "tests/support/Command.h"
 #include "tests/support/Files.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QProcess>
 
 #include <sys/stat.h>
 
@@ -18,25 +18,12 @@ void makeNode(const QString& path, mode_t type)
         qFatal("test fixture: cannot make the node %s", qPrintable(path));
 }
 
-/// Returns what @p program writes to standard output; it must succeed.
-QByteArray outputOf(const QString& program, const QStringList& arguments, const QString& workingDir)
-{
-    QProcess process;
-    process.setWorkingDirectory(workingDir);
-    process.start(program, arguments);
-    if (!process.waitForFinished(120000) || process.exitStatus() != QProcess::NormalExit ||
-        process.exitCode() != 0)
-        qFatal("test fixture: %s fails in %s: %s", qPrintable(program), qPrintable(workingDir),
-               process.readAllStandardError().constData());
-    return process.readAllStandardOutput();
-}
-
 /// Runs @p tool once on all regular files in @p top and below. Returns the records that it prints,
 /// each ended by a zero byte.
 QList<QByteArray> onEveryFile(const QString& tool, const QString& top)
 {
     const QString command = "find -L . -type f -print0 2>/dev/null | xargs -0 -r " + tool;
-    QList<QByteArray> records = outputOf("sh", {"-c", command}, top).split('\0');
+    QList<QByteArray> records = outputOf({"sh", "-c", command}, {}, top).split('\0');
     records.removeLast(); // The empty text after the last zero byte.
     return records;
 }
@@ -83,7 +70,7 @@ void makeSocket(const QString& path)
 
 void copy(const QString& source, const QString& destination)
 {
-    outputOf("cp", {"-a", source + "/.", destination}, "/");
+    mustRun({"cp", "-a", source + "/.", destination});
 }
 
 ProgramFile entry(const QString& name, const QByteArray& contents)

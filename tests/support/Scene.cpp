@@ -4,9 +4,7 @@
 
 #include "tests/support/ReleaseTree.h"
 
-#include <QCoreApplication>
 #include <QTest>
-#include <QTimer>
 
 #include <algorithm>
 
@@ -55,14 +53,7 @@ int Scene::updateHere(const QString& url, const std::function<void(Updater&)>& p
     Updater updaterHere("Editor", installDir, installedVersion, url, QString(), exe);
     if (prepare)
         prepare(updaterHere);
-    bool ended = true;
-    QTimer::singleShot(60000, &updaterHere, [&ended] {
-        ended = false;
-        QCoreApplication::exit(endless);
-    });
-    QTimer::singleShot(0, &updaterHere, [&updaterHere] { updaterHere.start(false); });
-    const int status = QCoreApplication::exec();
-    return ended ? status : endless;
+    return exitStatusOf([&updaterHere] { updaterHere.start(false); });
 }
 
 QByteArray Scene::check(const QString& url, int size)

@@ -9,6 +9,7 @@
 #ifndef TESTS_SUPPORT_SCENE_H
 #define TESTS_SUPPORT_SCENE_H
 
+#include "tests/support/EventLoop.h"
 #include "tests/support/HostProcess.h"
 #include "tests/support/HttpServer.h"
 #include "tests/support/RelaunchedProgram.h"
@@ -49,9 +50,6 @@ public:
     /// is given the updater before it starts.
     /// @return The exit status; endless when it has not ended within a minute.
     int updateHere(const QString& url, const std::function<void(Updater&)>& prepare = {}) const;
-
-    /// Stands for the exit status of an update that did not end.
-    static constexpr int endless = 124;
 
     /// Checks with the real executable.
     /// @return The host's segment afterwards, of @p size bytes; nothing when the exit status is

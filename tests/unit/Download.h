@@ -6,12 +6,12 @@
 
 #include "manifest/ManifestText.h"
 
+#include "tests/support/EventLoop.h"
 #include "tests/support/Files.h"
 #include "tests/support/HttpServer.h"
 #include "tests/support/MessageBoxes.h"
 #include "tests/support/ReleaseTree.h"
 #include "tests/support/UpdaterProbe.h"
-#include "tests/unit/EventLoop.h"
 
 #include <QNetworkReply>
 #include <QProgressDialog>

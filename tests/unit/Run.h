@@ -4,10 +4,10 @@
 
 #include "updater/Updater.h"
 
+#include "tests/support/EventLoop.h"
 #include "tests/support/Files.h"
 #include "tests/support/HttpServer.h"
 #include "tests/support/UpdaterProbe.h"
-#include "tests/unit/EventLoop.h"
 
 #include <QApplication>
 #include <QDir>

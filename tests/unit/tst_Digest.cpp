@@ -2,11 +2,10 @@
 
 #include "manifest/Digest.h"
 
+#include "tests/support/Command.h"
 #include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
 #include "tests/unit/EveryByte.h"
-
-#include <QProcess>
 
 class TestDigest : public QObject
 {
@@ -45,10 +44,7 @@ private Q_SLOTS:
         QFETCH(QByteArray, contents);
         const TestDir dir;
         files::write(dir / "file", contents);
-        QProcess sha1sum;
-        sha1sum.start("sha1sum", {dir / "file"});
-        QVERIFY(sha1sum.waitForFinished());
-        const QString expected = QString::fromLatin1(sha1sum.readAll().left(40));
+        const QString expected = QString::fromLatin1(outputOf({"sha1sum", dir / "file"}).left(40));
         QCOMPARE(expected.size(), 40);
         const std::optional<QString> sha1 = digest::sha1OfFile(dir / "file");
         QVERIFY(sha1.has_value());

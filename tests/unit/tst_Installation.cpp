@@ -3,13 +3,13 @@
 
 #include "updater/Updater.h"
 
+#include "tests/support/EventLoop.h"
 #include "tests/support/FakeProgram.h"
 #include "tests/support/OwnProcess.h"
 #include "tests/support/RelaunchedProgram.h"
 #include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
 #include "tests/support/UpdaterProbe.h"
-#include "tests/unit/EventLoop.h"
 
 #include <QFileInfo>
 #include <QProcess>

@@ -4,12 +4,12 @@
 
 #include "manifest/ManifestText.h"
 
+#include "tests/support/EventLoop.h"
 #include "tests/support/Records.h"
 #include "tests/support/ReleaseTree.h"
 #include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
 #include "tests/support/UpdaterProbe.h"
-#include "tests/unit/EventLoop.h"
 
 #include <QNetworkAccessManager>
 #include <QProgressDialog>

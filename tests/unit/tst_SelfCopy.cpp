@@ -2,13 +2,12 @@
 
 #include "updater/Updater.h"
 
+#include "tests/support/Command.h"
 #include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
 #include "tests/support/UpdaterProbe.h"
 
 #include <QFileInfo>
-#include <QProcess>
-#include <QProcessEnvironment>
 
 #include <cstdio>
 #include <memory>
@@ -35,13 +34,7 @@ int sayWhere(int argc, char** argv)
 /// @return What it prints.
 QByteArray answerOf(const QString& executable, const QString& tmpDir)
 {
-    QProcess process;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert("TMPDIR", tmpDir);
-    process.setProcessEnvironment(environment);
-    process.start(executable, {whereOption});
-    process.waitForFinished();
-    return process.readAllStandardOutput().trimmed();
+    return outputOf({executable, whereOption}, {{"TMPDIR", tmpDir}}).trimmed();
 }
 
 QByteArray ownExecutable()
@@ -93,8 +86,7 @@ private Q_SLOTS:
         tmpDir.replace("@top", top.path());
         files::makeDirectory(tmpDir);
         const QString executable = top / appDir + "/Editor";
-        files::write(executable, ownExecutable());
-        files::setMode(executable, 0755);
+        files::writeExecutable(executable, ownExecutable());
         QCOMPARE(answerOf(executable, tmpDir), answer);
     }
 

@@ -2,11 +2,11 @@
 
 #include "updater/Updater.h"
 
+#include "tests/support/EventLoop.h"
 #include "tests/support/HttpServer.h"
 #include "tests/support/Row.h"
 #include "tests/support/TestMain.h"
 #include "tests/support/UpdaterProbe.h"
-#include "tests/unit/EventLoop.h"
 
 #include <QMetaMethod>
 #include <QNetworkReply>

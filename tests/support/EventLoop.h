@@ -1,6 +1,8 @@
 // The event loop of a run, which ends even when the updater does not end it.
-#ifndef TESTS_UNIT_EVENTLOOP_H
-#define TESTS_UNIT_EVENTLOOP_H
+//
+//   QCOMPARE(exitStatusOf([&] { updater.start(false); }), 0);
+#ifndef TESTS_SUPPORT_EVENTLOOP_H
+#define TESTS_SUPPORT_EVENTLOOP_H
 
 #include <QCoreApplication>
 #include <QTimer>
@@ -26,4 +28,4 @@ template <typename Step> int exitStatusOf(Step step)
     return runEventLoop();
 }
 
-#endif // TESTS_UNIT_EVENTLOOP_H
+#endif // TESTS_SUPPORT_EVENTLOOP_H
