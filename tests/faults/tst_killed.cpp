@@ -2,6 +2,7 @@
 // it changes a file or a directory. What is then there, and what the next update makes of it.
 
 #include "tests/support/ChangelogFile.h"
+#include "tests/support/Needs.h"
 #include "tests/support/Row.h"
 #include "tests/support/Scene.h"
 #include "tests/support/TestMain.h"
@@ -207,20 +208,17 @@ QStringList killAt(const QString& calls, int occurrence)
 bool canKillAtCalls()
 {
     const TestDir dir;
-    QStringList command =
-        straceCommand(killAt(systemCalls("mkdir"), 1)) + QStringList{"mkdir", dir / "made"};
-    QProcess process;
-    const QString program = command.takeFirst();
-    process.start(program, command);
-    return process.waitForFinished() && process.exitStatus() == QProcess::CrashExit &&
-           process.exitCode() == SIGKILL && !QFile::exists(dir / "made");
+    UpdaterProcess mkdir;
+    mkdir.setProgram("mkdir");
+    mkdir.setWrapper(straceCommand(killAt(systemCalls("mkdir"), 1)));
+    mkdir.run({dir / "made"});
+    return mkdir.endedBySignal() == SIGKILL && !QFile::exists(dir / "made");
 }
 
-#define NEEDS_STRACE()                                                                             \
+#define NEEDS_KILLS_AT_CALLS()                                                                     \
     do {                                                                                           \
         static const bool can = canKillAtCalls();                                                  \
-        if (!can)                                                                                  \
-            QSKIP("strace is missing, or may not trace here");                                     \
+        SKIP_UNLESS(can, "strace is missing, or cannot kill here");                                \
     } while (false)
 
 /// The release that all tests update to, served by each test's own server.
@@ -455,7 +453,7 @@ private Q_SLOTS:
     /// The rows of the next test are these and no others.
     void updateTakesTheseSteps()
     {
-        NEEDS_STRACE();
+        NEEDS_KILLS_AT_CALLS();
         KilledScene scene(*m_release);
         const QString trace = scene.dir / "trace";
         const QStringList calls{"unlink", "mkdir", "rmdir", "open", "write", "rename", "chmod"};
@@ -489,7 +487,7 @@ private Q_SLOTS:
 
     void killedBeforeAStep()
     {
-        NEEDS_STRACE();
+        NEEDS_KILLS_AT_CALLS();
         QFETCH(int, number);
         const Step& step = stepsOfTheUpdate().at(number);
         KilledScene scene(*m_release);
@@ -532,7 +530,7 @@ private Q_SLOTS:
 
     void executableWithoutPermissionIsNotStarted()
     {
-        NEEDS_STRACE();
+        NEEDS_KILLS_AT_CALLS();
         QFETCH(bool, byHost);
         Release published;
         KilledScene scene(published);
@@ -562,7 +560,7 @@ private Q_SLOTS:
     /// With the old file removed and the new one not there yet.
     void updateOfTheVersionPublishedInstallsNothing()
     {
-        NEEDS_STRACE();
+        NEEDS_KILLS_AT_CALLS();
         KilledScene scene(*m_release);
         QCOMPARE(scene.killBefore(stepNumber("rename", saved + dataName)), SIGKILL);
         const QStringList before = described(scene.nodes());
@@ -581,7 +579,7 @@ private Q_SLOTS:
 
     void killedThreeTimesOver()
     {
-        NEEDS_STRACE();
+        NEEDS_KILLS_AT_CALLS();
         KilledScene scene(*m_release);
         QCOMPARE(scene.killBefore(stepNumber("write", saved + newName)), SIGKILL);
         QCOMPARE(scene.killBefore(stepNumber("rename", saved + iconName)), SIGKILL);
@@ -600,7 +598,7 @@ private Q_SLOTS:
     /// There moving means copying, and the next update replaces an incomplete copy.
     void killedWhileItCopies()
     {
-        NEEDS_STRACE();
+        NEEDS_KILLS_AT_CALLS();
         const QTemporaryDir elsewhere("/dev/shm/tst_killed-XXXXXX");
         KilledScene scene(*m_release);
         if (!elsewhere.isValid() || deviceOf(elsewhere.path()) == deviceOf(scene.dir.path()))
@@ -640,7 +638,7 @@ private Q_SLOTS:
     /// The host gets the lock all the same, and the next check reports.
     void killedWhileItReports()
     {
-        NEEDS_STRACE();
+        NEEDS_KILLS_AT_CALLS();
         QFETCH(QString, call);
         QFETCH(int, occurrence);
         QFETCH(bool, reported);

@@ -7,6 +7,7 @@
 #include "tests/support/EditorRelease.h"
 #include "tests/support/HostProcess.h"
 #include "tests/support/HttpServer.h"
+#include "tests/support/Needs.h"
 #include "tests/support/ReleaseTree.h"
 #include "tests/support/Restrictions.h"
 #include "tests/support/Row.h"
@@ -14,7 +15,6 @@
 #include "tests/support/UpdaterProcess.h"
 
 #include <QFileInfo>
-#include <QStandardPaths>
 
 #include <memory>
 
@@ -212,7 +212,6 @@ private Q_SLOTS:
 
     void segmentOfWhichOnlyReadingIsAllowedStaysAsItWas()
     {
-        const QStringList root{"setpriv", "--inh-caps=-all", "--bounding-set=-ipc_owner"};
         HostAndServer scene;
         const auto segment = systemipc::segmentMadeBy(scene.host->pid());
         QVERIFY(segment);
@@ -222,9 +221,8 @@ private Q_SLOTS:
         QCOMPARE(::shmctl(segment->id, IPC_SET, &status), 0);
 
         if (::geteuid() == 0) {
-            if (QStandardPaths::findExecutable(root.first()).isEmpty())
-                QSKIP(NO_PERMISSIONS);
-            scene.updater.setWrapper(root);
+            NEEDS_PROGRAM("setpriv");
+            scene.updater.setWrapper(commandWithout({"ipc_owner"}));
         }
         scene.start(scene.updater);
         QVERIFY(scene.updater.waitForEnd());

@@ -1,6 +1,7 @@
 // The build mode as a release script meets it: the whole program on real and on broken trees.
 
 #include "tests/support/EditorRelease.h"
+#include "tests/support/Needs.h"
 #include "tests/support/ReleaseDir.h"
 #include "tests/support/ReleaseTree.h"
 #include "tests/support/Restrictions.h"
@@ -17,16 +18,6 @@ namespace {
 class ReleaseScript : public ReleaseDir
 {
 public:
-    /// Root's override of permissions does not reach the program.
-    /// @return False where that cannot be done.
-    bool obeyPermissions()
-    {
-        const std::optional<QStringList> command = commandUnderPermissions();
-        if (command)
-            process.setWrapper(*command);
-        return command.has_value();
-    }
-
     /// Builds the tree as version 2.1 of Editor, with @p options after the required ones.
     int build(const QStringList& options = QStringList())
     {
@@ -168,8 +159,8 @@ private Q_SLOTS:
     {
         QFETCH(QString, unreadable);
         ReleaseScript script;
-        if (!script.obeyPermissions())
-            QSKIP(NO_PERMISSIONS);
+        UNDER_PERMISSIONS(command);
+        script.process.setWrapper(*command);
         script.add("a", "a");
         script.add("index.txt", "old");
         script.add("sub/deeper/b", "b");
@@ -187,8 +178,8 @@ private Q_SLOTS:
     void unreadableDirectoryIsLeftOut()
     {
         ReleaseScript script;
-        if (!script.obeyPermissions())
-            QSKIP(NO_PERMISSIONS);
+        UNDER_PERMISSIONS(command);
+        script.process.setWrapper(*command);
         script.add("a", "a");
         script.add("locked/b", "b");
         const ScopedMode locked(script / "locked", 0);
@@ -200,8 +191,8 @@ private Q_SLOTS:
     void closedTopFails()
     {
         ReleaseScript script;
-        if (!script.obeyPermissions())
-            QSKIP(NO_PERMISSIONS);
+        UNDER_PERMISSIONS(command);
+        script.process.setWrapper(*command);
         script.add("a", "a");
         const ScopedMode closed(script.tree(), 0500);
         QCOMPARE(script.build(), 1);
@@ -212,8 +203,8 @@ private Q_SLOTS:
     void closedTopFailsAndAReadOnlyVersionFileStays()
     {
         ReleaseScript script;
-        if (!script.obeyPermissions())
-            QSKIP(NO_PERMISSIONS);
+        UNDER_PERMISSIONS(command);
+        script.process.setWrapper(*command);
         script.add("index.txt", "old");
         files::setMode(script.index(), 0400);
         const ScopedMode closed(script.tree(), 0500);

@@ -129,10 +129,7 @@ class TestReach : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase()
-    {
-        SKIP_UNLESS(SystemCalls::canBeTraced(), "strace is not installed, or may not trace");
-    }
+    void initTestCase() { NEEDS_STRACE(); }
 
     // ---- The record itself
 

@@ -141,10 +141,10 @@ private Q_SLOTS:
     void initTestCase()
     {
         NEEDS_NGINX();
-        for (const char* tool : {"bash", "curl", "openssl", "perl"}) {
-            if (QStandardPaths::findExecutable(tool).isEmpty())
-                QSKIP(qPrintable(QStringLiteral("%1 is not installed").arg(tool)));
-        }
+        NEEDS_PROGRAM("bash");
+        NEEDS_PROGRAM("curl");
+        NEEDS_PROGRAM("openssl");
+        NEEDS_PROGRAM("perl");
         m_authority = std::make_unique<Authority>("Authority");
         m_trustStore = std::make_unique<TrustStore>(*m_authority);
         m_certificate =
@@ -569,7 +569,7 @@ private Q_SLOTS:
     /// One system call replaces the link, so there always is one.
     void switchIsOneStep()
     {
-        SKIP_UNLESS(SystemCalls::canBeTraced(), "strace is not installed or may not trace");
+        NEEDS_STRACE();
         publishVersion("1.0");
         publishVersion("2.0");
         const QString record = m_scene->dir / "calls";

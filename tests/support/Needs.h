@@ -12,6 +12,7 @@
 #include "tests/support/Nginx.h"
 #include "tests/support/Restrictions.h"
 #include "tests/support/Sockets.h"
+#include "tests/support/SystemCalls.h"
 
 #include <QStandardPaths>
 #include <QTest>
@@ -26,6 +27,10 @@
 
 #define NEEDS_PROGRAM(name)                                                                        \
     SKIP_UNLESS(!QStandardPaths::findExecutable(name).isEmpty(), name " is not installed")
+
+/// Where calls can be recorded with SystemCalls.
+#define NEEDS_STRACE()                                                                             \
+    SKIP_UNLESS(SystemCalls::canBeTraced(), "strace is not installed, or may not trace")
 
 #define NEEDS_IPV6() SKIP_UNLESS(sockets::hasIpv6(), "there is no ::1 here")
 

@@ -80,11 +80,15 @@ EnforcedPermissions::~EnforcedPermissions()
 #endif
 }
 
+QStringList commandWithout(const QStringList& capabilities)
+{
+    return {"setpriv", "--inh-caps=-all", "--bounding-set=-" + capabilities.join(",-")};
+}
+
 std::optional<QStringList> commandUnderPermissions()
 {
     const QStringList ordinaryUser;
-    const QStringList root{"setpriv", "--inh-caps=-all",
-                           "--bounding-set=-dac_override,-dac_read_search"};
+    const QStringList root = commandWithout({"dac_override", "dac_read_search"});
     for (const QStringList& command : {ordinaryUser, root}) {
         if (enforcesPermissions(command))
             return command;

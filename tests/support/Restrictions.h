@@ -26,6 +26,10 @@ private:
     bool m_dropped = false; ///< The override is to be taken back at the end.
 };
 
+/// Returns the command (see UpdaterProcess::setWrapper()) under which root lacks @p capabilities,
+/// which have setpriv's names, such as "ipc_owner".
+QStringList commandWithout(const QStringList& capabilities);
+
 /// Returns the command (see UpdaterProcess::setWrapper()) under which the permission bits of files
 /// count for the updater: empty for an ordinary user, setpriv with its options for root. Nothing
 /// where that is impossible: the test has to be skipped.
