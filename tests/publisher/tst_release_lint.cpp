@@ -18,7 +18,8 @@
 
 namespace {
 
-/// A release tree without findings, until a test adds some.
+/// A release tree without findings, until a test adds some; or one of just the files that are
+/// given.
 class LintedRelease : public ReleaseDir
 {
 public:
@@ -26,6 +27,12 @@ public:
     {
         add("Contents/MacOS/Editor", 0755);
         add("Contents/Info.plist");
+    }
+
+    explicit LintedRelease(const QStringList& files)
+    {
+        for (const QString& name : files)
+            add(name);
     }
 
     void add(const QString& name, unsigned mode = 0644) const
@@ -57,16 +64,6 @@ public:
         return output.withoutReasons();
     }
 };
-
-/// The findings, without the reasons, in a tree of just @p files.
-QStringList findingsIn(const TestDir& dir, const QStringList& files, const QString& program)
-{
-    for (const QString& name : files)
-        files::write(dir / name, "contents");
-    CollectedOutput output;
-    publisher::lint(dir.path(), program, {}, output);
-    return output.withoutReasons();
-}
 
 /// The long options in @p text, sorted.
 QStringList longOptions(const QString& text)
@@ -302,10 +299,10 @@ private Q_SLOTS:
         QFETCH(QStringList, files);
         QFETCH(QString, program);
         QFETCH(QString, finding);
-        const TestDir dir;
+        const LintedRelease release(files);
         const QStringList expected =
-            finding.isEmpty() ? QStringList() : QStringList{dir.path() + finding};
-        QCOMPARE(findingsIn(dir, files, program), expected);
+            finding.isEmpty() ? QStringList() : QStringList{release.tree() + finding};
+        QCOMPARE(release.findings(program), expected);
     }
 
     /// The tree is installed over the bundle. A bundle in the tree becomes a bundle in the bundle.
@@ -329,8 +326,7 @@ private Q_SLOTS:
     {
         QFETCH(QStringList, files);
         QFETCH(QString, finding);
-        const TestDir dir;
-        QCOMPARE(findingsIn(dir, files, "Editor"),
+        QCOMPARE(LintedRelease(files).findings("Editor"),
                  finding.isEmpty() ? QStringList() : QStringList{finding});
     }
 
