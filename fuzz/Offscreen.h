@@ -2,6 +2,8 @@
 #ifndef FUZZ_OFFSCREEN_H
 #define FUZZ_OFFSCREEN_H
 
+#include "fuzz/Harness.h"
+
 #include <QApplication>
 
 // Read by the leak detector: what Qt keeps to the end is no finding.
@@ -19,16 +21,12 @@ const char* __lsan_default_options()
 namespace fuzz {
 
 /// Makes the application, without a screen, unless it is there already.
-inline void makeApplication()
+inline void makeOffscreenApplication()
 {
-    static int argc = 1;
-    static char name[] = "fuzz";
-    static char* argv[] = {name, nullptr};
     qputenv("QT_QPA_PLATFORM", "offscreen");
-    qputenv("LC_ALL", "C.UTF-8");
     // The platform has something to say about every message box.
     qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
-    static const QApplication app(argc, argv);
+    makeApplication<QApplication>();
     QApplication::setQuitOnLastWindowClosed(false);
 }
 

@@ -9,6 +9,7 @@
 #include "updater/Updater.h"
 
 #include "fuzz/Disagreement.h"
+#include "fuzz/Harness.h"
 #include "fuzz/Offscreen.h"
 #include "tests/support/UpdaterProbe.h"
 
@@ -31,19 +32,9 @@ struct Input
     QVector<quint64> sizes;
 };
 
-/// Any line is a number; one of digits is that number.
-quint64 numberFrom(const QByteArray& line)
-{
-    quint64 number = 0;
-    for (const char c : line)
-        number = number * 10 + (static_cast<std::uint8_t>(c) & 0xfU);
-    return number;
-}
-
 Input inputFrom(const std::uint8_t* bytes, std::size_t size)
 {
-    QList<QByteArray> lines =
-        QByteArray(reinterpret_cast<const char*>(bytes), static_cast<int>(size)).split('\n');
+    QList<QByteArray> lines = fuzz::linesOf(bytes, size);
     while (lines.size() < 5)
         lines.append(QByteArray());
     Input input;
@@ -52,9 +43,9 @@ Input inputFrom(const std::uint8_t* bytes, std::size_t size)
     input.directory = QString::fromUtf8(lines.at(2));
     input.otherDirectory = QString::fromUtf8(lines.at(3));
     for (int i = 5; i < lines.size(); ++i)
-        input.sizes.append(numberFrom(lines.at(i)));
-    input.saved =
-        static_cast<int>(numberFrom(lines.at(4)) % (static_cast<quint64>(input.sizes.size()) + 3));
+        input.sizes.append(fuzz::numberFrom(lines.at(i)));
+    input.saved = static_cast<int>(fuzz::numberFrom(lines.at(4)) %
+                                   (static_cast<quint64>(input.sizes.size()) + 3));
     return input;
 }
 
@@ -80,17 +71,12 @@ QString labelFor(const Input& input)
            mebibytes(static_cast<std::uint32_t>(left & 0xffffffffU)) + " MB left)";
 }
 
-bool isSeparator(QChar c)
-{
-    return c == '/' || c == '\\';
-}
-
 /// How many characters of @p path there are up to its last separator, and with it.
 int lengthWithSeparator(const QString& path)
 {
     int length = 0;
     for (int i = 0; i < path.size(); ++i) {
-        if (isSeparator(path.at(i)))
+        if (fuzz::isSeparator(path.at(i)))
             length = i + 1;
     }
     return length;
@@ -99,14 +85,15 @@ int lengthWithSeparator(const QString& path)
 QString bare(const QString& path)
 {
     int length = static_cast<int>(path.size());
-    while (length > 0 && isSeparator(path.at(length - 1)))
+    while (length > 0 && fuzz::isSeparator(path.at(length - 1)))
         --length;
     return path.left(length);
 }
 
 bool sameButForCase(QChar one, QChar other)
 {
-    return (isSeparator(one) && isSeparator(other)) || one.toCaseFolded() == other.toCaseFolded();
+    return (fuzz::isSeparator(one) && fuzz::isSeparator(other)) ||
+           one.toCaseFolded() == other.toCaseFolded();
 }
 
 bool isInside(const QString& path, const QString& top)
@@ -119,7 +106,7 @@ bool isInside(const QString& path, const QString& top)
         if (!sameButForCase(inner.at(i), outer.at(i)))
             return false;
     }
-    return inner.size() == outer.size() || isSeparator(inner.at(outer.size()));
+    return inner.size() == outer.size() || fuzz::isSeparator(inner.at(outer.size()));
 }
 
 QString addressOf(const Input& input)
@@ -195,7 +182,7 @@ void compareAddress(const Input& input)
 
 void compareSeparators(const QString& path)
 {
-    const bool ends = !path.isEmpty() && isSeparator(path.back());
+    const bool ends = !path.isEmpty() && fuzz::isSeparator(path.back());
     if (paths::endsWithSeparator(path) != ends)
         fuzz::disagree("the path ends with a separator", path);
     const QString separated = ends ? path : path + '/';
@@ -225,7 +212,7 @@ void compareDirectory(const QString& path)
 void compareTarget(const Input& input)
 {
     const QString& directory = input.directory;
-    const bool ends = !directory.isEmpty() && isSeparator(directory.back());
+    const bool ends = !directory.isEmpty() && fuzz::isSeparator(directory.back());
     const QString path = directory + (ends ? "" : "/") + input.name;
     fuzz::compare("the path of a file", paths::withSeparator(directory) + input.name, path,
                   input.name);
@@ -242,7 +229,7 @@ void compareInside(const QString& path, const QString& top)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size)
 {
-    fuzz::makeApplication();
+    fuzz::makeOffscreenApplication();
     const Input input = inputFrom(bytes, size);
     client().take(input);
     compareLabel(input);

@@ -6,64 +6,49 @@
 #include "manifest/ManifestText.h"
 
 #include "fuzz/Disagreement.h"
+#include "fuzz/Harness.h"
 #include "tests/support/LiteralReader.h"
 #include "tests/support/Records.h"
 
-#include <array>
 #include <cstdint>
 
 namespace {
 
-const std::array<QString, 48> pieces{
-    "<Editor>",
-    "</Editor>",
-    "<version>",
-    "</version>",
-    "<required>",
-    "</required>",
-    "<changelog>",
-    "</changelog>",
-    "<file>",
-    "</file>",
-    "<name>",
-    "</name>",
-    "<sha1>",
-    "</sha1>",
-    "<size>",
-    "</size>",
-    "<Editor><version>2.1</version>",
-    "<file><name>a</name><sha1>5a</sha1><size>1</size></file>",
-    "<name>b</name><sha1>5b</sha1><size>2</size>",
-    "<name>c</name>",
-    "<sha1>5c</sha1>",
-    "<size>3</size>",
-    "<required>true</required>",
-    "<changelog>Y2w=</changelog>",
-    "<fi",
-    "le>",
-    "</fi",
-    "</",
-    "<na",
-    "me>",
-    "<sh",
-    "a1>",
-    "<si",
-    "ze>",
-    "<FILE>",
-    "</File>",
-    "\n\t",
-    "\n\t\t",
-    "\u00a0",
-    "\u2003",
-    "\u0085",
-    "\u200b",
-    "\u017f",
-    "\u212a",
-    "18446744073709551615",
-    "18446744073709551616",
-    "%1",
-    QString(QChar(0xd801)),
-};
+const QStringList pieces = QStringList{"<Editor>", "</Editor>"} + fuzz::tags() +
+                           QStringList{
+                               "<Editor><version>2.1</version>",
+                               "<file><name>a</name><sha1>5a</sha1><size>1</size></file>",
+                               "<name>b</name><sha1>5b</sha1><size>2</size>",
+                               "<name>c</name>",
+                               "<sha1>5c</sha1>",
+                               "<size>3</size>",
+                               "<required>true</required>",
+                               "<changelog>Y2w=</changelog>",
+                               "<fi",
+                               "le>",
+                               "</fi",
+                               "</",
+                               "<na",
+                               "me>",
+                               "<sh",
+                               "a1>",
+                               "<si",
+                               "ze>",
+                               "<FILE>",
+                               "</File>",
+                               "\n\t",
+                               "\n\t\t",
+                               "\u00a0",
+                               "\u2003",
+                               "\u0085",
+                               "\u200b",
+                               "\u017f",
+                               "\u212a",
+                               "18446744073709551615",
+                               "18446744073709551616",
+                               "%1",
+                               QString(QChar(0xd801)),
+                           };
 
 QString textFrom(const std::uint8_t* bytes, std::size_t size)
 {
@@ -72,7 +57,7 @@ QString textFrom(const std::uint8_t* bytes, std::size_t size)
         if (bytes[i] < 0x80)
             text += QChar(bytes[i]);
         else
-            text += pieces[(bytes[i] - 0x80U) % pieces.size()];
+            text += pieces.at((bytes[i] - 0x80) % static_cast<int>(pieces.size()));
     }
     return text;
 }

@@ -9,9 +9,9 @@
 #include "manifest/ManifestText.h"
 
 #include "fuzz/Disagreement.h"
+#include "fuzz/Harness.h"
 #include "tests/support/Records.h"
 
-#include <array>
 #include <cstdint>
 #include <vector>
 
@@ -20,40 +20,23 @@ namespace {
 constexpr std::uint8_t firstPiece = 0x80;
 constexpr std::uint8_t firstLatin = 0xA0;
 
-const std::array<QString, firstLatin - firstPiece> pieces{
-    "\n",
-    "\t",
-    "<",
-    "</",
-    "<version>",
-    "</version>",
-    "<required>",
-    "</required>",
-    "<changelog>",
-    "</changelog>",
-    "<file>",
-    "</file>",
-    "<name>",
-    "</name>",
-    "<sha1>",
-    "</sha1>",
-    "<size>",
-    "</size>",
-    "<Editor>",
-    "</Editor>",
-    "</FILE>",
-    "</na",
-    "%1%2",
-    "\u2003",
-    "\u200b",
-    "\u017f", // Is an "s" when case is ignored.
-    "\u212a", // A "k".
-    "\u0130",
-    QString::fromUcs4(U"\U00010400"), // Has a lower case beyond 16 bits.
-    QString(QChar(0xd801)),           // Halves of a character.
-    QString(QChar(0xdc00)),
-    QString(QChar(0xfeff)),
-};
+const QStringList pieces = QStringList{"\n", "\t", "<", "</"} + fuzz::tags() +
+                           QStringList{
+                               "<Editor>",
+                               "</Editor>",
+                               "</FILE>",
+                               "</na",
+                               "%1%2",
+                               "\u2003",
+                               "\u200b",
+                               "\u017f", // Is an "s" when case is ignored.
+                               "\u212a", // A "k".
+                               "\u0130",
+                               QString::fromUcs4(U"\U00010400"), // Has a lower case beyond 16 bits.
+                               QString(QChar(0xd801)),           // Halves of a character.
+                               QString(QChar(0xdc00)),
+                               QString(QChar(0xfeff)),
+                           };
 
 QString valueFrom(const QByteArray& line)
 {
@@ -68,23 +51,10 @@ QString valueFrom(const QByteArray& line)
     return value;
 }
 
-/// Any line is a size; one of digits is that number.
-quint64 sizeFrom(const QByteArray& line)
-{
-    quint64 size = 0;
-    for (const char c : line)
-        size = size * 10 + (static_cast<std::uint8_t>(c) & 0xfU);
-    return size;
-}
-
 class Lines
 {
 public:
-    Lines(const std::uint8_t* bytes, std::size_t size)
-        : m_lines(
-              QByteArray(reinterpret_cast<const char*>(bytes), static_cast<int>(size)).split('\n'))
-    {
-    }
+    Lines(const std::uint8_t* bytes, std::size_t size) : m_lines(fuzz::linesOf(bytes, size)) {}
 
     bool atEnd() const { return m_next >= m_lines.size(); }
     QByteArray next() { return atEnd() ? QByteArray() : m_lines.at(m_next++); }
@@ -103,7 +73,7 @@ ProgramData recordFrom(Lines& lines)
     record.changelog = valueFrom(lines.next());
     for (QByteArray name = lines.next(); !name.isEmpty(); name = lines.next()) {
         const QString sha1 = valueFrom(lines.next());
-        record.files.append({valueFrom(name), sha1, sizeFrom(lines.next())});
+        record.files.append({valueFrom(name), sha1, fuzz::numberFrom(lines.next())});
     }
     return record;
 }

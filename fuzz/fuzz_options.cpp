@@ -7,6 +7,7 @@
 #include "app/Options.h"
 
 #include "fuzz/Disagreement.h"
+#include "fuzz/Harness.h"
 #include "tests/support/Files.h"
 #include "tests/support/Messages.h"
 
@@ -284,20 +285,11 @@ void compareTrimming(const std::string& word)
                   QString::fromLatin1(word.c_str()));
 }
 
-void makeApplication()
-{
-    static int argc = 1;
-    static char name[] = "fuzz_options";
-    static char* argv[] = {name, nullptr};
-    qputenv("LC_ALL", "C.UTF-8");
-    static const QCoreApplication app(argc, argv);
-}
-
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size)
 {
-    makeApplication();
+    fuzz::makeApplication<QCoreApplication>();
     const Words words = wordsFrom(bytes, size);
     std::for_each(words.begin(), words.end(), compareTrimming);
     const QString expected = Model::of(words).described();

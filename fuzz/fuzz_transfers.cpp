@@ -12,6 +12,7 @@
 #include "updater/Updater.h"
 
 #include "fuzz/Disagreement.h"
+#include "fuzz/Harness.h"
 #include "fuzz/Offscreen.h"
 #include "tests/support/EventLoop.h"
 #include "tests/support/Files.h"
@@ -45,11 +46,6 @@ struct Item
     bool hasWrongSize() const { return outcomes.startsWith('z'); }
 };
 
-bool isSeparator(QChar c)
-{
-    return c == '/' || c == '\\';
-}
-
 /// A name for the file @p number that begins with the number, so that no two get in each other's
 /// way, and that leads nowhere outside: no part of it begins with a dot.
 QString nameFrom(const QByteArray& line, int number)
@@ -57,7 +53,7 @@ QString nameFrom(const QByteArray& line, int number)
     static const QByteArray allowed = "abcdefgXYZ0123456789 -+?#/\\.";
     QString name = QString::number(number);
     for (const char c : line.left(mostCharacters)) {
-        const bool dotFits = !isSeparator(name.back()) && name.back() != '.';
+        const bool dotFits = !fuzz::isSeparator(name.back()) && name.back() != '.';
         if (static_cast<std::uint8_t>(c) >= 0x80)
             name += QChar(static_cast<std::uint8_t>(c));
         else if (allowed.contains(c) && (c != '.' || dotFits))
@@ -68,8 +64,7 @@ QString nameFrom(const QByteArray& line, int number)
 
 std::vector<Item> itemsFrom(const std::uint8_t* bytes, std::size_t size)
 {
-    const QList<QByteArray> lines =
-        QByteArray(reinterpret_cast<const char*>(bytes), static_cast<int>(size)).split('\n');
+    const QList<QByteArray> lines = fuzz::linesOf(bytes, size);
     // What is saved first makes the run begin with no failures to its name.
     std::vector<Item> items{{"first", "o", "contents"}};
     for (int i = 0; i + 1 < lines.size() && i < 2 * mostFiles; i += 2) {
@@ -134,18 +129,17 @@ char outcomeOf(const Item& item, int attempt, const Places& places)
 QString boxFor(const Transfer& failed)
 {
     if (failed.outcome == 'm')
-        return "warning|Error|An error occured while downloading the update.\nError code: 203";
+        return MessageBoxes::transferError(QNetworkReply::ContentNotFoundError);
     QString shown;
     for (int i = 0; i < failed.item->name.size(); ++i) {
         const QChar c = failed.item->name.at(i);
         shown += c;
-        if (isSeparator(c) && i + 1 < failed.item->name.size())
+        if (fuzz::isSeparator(c) && i + 1 < failed.item->name.size())
             shown.clear();
     }
-    if (isSeparator(failed.item->name.back()))
+    if (fuzz::isSeparator(failed.item->name.back()))
         shown = failed.item->name;
-    return "critical|Error|An error occured while downloading the file \"" + shown +
-           "\"\n\nAborting the update.";
+    return MessageBoxes::damagedFile(shown);
 }
 
 Expected expectedOf(const std::vector<Item>& items, const Places& places)
@@ -259,7 +253,7 @@ QString run(const std::vector<Item>& items, const Expected& expected, const Plac
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size)
 {
-    fuzz::makeApplication();
+    fuzz::makeOffscreenApplication();
     static const Places places;
     places.clear();
     const std::vector<Item> items = itemsFrom(bytes, size);
