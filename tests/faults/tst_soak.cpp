@@ -116,7 +116,7 @@ public:
     QStringList requests() const
     {
         const QStringList paths = wantedPaths('/' + m_id);
-        return updates() ? paths : paths.mid(0, 1);
+        return updates() ? paths : QStringList{paths.first()};
     }
 
     /// The starts of a program that it must have made.
