@@ -21,6 +21,6 @@ if(UPDATER_XVFB_RUN)
 else()
   updater_test(window)
 endif()
-# Whole stacks: otherwise a leak of the X11 plugin looks like one of ours.
-set_tests_properties(window PROPERTIES
+# Whole stacks: otherwise a leak of the X11 plugin or of libproxy looks like one of ours.
+set_tests_properties(window routes PROPERTIES
   ENVIRONMENT "${lsan_options};ASAN_OPTIONS=fast_unwind_on_malloc=0")

@@ -112,12 +112,13 @@ QList<SystemCall> SystemCalls::named(const QString& name) const
 
 QList<SystemCall> SystemCalls::all() const
 {
-    // Calls of threads that run side by side come in two lines; the first has the arguments.
+    // Calls of threads that run side by side come in two lines; the first has the arguments. A call
+    // without a name is where strace has let a process go.
     static const QRegularExpression beginning("^\\d+ +(?<name>\\w+)\\((?<arguments>.*)$");
     QList<SystemCall> calls;
     const QString record = QString::fromLocal8Bit(files::read(m_dir / "calls"));
     for (const QString& line : record.split('\n', Qt::SkipEmptyParts)) {
-        if (line.contains("<... "))
+        if (line.contains("<... ") || line.endsWith("<detached ...>"))
             continue;
         const QRegularExpressionMatch match = beginning.match(line);
         if (!match.hasMatch())
