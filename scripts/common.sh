@@ -48,7 +48,7 @@ need_packages() {
 
 # packages_of PRESET: prints the Debian packages that a build of CMakePresets.json needs.
 packages_of() {
-  echo g++ cmake ninja-build
+  echo g++ cmake ninja-build nettle-dev
   case $1 in
     *qt5) echo qtbase5-dev ;;
     *) echo qt6-base-dev ;;

@@ -26,3 +26,8 @@ endforeach()
 
 # In linear time it takes seconds, in quadratic time minutes.
 limit_time(LargeRelease 150)
+
+# The same with Qt's SHA-1, whatever the build has found.
+updater_test(DigestOfQt SOURCE tst_Digest.cpp)
+target_sources(tst_DigestOfQt PRIVATE ${PROJECT_SOURCE_DIR}/manifest/Digest.cpp)
+target_compile_definitions(tst_DigestOfQt PRIVATE UPDATER_SHA1_OF_QT)
