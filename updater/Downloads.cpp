@@ -24,6 +24,15 @@ bool isIntact(const QByteArray& body, const ProgramFile& file)
            digest::isSame(digest::sha1(body), file.sha1);
 }
 
+/// Returns the body of @p reply, which has finished. What is known to be there is read first:
+/// readAll() alone makes room for twice as much.
+QByteArray bodyOf(QNetworkReply& reply)
+{
+    QByteArray body = reply.read(reply.bytesAvailable());
+    body += reply.readAll();
+    return body;
+}
+
 bool save(const QByteArray& body, const QString& path)
 {
     QFile file(path);
@@ -72,7 +81,7 @@ void Updater::fileDownloadFinished()
     const QString path = paths::withSeparator(tempDir) + file.name;
     if (const std::optional<QString> directory = paths::directoryPart(path))
         QDir().mkpath(*directory);
-    const QByteArray body = reply->readAll();
+    const QByteArray body = bodyOf(*reply);
     reply->deleteLater();
 
     if (!isIntact(body, file)) {
