@@ -16,6 +16,13 @@ endforeach()
 set(ENV{PATH} ${work}/bin)
 
 configure(0 ${SOURCE_DIR} ${work}/build -DCMAKE_MAKE_PROGRAM=${MAKE_PROGRAM})
+expect_output("SHA-1: (Nettle|Qt)")
 # A build that only says what it would do.
 run(0 ${CMAKE_COMMAND} --build ${work}/build --target updater updater-release updater_host -- -n)
+
+# Without Nettle, Qt does the work; who asks for Nettle is told when it is not there.
+configure(0 ${SOURCE_DIR} ${work}/build -DUPDATER_NETTLE=OFF)
+expect_output("SHA-1: Qt\n")
+configure(1 ${SOURCE_DIR} ${work}/build -DUPDATER_NETTLE=ON -DUPDATER_NETTLE_LIBRARY=OFF)
+expect_output("UPDATER_NETTLE is ON, and Nettle is not installed")
 end()
