@@ -1,0 +1,30 @@
+// One small file from the web server, held in memory: the version file and its signature.
+//
+//   const Fetched index = fetch(QUrl(url), 64 * 1024 * 1024, 30);
+//   if (!index.failure.isEmpty())
+//       ...
+#ifndef HOST_GUARD_FETCH_H
+#define HOST_GUARD_FETCH_H
+
+#include <QByteArray>
+#include <QNetworkRequest>
+#include <QString>
+#include <QUrl>
+
+struct Fetched
+{
+    QByteArray body;
+    QString failure; ///< Why it did not come, for a log; empty when it did.
+};
+
+/// Fetches @p url, in an event loop of its own. A compressed body is unpacked. A redirect, any HTTP
+/// status but 200, a body that is cut, and one of more than @p mostBytes are failures.
+/// @param seconds give up when nothing comes for so long
+Fetched fetch(const QUrl& url, qint64 mostBytes, int seconds);
+
+/// The request for @p url that the guard makes: no redirects, no limit for what a compressed body
+/// unpacks to (callers count), no HTTP/2 (Qt 6 loses requests there while the server closes a
+/// connection).
+QNetworkRequest guardedRequest(const QUrl& url);
+
+#endif // HOST_GUARD_FETCH_H
