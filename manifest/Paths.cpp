@@ -60,6 +60,14 @@ QString besideVersionFile(const QString& versionFileUrl, const QString& name)
     return versionFileUrl.left(versionFileUrl.lastIndexOf(QLatin1Char('/')) + 1) + name;
 }
 
+QRegularExpression wildcard(const QString& pattern)
+{
+    const QString text =
+        QRegularExpression::escape(pattern).replace(QLatin1String("\\*"), QLatin1String(".*"));
+    return QRegularExpression(QRegularExpression::anchoredPattern(text),
+                              QRegularExpression::DotMatchesEverythingOption);
+}
+
 QFileInfoList releaseEntries(const QDir& dir)
 {
     // NoSort means the order of the QDir itself, which is by name. Version files rely on it.

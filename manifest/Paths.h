@@ -7,6 +7,7 @@
 
 #include <QDir>
 #include <QFileInfoList>
+#include <QRegularExpression>
 #include <QString>
 
 #include <optional>
@@ -38,6 +39,10 @@ bool isInside(const QString& path, const QString& top);
 /// the files are beside the version file. Nothing is escaped. A URL without a "/" gives the bare
 /// name.
 QString besideVersionFile(const QString& versionFileUrl, const QString& name);
+
+/// Returns an expression for whole paths, in which "*" of @p pattern is any text, "/" included. (With
+/// Qt's own wildcards that depends on the version.)
+QRegularExpression wildcard(const QString& pattern);
 
 /// Lists everything in @p dir that a release can have, hidden entries included, in the order of the
 /// version file. Links are listed as what they lead to.

@@ -54,16 +54,6 @@ bool hasSpaceAtAnEnd(const QString& name, bool atTop, bool isDirectory)
     return path.trimmed() != path;
 }
 
-/// Returns an expression for whole paths, in which "*" of @p pattern is any text.
-QRegularExpression matcher(const QString& pattern)
-{
-    // Qt has wildcards, but whether their "*" matches a "/" depends on its version.
-    const QString text =
-        QRegularExpression::escape(pattern).replace(QLatin1String("\\*"), QLatin1String(".*"));
-    return QRegularExpression(QRegularExpression::anchoredPattern(text),
-                              QRegularExpression::DotMatchesEverythingOption);
-}
-
 /// Separates the findings that the publisher accepts from the others.
 class Report
 {
@@ -72,7 +62,7 @@ public:
     Report(const QStringList& accepted, Output& output) : m_output(output)
     {
         for (const QString& pattern : accepted)
-            m_accepted.append(matcher(pattern));
+            m_accepted.append(paths::wildcard(pattern));
     }
 
     void finding(const QString& path, const QString& what)

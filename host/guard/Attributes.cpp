@@ -5,6 +5,8 @@
 
 #include "host/guard/Tree.h"
 
+#include <QList>
+
 #include <cerrno>
 
 #include <fcntl.h>
@@ -128,7 +130,8 @@ void copy(int from, const struct stat& status, int to)
 
 bool copyDirectory(const QByteArray& from, const QByteArray& to, mode_t mode, QString& why)
 {
-    const Descriptor target(::open(to.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    const Descriptor target(
+        ::open(to.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (target < 0) {
         why = tree::systemError(to);
         return false;

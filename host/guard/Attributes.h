@@ -10,8 +10,8 @@
 
 namespace attributes {
 
-/// Gives the directory @p to the mode @p mode and the attributes of the directory @p from, which may
-/// have disappeared. False, and @p why says what is wrong, when @p to cannot be opened.
+/// Gives the directory @p to the mode @p mode and the attributes of the directory @p from, which
+/// may have disappeared. False, and @p why says what is wrong, when @p to cannot be opened.
 bool copyDirectory(const QByteArray& from, const QByteArray& to, mode_t mode, QString& why);
 
 /// Copies the file @p from to @p to, which must not exist, with all its attributes. Links are not

@@ -74,7 +74,8 @@ Clone::Clone(const QByteArray& directory, const ProgramData& release)
     }
 }
 
-/// Where the file @p name really is, when a directory of its path is a link within the installation.
+/// Where the file @p name really is, when a directory of its path is a link within the
+/// installation.
 QByteArray Clone::pathOf(const QString& name) const
 {
     const QByteArray path = QFile::encodeName(name);
@@ -252,9 +253,9 @@ bool Clone::setMode(const QByteArray& name, mode_t mode, QString& why)
     const QByteArray path = clonePath(name);
     const auto old = m_source.find(name);
     // A group that the user is not in cannot be given; then the user's own stays.
-    const bool hasOtherGroup = old != m_source.end() && old->second.kind == Kind::File &&
-                               ::lchown(path.constData(), static_cast<uid_t>(-1),
-                                        old->second.status.st_gid) != 0;
+    const bool hasOtherGroup =
+        old != m_source.end() && old->second.kind == Kind::File &&
+        ::lchown(path.constData(), static_cast<uid_t>(-1), old->second.status.st_gid) != 0;
     Q_UNUSED(hasOtherGroup)
     if (::chmod(path.constData(), mode) == 0)
         return true;
@@ -303,8 +304,7 @@ bool Clone::catchUp(QString& why)
         const auto found = now.find(name);
         const bool wasThere = then != m_source.end();
         const bool isThere = found != now.end();
-        if (wasThere != isThere ||
-            (isThere && !tree::isUnchanged(then->second, found->second))) {
+        if (wasThere != isThere || (isThere && !tree::isUnchanged(then->second, found->second))) {
             why = about(name, "was changed in the installation during the update");
             return false;
         }

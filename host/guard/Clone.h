@@ -1,5 +1,5 @@
-// A second installation, made of hard links to the first, that an update can work on. It is checked,
-// and takes the place of the first in one system call.
+// A second installation, made of hard links to the first, that an update can work on. It is
+// checked, and takes the place of the first in one system call.
 //
 //   Clone clone("/opt/editor", release);
 //   if (!clone.findDifferences().isEmpty() && clone.make("/opt/.hidden/clone", why)) {
@@ -38,8 +38,8 @@ public:
     /// @return The entries that are missing or different, in the order of the version file.
     QVector<ProgramFile> findDifferences();
 
-    /// Makes the clone at @p path, on the same file system, where nothing is yet. It has no files that
-    /// findDifferences() found. False, and @p why says what is wrong, when something in the
+    /// Makes the clone at @p path, on the same file system, where nothing is yet. It has no files
+    /// that findDifferences() found. False, and @p why says what is wrong, when something in the
     /// installation cannot be cloned (a FIFO, a socket, a device, a set-uid file).
     bool make(const QByteArray& path, QString& why);
 
@@ -53,12 +53,12 @@ public:
     bool setModes(const std::function<bool(const QByteArray& path)>& mustBeExecutable,
                   QString& why);
 
-    /// Removes from the clone the files of @p earlier, the release that was installed, which the new
-    /// one does not list, if they still have the size and digest listed there.
+    /// Removes from the clone the files of @p earlier, the release that was installed, which the
+    /// new one does not list, if they still have the size and digest listed there.
     bool removeObsolete(const ProgramData& earlier, QString& why);
 
-    /// Brings into the clone what other programs have changed in the installation since make(). False
-    /// when a file of the release is among it, or on a failure.
+    /// Brings into the clone what other programs have changed in the installation since make().
+    /// False when a file of the release is among it, or on a failure.
     bool catchUp(QString& why);
 
     /// Writes everything to the disk and exchanges clone and installation.

@@ -60,8 +60,8 @@ public:
     qint64 bytesDownloaded() const; ///< From the server, in this run, as they are on disk.
     qint64 bytesReused() const;     ///< Of earlier runs.
 
-    /// Under which name contents are in the directory: "<digest>-<size>"; while they are incomplete,
-    /// with ".part". Empty for an entry whose digest is not 40 hexadecimal digits.
+    /// Under which name contents are in the directory: "<digest>-<size>"; while they are
+    /// incomplete, with ".part". Empty for an entry whose digest is not 40 hexadecimal digits.
     static QString keyOf(const ProgramFile& file);
 
 Q_SIGNALS:

@@ -52,8 +52,7 @@ bool swapNames(const QByteArray& one, const QByteArray& other)
 }
 
 /// Calls @p write with the open directory or file @p path.
-template <typename Write>
-bool withOpen(const QByteArray& path, QString& why, Write write)
+template <typename Write> bool withOpen(const QByteArray& path, QString& why, Write write)
 {
     const int descriptor = ::open(path.constData(), O_RDONLY | O_CLOEXEC);
     const bool isDone = descriptor >= 0 && write(descriptor) == 0;

@@ -10,8 +10,8 @@
 namespace exchange {
 
 /// Tries whether directories below @p scratch, an empty directory beside @p directory, can be
-/// exchanged with it. False, and @p why says what is wrong, when they cannot: another file system, a
-/// mount point, a system or file system without the call, no permission.
+/// exchanged with it. False, and @p why says what is wrong, when they cannot: another file system,
+/// a mount point, a system or file system without the call, no permission.
 bool isPossible(const QByteArray& scratch, const QByteArray& directory, QString& why);
 
 /// Writes what is in memory of the file system of @p path to the disk.

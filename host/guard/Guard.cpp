@@ -32,8 +32,8 @@ constexpr qint64 longestVersionFile = 64 * 1024 * 1024;
 constexpr qint64 longestSignature = 4096;
 constexpr int answerSeconds = 30; // Then the user gets the application back.
 
-/// The name by which the updater will look for the program in the version file: it reads its command
-/// line one character per byte.
+/// The name by which the updater will look for the program in the version file: it reads its
+/// command line one character per byte.
 QString nameInVersionFile(const QString& name)
 {
     return QString::fromLatin1(QFile::encodeName(name));
@@ -53,7 +53,8 @@ QByteArray nameBelow(const QByteArray& directory, const QString& exe)
     const QFileInfo info(exe);
     const QByteArray path = QFile::encodeName(QFileInfo(info.path()).canonicalFilePath() +
                                               QLatin1Char('/') + info.fileName());
-    return path.startsWith(directory + '/') ? path.mid(directory.size() + 1) : QByteArray();
+    const QByteArray below = directory + '/';
+    return path.startsWith(below) ? path.mid(below.size()) : QByteArray();
 }
 
 /// Without one the updater has nobody to show a message box to.
@@ -73,9 +74,12 @@ bool hasDisplay()
 } // namespace
 
 Guard::Guard(const GuardOptions& options)
-    : m_options(options), m_directory(QFile::encodeName(QFileInfo(options.dir).canonicalFilePath())),
-      m_exe(QFileInfo(options.exe).absoluteFilePath()), m_exeName(nameBelow(m_directory, m_exe)),
-      m_state(options.stateDir, m_directory), m_workspace(m_directory)
+    : m_options(options)
+    , m_directory(QFile::encodeName(QFileInfo(options.dir).canonicalFilePath()))
+    , m_exe(QFileInfo(options.exe).absoluteFilePath())
+    , m_exeName(nameBelow(m_directory, m_exe))
+    , m_state(options.stateDir, m_directory)
+    , m_workspace(m_directory)
 {
     m_outcome.installed = options.installedVersion;
 }
@@ -92,8 +96,7 @@ int Guard::run()
     const DirectoryLock::Result result = lock.take(m_directory);
     if (result == DirectoryLock::Busy)
         return end(Locked, "busy", QStringLiteral("another update of this installation runs"));
-    if (m_options.waitFor > 0 &&
-        !processes::waitForEnd(m_options.waitFor, m_options.waitSeconds)) {
+    if (m_options.waitFor > 0 && !processes::waitForEnd(m_options.waitFor, m_options.waitSeconds)) {
         m_state.write(m_outcome);
         return end(NotInstalled, "failed", QStringLiteral("the application still runs"));
     }
@@ -212,11 +215,10 @@ bool Guard::waitForUpdater(UpdaterRun& updater, const Downloads& downloads)
     QEventLoop loop;
     QObject::connect(&updater, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), &loop,
                      &QEventLoop::quit);
-    QObject::connect(&updater, &QProcess::errorOccurred, &loop,
-                     [&](QProcess::ProcessError error) {
-                         if (error == QProcess::FailedToStart)
-                             loop.quit();
-                     });
+    QObject::connect(&updater, &QProcess::errorOccurred, &loop, [&](QProcess::ProcessError error) {
+        if (error == QProcess::FailedToStart)
+            loop.quit();
+    });
     QObject::connect(&downloads, &Downloads::settled, &updater, [&] {
         if (!downloads.failure().isEmpty() && !hasDisplay())
             updater.kill();

@@ -19,9 +19,12 @@ public:
     ~DirectoryLock();
     Q_DISABLE_COPY(DirectoryLock)
 
-    /// Locks the directory at the canonical path @p path until this object or the process ends. Busy
-    /// when another process has it, also when it has exchanged the directory at this moment; Failed
-    /// when it cannot be opened.
+    /// Leaves the lock to the end of the process.
+    void keep() { m_descriptor = -1; }
+
+    /// Locks the directory at the canonical path @p path until this object or the process ends.
+    /// Busy when another process has it, also when it has exchanged the directory at this moment;
+    /// Failed when it cannot be opened.
     Result take(const QByteArray& path);
 
 private:

@@ -10,8 +10,8 @@
 
 namespace processes {
 
-/// Waits until the process @p pid has ended, at most @p seconds. A process that began after this one
-/// is another one that got the number, and has not to be waited for. A zombie has ended.
+/// Waits until the process @p pid has ended, at most @p seconds. A process that began after this
+/// one is another one that got the number, and has not to be waited for. A zombie has ended.
 /// @return False when it still runs.
 bool waitForEnd(qint64 pid, int seconds);
 
@@ -19,8 +19,8 @@ bool waitForEnd(qint64 pid, int seconds);
 /// pkexec.
 bool hasElevatedRights();
 
-/// Ends this user's processes whose working directory is @p directory, and waits for that. Nothing on
-/// systems that do not tell the working directory.
+/// Ends this user's processes whose working directory is @p directory, and waits for that. Nothing
+/// on systems that do not tell the working directory.
 void endThoseIn(const QByteArray& directory);
 
 /// To be called in a child between fork() and exec(): the system ends it when the process @p parent

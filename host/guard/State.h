@@ -4,8 +4,8 @@
 //   State state(QString(), "/opt/editor"); // In the default directory.
 //   state.write({"installed", "1.0", "2.0"});
 //
-// Nothing here can fail an update: what cannot be read is as if it were not there, and what cannot be
-// written is not.
+// Nothing here can fail an update: what cannot be read is as if it were not there, and what cannot
+// be written is not.
 #ifndef HOST_GUARD_STATE_H
 #define HOST_GUARD_STATE_H
 

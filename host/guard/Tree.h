@@ -32,8 +32,8 @@ struct Entry
 /// By path relative to the top; the top itself is "". A directory is before what it holds.
 using Entries = std::map<QByteArray, Entry>;
 
-/// Fills @p entries with what the directory @p top holds. False, and @p why says what is wrong, when
-/// a directory cannot be listed.
+/// Fills @p entries with what the directory @p top holds. False, and @p why says what is wrong,
+/// when a directory cannot be listed.
 bool read(const QByteArray& top, Entries& entries, QString& why);
 
 /// Reads the entry at @p path alone. False when there is none.
@@ -42,12 +42,12 @@ bool readEntry(const QByteArray& path, Entry& entry);
 /// Returns the names in the directory @p path; none when it cannot be read.
 std::vector<QByteArray> names(const QByteArray& path);
 
-/// True when @p one and @p other are the same entry and nobody has written it in between. Directories
-/// are the same whatever they hold.
+/// True when @p one and @p other are the same entry and nobody has written it in between.
+/// Directories are the same whatever they hold.
 bool isUnchanged(const Entry& one, const Entry& other);
 
-/// Removes @p path and all below it; nothing there is fine. Directories without write permission are
-/// removed as well. The mode of a file, which other links may share, is never changed.
+/// Removes @p path and all below it; nothing there is fine. Directories without write permission
+/// are removed as well. The mode of a file, which other links may share, is never changed.
 bool remove(const QByteArray& path, QString& why);
 
 /// Returns @p path with the relative path @p name added; an empty name adds nothing.

@@ -11,8 +11,8 @@
 
 namespace {
 
-/// What the updater is to start in the end: it is there, so that the updater looks for nothing else,
-/// and cannot be started. The guard starts the application.
+/// What the updater is to start in the end: it is there, so that the updater looks for nothing
+/// else, and cannot be started. The guard starts the application.
 constexpr char nothingToStart[] = "./nothing";
 
 QProcessEnvironment environmentFor(const QString& directory)

@@ -19,8 +19,8 @@ public:
     /// @param directory what the updater works in: it has "clone" and "tmp"
     UpdaterRun(const QString& program, const QByteArray& directory);
 
-    /// Starts "updater -u", which fetches from @p url. On Linux the system ends it when this process
-    /// ends. False when its directory cannot be written.
+    /// Starts "updater -u", which fetches from @p url. On Linux the system ends it when this
+    /// process ends. False when its directory cannot be written.
     bool start(const QString& name, const QString& publishedVersion, const QString& url);
 
 #if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)

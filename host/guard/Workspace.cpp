@@ -82,7 +82,7 @@ bool Workspace::make(QString& why)
         why = tree::systemError(parentOf(m_prefix));
         return false;
     }
-    for (const QByteArray& path : {downloads(), m_path + "/tmp"}) {
+    for (const QByteArray& path : {downloads(), tree::joined(m_path, "tmp")}) {
         if (::mkdir(path.constData(), S_IRWXU) != 0) {
             why = tree::systemError(path);
             return false;

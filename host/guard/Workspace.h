@@ -1,5 +1,5 @@
-// The hidden directory beside an installation that an update works in: "clone", "tmp" (the updater's
-// temporary directory), "downloads". Others cannot look into it.
+// The hidden directory beside an installation that an update works in: "clone", "tmp" (the
+// updater's temporary directory), "downloads". Others cannot look into it.
 //
 //   Workspace workspace("/opt/editor");
 //   workspace.recover(); // What guards have left that were killed.
@@ -23,9 +23,9 @@ public:
     /// Does nothing yet. @p directory is the installation, by its canonical path.
     explicit Workspace(const QByteArray& directory);
 
-    /// Takes over the hidden directories of guards that were killed: ends an updater that still runs
-    /// in one, and removes all but the downloads. Those that are not a directory of this user, with
-    /// mode 0700, are left alone.
+    /// Takes over the hidden directories of guards that were killed: ends an updater that still
+    /// runs in one, and removes all but the downloads. Those that are not a directory of this user,
+    /// with mode 0700, are left alone.
     void recover();
 
     /// Makes the directory, and moves into it the downloads that were recovered. False, and @p why
