@@ -3,7 +3,7 @@
 
 #include "host/guard/Attributes.h"
 
-#include "host/guard/Tree.h"
+#include "host/guard/FsTree.h"
 
 #include <QList>
 
@@ -133,7 +133,7 @@ bool copyDirectory(const QByteArray& from, const QByteArray& to, mode_t mode, QS
     const Descriptor target(
         ::open(to.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (target < 0) {
-        why = tree::systemError(to);
+        why = fstree::systemError(to);
         return false;
     }
     const Descriptor source(
@@ -150,12 +150,12 @@ bool copyFile(const QByteArray& from, const QByteArray& to, QString& why)
     const Descriptor source(::open(from.constData(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
     struct stat status;
     if (source < 0 || ::fstat(source, &status) != 0) {
-        why = tree::systemError(from);
+        why = fstree::systemError(from);
         return false;
     }
     const Descriptor target(::open(to.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     if (target < 0 || !copyContents(source, target)) {
-        why = tree::systemError(to);
+        why = fstree::systemError(to);
         return false;
     }
     copy(source, status, target);

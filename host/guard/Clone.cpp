@@ -15,8 +15,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-using tree::Entry;
-using tree::Kind;
+using fstree::Entry;
+using fstree::Kind;
 
 namespace {
 
@@ -80,7 +80,7 @@ QByteArray Clone::pathOf(const QString& name) const
 {
     const QByteArray path = QFile::encodeName(name);
     const auto slash = path.lastIndexOf('/');
-    return slash < 0 ? path : tree::joined(realDirectory(path.left(slash)), path.mid(slash + 1));
+    return slash < 0 ? path : fstree::joined(realDirectory(path.left(slash)), path.mid(slash + 1));
 }
 
 QByteArray Clone::realDirectory(const QByteArray& name) const
@@ -113,7 +113,7 @@ QVector<ProgramFile> Clone::findDifferences()
 bool Clone::make(const QByteArray& path, QString& why)
 {
     m_path = path;
-    if (!tree::read(m_directory, m_source, why))
+    if (!fstree::read(m_directory, m_source, why))
         return false;
     for (const auto& [name, entry] : m_source) {
         const QString refusal = refusalToClone(entry);
@@ -122,7 +122,7 @@ bool Clone::make(const QByteArray& path, QString& why)
             return false;
         }
     }
-    const tree::Entries entries = m_source;
+    const fstree::Entries entries = m_source;
     for (const auto& [name, entry] : entries) {
         if (m_replaced.count(name) == 0 && !add(name, entry, why))
             return false;
@@ -151,7 +151,7 @@ bool Clone::add(const QByteArray& name, const Entry& entry, QString& why)
         why = QFile::decodeName(sourcePath(name)) + refusalToClone(entry);
         return false;
     }
-    why = tree::systemError(path);
+    why = fstree::systemError(path);
     return false;
 }
 
@@ -160,14 +160,14 @@ bool Clone::addFile(const QByteArray& name, QString& why)
     const QByteArray source = sourcePath(name);
     const QByteArray path = clonePath(name);
     if (::linkat(AT_FDCWD, source.constData(), AT_FDCWD, path.constData(), 0) == 0) {
-        tree::readEntry(path, m_source[name]); // It may have been replaced since it was read.
+        fstree::readEntry(path, m_source[name]); // It may have been replaced since it was read.
         return true;
     }
     if (errno == ENOENT && ::access(source.constData(), F_OK) != 0) {
         m_source.erase(name); // Removed since it was read.
         return true;
     }
-    return attributes::copyFile(source, path, why) && tree::readEntry(path, m_copies[name]);
+    return attributes::copyFile(source, path, why) && fstree::readEntry(path, m_copies[name]);
 }
 
 bool Clone::isTheSame(const QByteArray& name, const Entry& source, const Entry& clone) const
@@ -180,7 +180,7 @@ bool Clone::isTheSame(const QByteArray& name, const Entry& source, const Entry& 
         return true;
     const auto copy = m_copies.find(name);
     if (copy != m_copies.end())
-        return tree::isUnchanged(copy->second, clone);
+        return fstree::isUnchanged(copy->second, clone);
     return source.status.st_dev == clone.status.st_dev &&
            source.status.st_ino == clone.status.st_ino;
 }
@@ -192,8 +192,8 @@ bool Clone::isExpected(const QByteArray& name) const
 
 bool Clone::isWhole(QString& why)
 {
-    tree::Entries clone;
-    if (!tree::read(m_path, clone, why))
+    fstree::Entries clone;
+    if (!fstree::read(m_path, clone, why))
         return false;
     for (const auto& [name, entry] : clone) {
         if (!isExpected(name)) {
@@ -259,7 +259,7 @@ bool Clone::setMode(const QByteArray& name, mode_t mode, QString& why)
     Q_UNUSED(hasOtherGroup)
     if (::chmod(path.constData(), mode) == 0)
         return true;
-    why = tree::systemError(path);
+    why = fstree::systemError(path);
     return false;
 }
 
@@ -272,7 +272,7 @@ bool Clone::makeOwn(const QByteArray& name, QString& why)
         return false;
     if (::rename(copy.constData(), path.constData()) == 0)
         return true;
-    why = tree::systemError(path);
+    why = fstree::systemError(path);
     return false;
 }
 
@@ -286,7 +286,7 @@ bool Clone::removeObsolete(const ProgramData& earlier, QString& why)
         if (!isFile || m_listed.count(name) != 0 || !isIntact(QFile::decodeName(path), file))
             continue;
         if (::unlink(path.constData()) != 0) {
-            why = tree::systemError(path);
+            why = fstree::systemError(path);
             return false;
         }
         m_removed.insert(name);
@@ -296,15 +296,15 @@ bool Clone::removeObsolete(const ProgramData& earlier, QString& why)
 
 bool Clone::catchUp(QString& why)
 {
-    tree::Entries now;
-    if (!tree::read(m_directory, now, why))
+    fstree::Entries now;
+    if (!fstree::read(m_directory, now, why))
         return false;
     for (const QByteArray& name : m_listed) {
         const auto then = m_source.find(name);
         const auto found = now.find(name);
         const bool wasThere = then != m_source.end();
         const bool isThere = found != now.end();
-        if (wasThere != isThere || (isThere && !tree::isUnchanged(then->second, found->second))) {
+        if (wasThere != isThere || (isThere && !fstree::isUnchanged(then->second, found->second))) {
             why = about(name, "was changed in the installation during the update");
             return false;
         }
@@ -313,7 +313,7 @@ bool Clone::catchUp(QString& why)
         return false;
     for (const auto& [name, entry] : now) {
         const auto then = m_source.find(name);
-        if (then != m_source.end() && tree::isUnchanged(then->second, entry))
+        if (then != m_source.end() && fstree::isUnchanged(then->second, entry))
             continue;
         m_source[name] = entry;
         if (!add(name, entry, why))
@@ -323,7 +323,7 @@ bool Clone::catchUp(QString& why)
 }
 
 /// Removes from the clone what the installation no longer has, or has another one of.
-bool Clone::removeGone(const tree::Entries& now, QString& why)
+bool Clone::removeGone(const fstree::Entries& now, QString& why)
 {
     // From the last to the first: what a directory holds before the directory.
     for (auto then = m_source.rbegin(); then != m_source.rend(); ++then) {
@@ -331,13 +331,13 @@ bool Clone::removeGone(const tree::Entries& now, QString& why)
         const auto found = now.find(name);
         const bool isThere = found != now.end() && found->second.kind == entry.kind;
         const bool isDirectory = entry.kind == Kind::Directory;
-        if (isThere && (isDirectory || tree::isUnchanged(entry, found->second)))
+        if (isThere && (isDirectory || fstree::isUnchanged(entry, found->second)))
             continue;
         if (m_removed.count(name) != 0)
             continue;
         const QByteArray path = clonePath(name);
         if (::unlinkat(AT_FDCWD, path.constData(), isDirectory ? AT_REMOVEDIR : 0) != 0) {
-            why = tree::systemError(path);
+            why = fstree::systemError(path);
             return false;
         }
     }
@@ -354,8 +354,8 @@ bool Clone::exchange(QString& why)
 
 bool Clone::setModesOfDirectories(QString& why)
 {
-    tree::Entries clone;
-    if (!tree::read(m_path, clone, why))
+    fstree::Entries clone;
+    if (!fstree::read(m_path, clone, why))
         return false;
     // What a directory holds before the directory, which may be closed afterwards.
     for (auto entry = clone.rbegin(); entry != clone.rend(); ++entry) {
@@ -368,7 +368,7 @@ bool Clone::setModesOfDirectories(QString& why)
                                 : special | S_IRWXU | S_IRGRP | S_IXGRP | S_IROTH | S_IXOTH;
         const QByteArray path = clonePath(entry->first);
         if (mode != modeOf(entry->second) && ::chmod(path.constData(), mode) != 0) {
-            why = tree::systemError(path);
+            why = fstree::systemError(path);
             return false;
         }
     }

@@ -15,7 +15,7 @@
 #ifndef HOST_GUARD_CLONE_H
 #define HOST_GUARD_CLONE_H
 
-#include "host/guard/Tree.h"
+#include "host/guard/FsTree.h"
 #include "manifest/ProgramData.h"
 
 #include <QByteArray>
@@ -65,18 +65,21 @@ public:
     bool exchange(QString& why);
 
 private:
-    QByteArray sourcePath(const QByteArray& name) const { return tree::joined(m_directory, name); }
-    QByteArray clonePath(const QByteArray& name) const { return tree::joined(m_path, name); }
+    QByteArray sourcePath(const QByteArray& name) const
+    {
+        return fstree::joined(m_directory, name);
+    }
+    QByteArray clonePath(const QByteArray& name) const { return fstree::joined(m_path, name); }
     QByteArray pathOf(const QString& name) const;
     QByteArray realDirectory(const QByteArray& name) const;
-    bool add(const QByteArray& name, const tree::Entry& entry, QString& why);
+    bool add(const QByteArray& name, const fstree::Entry& entry, QString& why);
     bool addFile(const QByteArray& name, QString& why);
-    bool isTheSame(const QByteArray& name, const tree::Entry& source,
-                   const tree::Entry& clone) const;
+    bool isTheSame(const QByteArray& name, const fstree::Entry& source,
+                   const fstree::Entry& clone) const;
     bool isExpected(const QByteArray& name) const;
     bool setMode(const QByteArray& name, mode_t mode, QString& why);
     bool makeOwn(const QByteArray& name, QString& why);
-    bool removeGone(const tree::Entries& now, QString& why);
+    bool removeGone(const fstree::Entries& now, QString& why);
     bool setModesOfDirectories(QString& why);
 
     const QByteArray m_directory;
@@ -86,8 +89,8 @@ private:
     std::set<QByteArray> m_parents;  ///< Directories that these are in.
     std::set<QByteArray> m_replaced; ///< Files that are missing or different.
     std::set<QByteArray> m_removed;  ///< Obsolete files.
-    tree::Entries m_source;          ///< The installation as it was cloned.
-    tree::Entries m_copies;          ///< Files of the clone that could not be links.
+    fstree::Entries m_source;        ///< The installation as it was cloned.
+    fstree::Entries m_copies;        ///< Files of the clone that could not be links.
     mutable std::map<QByteArray, QByteArray> m_realDirectories; ///< By the names in the release.
 };
 

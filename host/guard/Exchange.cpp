@@ -2,7 +2,7 @@
 
 #include "host/guard/Exchange.h"
 
-#include "host/guard/Tree.h"
+#include "host/guard/FsTree.h"
 
 #include <QFile>
 
@@ -57,7 +57,7 @@ template <typename Write> bool withOpen(const QByteArray& path, QString& why, Wr
     const int descriptor = ::open(path.constData(), O_RDONLY | O_CLOEXEC);
     const bool isDone = descriptor >= 0 && write(descriptor) == 0;
     if (!isDone)
-        why = tree::systemError(path);
+        why = fstree::systemError(path);
     if (descriptor >= 0)
         ::close(descriptor);
     return isDone;
@@ -73,7 +73,7 @@ bool isPossible(const QByteArray& scratch, const QByteArray& directory, QString&
     }
     // To move a directory into another one, its ".." must be written.
     if (::access(directory.constData(), W_OK) != 0) {
-        why = tree::systemError(directory);
+        why = fstree::systemError(directory);
         return false;
     }
     const QByteArray one = scratch + "/one";
@@ -81,7 +81,7 @@ bool isPossible(const QByteArray& scratch, const QByteArray& directory, QString&
     const bool isDone = ::mkdir(one.constData(), S_IRWXU) == 0 &&
                         ::mkdir(other.constData(), S_IRWXU) == 0 && swapNames(one, other);
     if (!isDone)
-        why = tree::systemError(scratch);
+        why = fstree::systemError(scratch);
     ::rmdir(one.constData());
     ::rmdir(other.constData());
     return isDone;
@@ -101,7 +101,7 @@ bool sync(const QByteArray& path, QString& why)
 bool exchange(const QByteArray& one, const QByteArray& other, QString& why)
 {
     if (!swapNames(one, other)) {
-        why = tree::systemError(other);
+        why = fstree::systemError(other);
         return false;
     }
     // From here on the new release is installed, whether or not the disk has been told.

@@ -102,7 +102,7 @@ int Guard::run()
     }
     const Status status = result == DirectoryLock::Taken
                               ? update()
-                              : end(Refused, "refused", tree::systemError(m_directory));
+                              : end(Refused, "refused", fstree::systemError(m_directory));
     m_workspace.remove(m_keep);
     constexpr double millisecondsPerSecond = 1000;
     m_outcome.seconds = static_cast<double>(timer.elapsed()) / millisecondsPerSecond;
@@ -254,15 +254,15 @@ bool Guard::finish(Clone& clone)
         !clone.setModes([this](const QByteArray& name) { return isExecutable(name); }, why) ||
         !removeObsolete(clone))
         return false;
-    const QByteArray exe = tree::joined(m_workspace.clone(), m_exeName);
+    const QByteArray exe = fstree::joined(m_workspace.clone(), m_exeName);
     if (!m_exeName.isEmpty() && ::access(exe.constData(), X_OK) != 0) {
-        why = tree::systemError(m_exeName);
+        why = fstree::systemError(m_exeName);
         return false;
     }
     // The clone becomes the installation: until this process ends, its updates are locked out, too.
     DirectoryLock lock;
     if (lock.take(m_workspace.clone()) != DirectoryLock::Taken) {
-        why = tree::systemError(m_workspace.clone());
+        why = fstree::systemError(m_workspace.clone());
         return false;
     }
     if (!clone.catchUp(why) || !clone.exchange(why))

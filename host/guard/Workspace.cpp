@@ -2,8 +2,8 @@
 
 #include "host/guard/Workspace.h"
 
+#include "host/guard/FsTree.h"
 #include "host/guard/Processes.h"
-#include "host/guard/Tree.h"
 #include "manifest/Digest.h"
 
 #include <cstdlib>
@@ -29,9 +29,9 @@ QByteArray prefixFor(const QByteArray& directory)
            digest::sha1(directory).left(enough).toLatin1() + '-';
 }
 
-bool isOurs(const tree::Entry& entry)
+bool isOurs(const fstree::Entry& entry)
 {
-    return entry.kind == tree::Kind::Directory && entry.status.st_uid == ::geteuid() &&
+    return entry.kind == fstree::Kind::Directory && entry.status.st_uid == ::geteuid() &&
            (entry.status.st_mode & 07777) == S_IRWXU;
 }
 
@@ -46,9 +46,9 @@ QByteArray makeDirectory(const QByteArray& prefix)
 void removeContents(const QByteArray& path, const QByteArray& kept)
 {
     QString ignored;
-    for (const QByteArray& name : tree::names(path)) {
+    for (const QByteArray& name : fstree::names(path)) {
         if (name != kept)
-            tree::remove(tree::joined(path, name), ignored);
+            fstree::remove(fstree::joined(path, name), ignored);
     }
 }
 
@@ -59,15 +59,15 @@ Workspace::Workspace(const QByteArray& directory) : m_prefix(prefixFor(directory
 void Workspace::recover()
 {
     const QByteArray parent = parentOf(m_prefix);
-    for (const QByteArray& name : tree::names(parent)) {
-        const QByteArray found = tree::joined(parent, name);
-        tree::Entry entry;
-        if (!found.startsWith(m_prefix) || !tree::readEntry(found, entry) || !isOurs(entry))
+    for (const QByteArray& name : fstree::names(parent)) {
+        const QByteArray found = fstree::joined(parent, name);
+        fstree::Entry entry;
+        if (!found.startsWith(m_prefix) || !fstree::readEntry(found, entry) || !isOurs(entry))
             continue;
         // Under another name first: from here on nothing finds it by the old one.
         const QByteArray path = makeDirectory(m_prefix);
         if (path.isEmpty() || ::rename(found.constData(), path.constData()) != 0 ||
-            !tree::readEntry(path, entry) || !isOurs(entry))
+            !fstree::readEntry(path, entry) || !isOurs(entry))
             continue;
         processes::endThoseIn(path);
         removeContents(path, downloadsName);
@@ -79,28 +79,28 @@ bool Workspace::make(QString& why)
 {
     m_path = makeDirectory(m_prefix);
     if (m_path.isEmpty()) {
-        why = tree::systemError(parentOf(m_prefix));
+        why = fstree::systemError(parentOf(m_prefix));
         return false;
     }
-    for (const QByteArray& path : {downloads(), tree::joined(m_path, "tmp")}) {
+    for (const QByteArray& path : {downloads(), fstree::joined(m_path, "tmp")}) {
         if (::mkdir(path.constData(), S_IRWXU) != 0) {
-            why = tree::systemError(path);
+            why = fstree::systemError(path);
             return false;
         }
     }
     for (const QByteArray& path : m_recovered)
-        moveDownloads(tree::joined(path, downloadsName));
+        moveDownloads(fstree::joined(path, downloadsName));
     return true;
 }
 
 void Workspace::moveDownloads(const QByteArray& from) const
 {
-    for (const QByteArray& name : tree::names(from)) {
-        const QByteArray path = tree::joined(from, name);
-        tree::Entry entry;
-        if (tree::readEntry(path, entry) && entry.kind == tree::Kind::File &&
+    for (const QByteArray& name : fstree::names(from)) {
+        const QByteArray path = fstree::joined(from, name);
+        fstree::Entry entry;
+        if (fstree::readEntry(path, entry) && entry.kind == fstree::Kind::File &&
             entry.status.st_nlink == 1)
-            ::rename(path.constData(), tree::joined(downloads(), name).constData());
+            ::rename(path.constData(), fstree::joined(downloads(), name).constData());
     }
 }
 
@@ -111,12 +111,12 @@ void Workspace::remove(Downloads downloads)
     for (const QByteArray& path : m_recovered) {
         // Without a directory of our own, these are still the only downloads.
         if (isMade || downloads == Downloads::Remove)
-            tree::remove(path, ignored);
+            fstree::remove(path, ignored);
     }
     if (!isMade)
         return;
-    if (downloads == Downloads::Keep && !tree::names(this->downloads()).empty())
+    if (downloads == Downloads::Keep && !fstree::names(this->downloads()).empty())
         removeContents(m_path, downloadsName);
     else
-        tree::remove(m_path, ignored);
+        fstree::remove(m_path, ignored);
 }

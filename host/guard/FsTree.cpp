@@ -1,6 +1,6 @@
 // Lists and removes directories, through open directories and without following links.
 
-#include "host/guard/Tree.h"
+#include "host/guard/FsTree.h"
 
 #include <QFile>
 
@@ -11,7 +11,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-namespace tree {
+namespace fstree {
 
 namespace {
 
@@ -207,4 +207,4 @@ QString systemError(const QByteArray& path)
     return QFile::decodeName(path) + QStringLiteral(": ") + qt_error_string(error);
 }
 
-} // namespace tree
+} // namespace fstree

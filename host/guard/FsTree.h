@@ -1,14 +1,14 @@
 // What a directory holds, entry by entry. No link is followed on the way.
 //
-//   tree::Entries entries;
+//   fstree::Entries entries;
 //   QString why;
-//   if (tree::read("/opt/editor", entries, why))
+//   if (fstree::read("/opt/editor", entries, why))
 //       entries.at("Contents/Info.txt").size;
-//   tree::remove("/opt/editor.old", why);
+//   fstree::remove("/opt/editor.old", why);
 //
 // Paths are bytes, as the system has them: a name need not be text.
-#ifndef HOST_GUARD_TREE_H
-#define HOST_GUARD_TREE_H
+#ifndef HOST_GUARD_FSTREE_H
+#define HOST_GUARD_FSTREE_H
 
 #include <QByteArray>
 #include <QString>
@@ -18,7 +18,7 @@
 
 #include <sys/stat.h>
 
-namespace tree {
+namespace fstree {
 
 enum class Kind { Directory, File, Link, Other };
 
@@ -56,6 +56,6 @@ QByteArray joined(const QByteArray& path, const QByteArray& name);
 /// Returns "PATH: MESSAGE" for the error that the last system call left in errno.
 QString systemError(const QByteArray& path);
 
-} // namespace tree
+} // namespace fstree
 
-#endif // HOST_GUARD_TREE_H
+#endif // HOST_GUARD_FSTREE_H
