@@ -1,0 +1,1 @@
+# updater-guard, which makes an update atomic.
