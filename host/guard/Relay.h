@@ -33,8 +33,8 @@ public:
     /// says what is wrong.
     bool listen(QString& why);
 
-    /// Of the version file. The path begins with 128 random bits in hexadecimal digits, so that other
-    /// users of the machine cannot guess it.
+    /// Of the version file. The path begins with 128 random bits in hexadecimal digits, so that
+    /// other users of the machine cannot guess it.
     QString url() const;
 
     /// True when every file of @p downloads was asked for and sent whole at least once.
