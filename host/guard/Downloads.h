@@ -40,10 +40,13 @@ public:
               QObject* parent = nullptr);
     ~Downloads() override;
 
-    /// Begins. What an earlier run has verified is checked again and used; what it has begun is
-    /// continued with a range request, or fetched whole when the server does not allow that or the
-    /// whole does not have the digest. Each file is tried three times in all.
+    /// Begins, in the event loop. What an earlier run has verified is checked again and used; what
+    /// it has begun is continued with a range request, or fetched whole when the server does not
+    /// allow that or the whole does not have the digest. Each file is tried three times in all.
     void start();
+
+    /// True when @p file was given to the constructor.
+    bool contains(const ProgramFile& file) const;
 
     /// The state of @p file; Failed also for a file that was not given to the constructor.
     State stateOf(const ProgramFile& file) const;
@@ -54,7 +57,7 @@ public:
     /// Why the first file that failed did; empty while none has.
     QString failure() const;
 
-    /// True when the failure is that the disk is full.
+    /// True when a file failed because the disk is full. Then all that were not ready have failed.
     bool isDiskFull() const;
 
     qint64 bytesDownloaded() const; ///< From the server, in this run, as they are on disk.
@@ -65,7 +68,8 @@ public:
     static QString keyOf(const ProgramFile& file);
 
 Q_SIGNALS:
-    /// The state of all files of this key is final.
+    /// The state of all files of this key is final. Emitted from the event loop, once for each key,
+    /// and once for all files without a key.
     void settled(const QString& key);
 
 private:

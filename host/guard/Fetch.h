@@ -11,6 +11,8 @@
 #include <QString>
 #include <QUrl>
 
+class QNetworkReply;
+
 struct Fetched
 {
     QByteArray body;
@@ -26,5 +28,13 @@ Fetched fetch(const QUrl& url, qint64 mostBytes, int seconds);
 /// unpacks to (callers count), no HTTP/2 (Qt 6 loses requests there while the server closes a
 /// connection).
 QNetworkRequest guardedRequest(const QUrl& url);
+
+/// Why the body of @p reply is not wanted: there is no answer, or its status is not 200. Empty when
+/// it is wanted. For a reply whose header has come or that has ended.
+QString refusalOf(const QNetworkReply& reply);
+
+/// Why the body of @p reply, which has ended, is not whole after @p received bytes; empty when
+/// nothing is known against it.
+QString damageOf(const QNetworkReply& reply, qint64 received);
 
 #endif // HOST_GUARD_FETCH_H

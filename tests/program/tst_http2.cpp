@@ -10,9 +10,9 @@
 #include "tests/support/Needs.h"
 #include "tests/support/Nginx.h"
 #include "tests/support/OwnProcess.h"
-#include "tests/support/Relay.h"
 #include "tests/support/Row.h"
 #include "tests/support/Scene.h"
+#include "tests/support/TcpRelay.h"
 #include "tests/support/TestMain.h"
 
 #include <QSslConfiguration>
@@ -103,7 +103,7 @@ enum class Break { Stream, StreamAtOnce, ConnectionClosed, ConnectionReset };
 } // namespace
 
 Q_DECLARE_METATYPE(Break)
-Q_DECLARE_METATYPE(Relay::Ending)
+Q_DECLARE_METATYPE(TcpRelay::Ending)
 
 class TestHttp2 : public QObject
 {
@@ -217,23 +217,23 @@ private Q_SLOTS:
 
     void droppedConnectionIsReplaced_data()
     {
-        QTest::addColumn<Relay::Ending>("ending");
+        QTest::addColumn<TcpRelay::Ending>("ending");
         QTest::addColumn<int>("times");
-        row("closed once", Relay::Close, 1);
-        row("closed twice", Relay::Close, 2);
-        row("reset once", Relay::Reset, 1);
-        row("reset twice", Relay::Reset, 2);
+        row("closed once", TcpRelay::Close, 1);
+        row("closed twice", TcpRelay::Close, 2);
+        row("reset once", TcpRelay::Reset, 1);
+        row("reset twice", TcpRelay::Reset, 2);
     }
 
     void droppedConnectionIsReplaced()
     {
         if (!http2IsOffered)
             QSKIP(NO_HTTP2);
-        QFETCH(Relay::Ending, ending);
+        QFETCH(TcpRelay::Ending, ending);
         QFETCH(int, times);
         Http2Scene scene;
         const auto server = serve(rootAt(scene.releaseDir));
-        Relay relay(server->port());
+        TcpRelay relay(server->port());
         relay.cut(cuts(times), ending);
         QCOMPARE(run(scene, through(relay)), 0);
         QCOMPARE(protocolsOf(*server), QStringList{"HTTP/2.0"});
@@ -276,9 +276,9 @@ private Q_SLOTS:
         if (cause == Break::StreamAtOnce)
             rules += "location = " + pathOfVictim().toUtf8() + " { return 444; }";
         const auto server = serve(rules);
-        Relay relay(server->port());
+        TcpRelay relay(server->port());
         if (!streams)
-            relay.cut(cuts(3), cause == Break::ConnectionReset ? Relay::Reset : Relay::Close);
+            relay.cut(cuts(3), cause == Break::ConnectionReset ? TcpRelay::Reset : TcpRelay::Close);
         const MessageBoxes boxes;
 
         QCOMPARE(scene.updateHere(through(relay)), 1);
@@ -312,7 +312,7 @@ private Q_SLOTS:
         Http2Scene scene;
         const auto server = serve(rootAt(scene.releaseDir) + "ssl_protocols TLSv1.2;" +
                                   "keepalive_requests " + QByteArray::number(perConnection) + ";");
-        Relay relay(server->port());
+        TcpRelay relay(server->port());
         if (endIsHidden)
             relay.hideEnds();
         start(scene, through(relay));
@@ -349,7 +349,7 @@ private:
             0, times);
     }
 
-    static QString through(const Relay& relay)
+    static QString through(const TcpRelay& relay)
     {
         return QString("https://127.0.0.1:%1/index.txt").arg(relay.port());
     }

@@ -4,9 +4,9 @@
 #include "tests/support/HttpServer.h"
 #include "tests/support/Needs.h"
 #include "tests/support/Nginx.h"
-#include "tests/support/Relay.h"
 #include "tests/support/Row.h"
 #include "tests/support/Scene.h"
+#include "tests/support/TcpRelay.h"
 #include "tests/support/TestMain.h"
 
 namespace {
@@ -99,7 +99,7 @@ private Q_SLOTS:
         RoutedScene scene;
         const Nginx server(scene.releaseDir,
                            authority.issueNamed("updates", "DNS:updates.example"));
-        Relay proxy(server.port());
+        TcpRelay proxy(server.port());
         proxy.beProxy();
         scene.updater.setWrapper(*command);
         scene.updater.setEnvironment("https_proxy",

@@ -1,6 +1,6 @@
 // Passes data between a client and a server, and ends connections as a network does.
-#ifndef TESTS_SUPPORT_RELAY_H
-#define TESTS_SUPPORT_RELAY_H
+#ifndef TESTS_SUPPORT_TCPRELAY_H
+#define TESTS_SUPPORT_TCPRELAY_H
 
 #include <QByteArray>
 #include <QList>
@@ -12,10 +12,10 @@ class QTcpSocket;
 
 /// Takes connections on 127.0.0.1, on a port that the system picks, and passes on what goes over
 /// them to and from a server there. Works from the event loop of the test.
-class Relay : public QObject
+class TcpRelay : public QObject
 {
 public:
-    explicit Relay(quint16 serverPort);
+    explicit TcpRelay(quint16 serverPort);
 
     quint16 port() const { return m_server.serverPort(); }
 
@@ -58,4 +58,4 @@ private:
     int m_connections = 0;
 };
 
-#endif // TESTS_SUPPORT_RELAY_H
+#endif // TESTS_SUPPORT_TCPRELAY_H

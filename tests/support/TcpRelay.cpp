@@ -1,4 +1,4 @@
-#include "tests/support/Relay.h"
+#include "tests/support/TcpRelay.h"
 
 #include "tests/support/Sockets.h"
 
@@ -30,7 +30,7 @@ QByteArray takeRecordsWithoutAlerts(QByteArray& received)
 
 } // namespace
 
-Relay::Relay(quint16 serverPort) : m_serverPort(serverPort)
+TcpRelay::TcpRelay(quint16 serverPort) : m_serverPort(serverPort)
 {
     connect(&m_server, &QTcpServer::newConnection, this, [this] {
         while (QTcpSocket* client = m_server.nextPendingConnection())
@@ -40,13 +40,13 @@ Relay::Relay(quint16 serverPort) : m_serverPort(serverPort)
         qFatal("test fixture: cannot listen on 127.0.0.1");
 }
 
-void Relay::cut(const QList<qint64>& bytes, Ending ending)
+void TcpRelay::cut(const QList<qint64>& bytes, Ending ending)
 {
     m_cuts = bytes;
     m_ending = ending;
 }
 
-void Relay::accept(QTcpSocket* client)
+void TcpRelay::accept(QTcpSocket* client)
 {
     ++m_connections;
     constexpr qint64 unlimited = -1;
@@ -83,7 +83,7 @@ void Relay::accept(QTcpSocket* client)
 }
 
 /// @return False when the client has not said all of it yet.
-bool Relay::takeTarget(QTcpSocket* client)
+bool TcpRelay::takeTarget(QTcpSocket* client)
 {
     const auto end = client->peek(client->bytesAvailable()).indexOf("\r\n\r\n");
     if (end < 0)
@@ -93,7 +93,7 @@ bool Relay::takeTarget(QTcpSocket* client)
     return true;
 }
 
-void Relay::end(QTcpSocket* client) const
+void TcpRelay::end(QTcpSocket* client) const
 {
     client->flush();
     if (m_ending == Reset)
