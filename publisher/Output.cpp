@@ -1,4 +1,4 @@
-// Where results, findings, notes and progress are written to, and how they are escaped.
+// Where results, findings, notes and progress are written to.
 
 #include "publisher/Output.h"
 
@@ -6,34 +6,10 @@
 
 namespace publisher {
 
-namespace {
-
-QString escaped(QChar character)
-{
-    const ushort code = character.unicode();
-    return code < 0x100 ? QStringLiteral("\\x%1").arg(code, 2, 16, QLatin1Char('0'))
-                        : QStringLiteral("\\u%1").arg(code, 4, 16, QLatin1Char('0'));
-}
-
-} // namespace
-
 void write(FILE* stream, const QString& text)
 {
     const QByteArray bytes = text.toLocal8Bit();
     std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stream);
-}
-
-QString printable(const QString& text)
-{
-    QString shown;
-    for (const QChar character : text) {
-        // A surrogate cannot be judged on its own; keep it.
-        if (character.isPrint() || character.isSurrogate())
-            shown += character;
-        else
-            shown += escaped(character);
-    }
-    return shown;
 }
 
 void Output::finding(const QString& where, const QString& what)

@@ -5,6 +5,8 @@
 #ifndef PUBLISHER_OUTPUT_H
 #define PUBLISHER_OUTPUT_H
 
+#include "manifest/Printable.h"
+
 #include <QString>
 
 #include <cstdio>
@@ -14,11 +16,7 @@ namespace publisher {
 /// Writes @p text to @p stream as it is, in the system's encoding.
 void write(FILE* stream, const QString& text);
 
-/// Escapes every unprintable character in @p text, line breaks included, as \xNN or \uNNNN. File
-/// names are untrusted and could contain terminal control sequences.
-QString printable(const QString& text);
-
-/// Takes the output of a command, and counts the findings.
+/// Takes the output of a command, escapes what cannot be printed, and counts the findings.
 class Output
 {
 public:
@@ -27,13 +25,13 @@ public:
     Q_DISABLE_COPY(Output)
 
     /// Writes a line of the result.
-    void line(const QString& text) { writeLine(printable(text)); }
+    void line(const QString& text) { writeLine(manifest::printable(text)); }
 
     /// Writes one problem: where it is, and what it is.
     void finding(const QString& where, const QString& what);
 
     /// Writes a line about the run that is not part of the result.
-    void note(const QString& text) { writeNote(printable(text)); }
+    void note(const QString& text) { writeNote(manifest::printable(text)); }
 
     /// Shows that step @p step of @p total has begun; 0 when all have ended.
     virtual void progress(qsizetype step, qsizetype total) = 0;

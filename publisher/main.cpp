@@ -1,6 +1,7 @@
 // updater-release: picks the command, reads its options, and turns its findings into the exit
 // status.
 
+#include "manifest/Printable.h"
 #include "publisher/Diff.h"
 #include "publisher/Lint.h"
 #include "publisher/Output.h"
@@ -69,7 +70,7 @@ QVector<Command> commands()
 
 ExitStatus refuse(const QString& why)
 {
-    publisher::write(stderr, publisher::printable(QLatin1String("updater-release: ") + why) +
+    publisher::write(stderr, manifest::printable(QLatin1String("updater-release: ") + why) +
                                  QLatin1String("\nTry \"updater-release --help\".\n"));
     return WrongUsage;
 }

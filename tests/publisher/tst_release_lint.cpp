@@ -466,7 +466,7 @@ private Q_SLOTS:
         QCOMPARE(output.findings(), counts ? 1 : 0);
         QCOMPARE(output.lines.size(), 1);
         const QString begin = counts ? QString() : QString("accepted: ");
-        QVERIFY2(output.lines.first().startsWith(begin + publisher::printable(name) + ": "),
+        QVERIFY2(output.lines.first().startsWith(begin + manifest::printable(name) + ": "),
                  qPrintable(output.lines.first()));
     }
 

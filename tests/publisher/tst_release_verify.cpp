@@ -178,7 +178,7 @@ private Q_SLOTS:
         int fine = 0;
         for (const QString& name : std::as_const(names)) {
             const QString top = name.section('/', 0, 0);
-            if (found.contains(publisher::printable(top)))
+            if (found.contains(manifest::printable(top)))
                 continue;
             files::write(dir / "fine" + "/" + name, name.toUtf8());
             ++fine;

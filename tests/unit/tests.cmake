@@ -12,6 +12,7 @@ foreach(source
     ManifestWriter
     Options
     Paths
+    Printable
     Progress
     QtVersions
     Report
