@@ -97,8 +97,10 @@ int Guard::run()
     if (result == DirectoryLock::Busy)
         return end(Locked, "busy", QStringLiteral("another update of this installation runs"));
     if (m_options.waitFor > 0 && !processes::waitForEnd(m_options.waitFor, m_options.waitSeconds)) {
+        const Status status =
+            end(NotInstalled, "failed", QStringLiteral("the application still runs"));
         m_state.write(m_outcome);
-        return end(NotInstalled, "failed", QStringLiteral("the application still runs"));
+        return status;
     }
     const Status status = result == DirectoryLock::Taken
                               ? update()

@@ -1,8 +1,14 @@
-# updater-guard, which makes an update atomic.
+# updater-guard, where it is built.
+
 if(NOT TARGET updater_guard_parts)
   return()
 endif()
-foreach(name guardclone)
+
+foreach(name guard guardclone guardkilled)
   updater_test(${name})
   target_link_libraries(tst_${name} PRIVATE updater_guard_parts)
+  target_compile_definitions(tst_${name} PRIVATE
+    GUARD_EXECUTABLE="$<TARGET_FILE:updater-guard>"
+    UPDATER_EXECUTABLE="$<TARGET_FILE:updater>")
+  add_dependencies(tst_${name} updater-guard)
 endforeach()

@@ -117,9 +117,8 @@ private Q_SLOTS:
     {
         CloneScene scene;
         scene.clone();
-        QCOMPARE(tree::lines(scene.different),
-                 tree::lines({tree::entry("more/new.txt", "more"),
-                              tree::entry("sub/old.txt", "new")}));
+        QCOMPARE(tree::lines(scene.different), tree::lines({tree::entry("more/new.txt", "more"),
+                                                            tree::entry("sub/old.txt", "new")}));
     }
 
     void cloneSharesAllButWhatIsReplaced()
@@ -147,13 +146,17 @@ private Q_SLOTS:
         const auto add = [](const char* name, const Act& act, const char* why) {
             row(name, act, QString(why));
         };
-        add("FIFO", [](CloneScene& s) { tree::makeFifo(s.directory + "/sub/fifo"); },
+        add(
+            "FIFO", [](CloneScene& s) { tree::makeFifo(s.directory + "/sub/fifo"); },
             "sub/fifo: neither a file nor a directory nor a link");
-        add("socket", [](CloneScene& s) { tree::makeSocket(s.directory + "/sub/s"); },
+        add(
+            "socket", [](CloneScene& s) { tree::makeSocket(s.directory + "/sub/s"); },
             "sub/s: neither a file nor a directory nor a link");
-        add("set-uid file", [](CloneScene& s) { files::setMode(s.directory + "/gone.txt", 04755); },
+        add(
+            "set-uid file", [](CloneScene& s) { files::setMode(s.directory + "/gone.txt", 04755); },
             "gone.txt: a set-uid or set-gid file");
-        add("set-gid file", [](CloneScene& s) { files::setMode(s.directory + "/gone.txt", 02755); },
+        add(
+            "set-gid file", [](CloneScene& s) { files::setMode(s.directory + "/gone.txt", 02755); },
             "gone.txt: a set-uid or set-gid file");
     }
 
@@ -208,56 +211,70 @@ private Q_SLOTS:
         const auto add = [](const char* name, const Act& act, const char* why) {
             row(name, act, QString(why));
         };
-        add("file added", [](CloneScene& s) { files::write(s.path + "/evil", ""); },
+        add(
+            "file added", [](CloneScene& s) { files::write(s.path + "/evil", ""); },
             "evil was added");
-        add("directory added", [](CloneScene& s) { files::makeDirectory(s.path + "/sub/evil"); },
+        add(
+            "directory added", [](CloneScene& s) { files::makeDirectory(s.path + "/sub/evil"); },
             "sub/evil was added");
-        add("link added", [](CloneScene& s) { files::link("sub", s.path + "/evil"); },
+        add(
+            "link added", [](CloneScene& s) { files::link("sub", s.path + "/evil"); },
             "evil was added");
-        add("unlisted file removed", [](CloneScene& s) { QFile::remove(s.path + "/gone.txt"); },
+        add(
+            "unlisted file removed", [](CloneScene& s) { QFile::remove(s.path + "/gone.txt"); },
             "gone.txt was changed");
-        add("unlisted file replaced",
+        add(
+            "unlisted file replaced",
             [](CloneScene& s) {
                 QFile::remove(s.path + "/gone.txt");
                 files::write(s.path + "/gone.txt", "gone");
             },
             "gone.txt was changed");
-        add("directory removed", [](CloneScene& s) { QDir().rmdir(s.path + "/empty"); },
+        add(
+            "directory removed", [](CloneScene& s) { QDir().rmdir(s.path + "/empty"); },
             "empty was changed");
-        add("link changed",
+        add(
+            "link changed",
             [](CloneScene& s) {
                 QFile::remove(s.path + "/outward");
                 files::link("/tmp", s.path + "/outward");
             },
             "outward was changed");
-        add("link became a directory",
+        add(
+            "link became a directory",
             [](CloneScene& s) {
                 QFile::remove(s.path + "/outward");
                 files::makeDirectory(s.path + "/outward");
             },
             "outward was changed");
-        add("new file missing", [](CloneScene& s) { QFile::remove(s.path + "/more/new.txt"); },
+        add(
+            "new file missing", [](CloneScene& s) { QFile::remove(s.path + "/more/new.txt"); },
             "more/new.txt is missing or damaged");
-        add("new file too long",
+        add(
+            "new file too long",
             [](CloneScene& s) { files::write(s.path + "/more/new.txt", "more!"); },
             "more/new.txt is missing or damaged");
-        add("new file damaged",
+        add(
+            "new file damaged",
             [](CloneScene& s) { files::write(s.path + "/more/new.txt", "mere"); },
             "more/new.txt is missing or damaged");
-        add("new file is a link",
+        add(
+            "new file is a link",
             [](CloneScene& s) {
                 files::write(s.top + "/elsewhere", "more");
                 QFile::remove(s.path + "/more/new.txt");
                 files::link(s.top + "/elsewhere", s.path + "/more/new.txt");
             },
             "more/new.txt is not a file of its own");
-        add("new file has another link",
+        add(
+            "new file has another link",
             [](CloneScene& s) {
                 ::link(QFile::encodeName(s.path + "/more/new.txt").constData(),
                        QFile::encodeName(s.top + "/elsewhere").constData());
             },
             "more/new.txt is not a file of its own");
-        add("listed file damaged in place",
+        add(
+            "listed file damaged in place",
             [](CloneScene& s) { files::write(s.path + "/sub/same.txt", "sam!"); },
             "sub/same.txt is missing or damaged");
     }
@@ -300,10 +317,11 @@ private Q_SLOTS:
         QVERIFY(scene.makeAndUpdate());
         files::setMode(scene.path + "/sub/old.txt", 0600); // As after an umask of 077.
         files::setMode(scene.path + "/more/new.txt", 0600);
-        QVERIFY2(scene.clone().setModes(
-                     [=](const QByteArray& name) { return name == "sub/old.txt" && mustBeExecutable; },
-                     scene.why),
-                 qPrintable(scene.why));
+        QVERIFY2(
+            scene.clone().setModes(
+                [=](const QByteArray& name) { return name == "sub/old.txt" && mustBeExecutable; },
+                scene.why),
+            qPrintable(scene.why));
         QCOMPARE(files::mode(scene.path + "/sub/old.txt"), after);
         QCOMPARE(files::mode(scene.path + "/more/new.txt"), 0644U);
         QCOMPARE(files::mode(scene.directory + "/sub/old.txt"), before);
@@ -387,7 +405,7 @@ private Q_SLOTS:
 
         QVERIFY2(scene.clone().catchUp(scene.why), qPrintable(scene.why));
         QStringList expected = files::list(from);
-        expected.append({"more/new.txt"});
+        expected.append("more/new.txt");
         expected.sort();
         QCOMPARE(files::list(scene.path), expected);
         QCOMPARE(files::read(scene.path + "/log/yesterday.log"), QByteArray("written in place"));
@@ -401,7 +419,9 @@ private Q_SLOTS:
     void changeOfAListedFileIsFound_data()
     {
         QTest::addColumn<Act>("act");
-        const auto add = [](const char* name, const Act& act) { row(name, act); };
+        const auto add = [](const char* name, const Act& act) {
+            row(name, act);
+        };
         add("written in place",
             [](CloneScene& s) { files::write(s.directory + "/sub/same.txt", "sane"); });
         add("replaced by the same", [](CloneScene& s) {
