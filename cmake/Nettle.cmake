@@ -1,10 +1,12 @@
 # Which library does SHA-1 (UPDATER_NETTLE). To link Nettle statically, give the archive:
 # -DUPDATER_NETTLE=ON -DUPDATER_NETTLE_LIBRARY=/path/to/libnettle.a
+# Nettle's second library, hogweed, does Ed25519. Without it updater-guard is not built.
 
 if(UPDATER_NETTLE)
   find_path(UPDATER_NETTLE_INCLUDE_DIR nettle/sha1.h)
   find_library(UPDATER_NETTLE_LIBRARY nettle)
-  mark_as_advanced(UPDATER_NETTLE_INCLUDE_DIR UPDATER_NETTLE_LIBRARY)
+  find_library(UPDATER_HOGWEED_LIBRARY hogweed)
+  mark_as_advanced(UPDATER_NETTLE_INCLUDE_DIR UPDATER_NETTLE_LIBRARY UPDATER_HOGWEED_LIBRARY)
 endif()
 if(UPDATER_NETTLE AND UPDATER_NETTLE_INCLUDE_DIR AND UPDATER_NETTLE_LIBRARY)
   set(updater_has_nettle TRUE)
