@@ -27,6 +27,7 @@ ODD = "the toolkit('s)?|blanks?|place markers?|mends?|mended|makes? good"
 # Names in the code, markup of man pages, and a message that hosts may know by its spelling.
 CODESPELL = ["codespell", "--ignore-words-list=allright,ue,upto,uptodate,wronly",
              r"--ignore-regex=\\\(bu|error occured"]
+OPTION = r"(?<![\w-])--?[a-z]+(?:-[a-z]+)*"
 
 findings: list[str] = []
 anchors: dict[Path, list[str]] = {}  # Of each page.
@@ -119,7 +120,7 @@ def check_words(paths: list[Path]) -> None:
 def check_man_page(page: str, version: str, known: list[str]) -> None:
     text = Path(page).read_text().replace("\\", "")
     tags = " ".join(re.findall(r"\n\.TP\n(.*)", text))
-    for option in set(re.findall(r"(?<![\w-])--?[a-z]+", tags)) ^ set(known):
+    for option in set(re.findall(OPTION, tags)) ^ set(known):
         report(page, 1, f"{option} is not an option of both the program and the page")
     if f'"updater {version}"' not in text.partition("\n")[0]:
         report(page, 1, f"it is not of version {version}")
@@ -138,7 +139,10 @@ def main(updater_release: str) -> None:
     for command in re.findall(r"\n  (\w+) [A-Z]", text):
         text += output_of(updater_release, command, "--help")
     found = re.findall(r"\n  (-.*?)  ", text)
-    check_man_page("docs/updater-release.1", version, re.findall(r"--?[a-z]+", " ".join(found)))
+    check_man_page("docs/updater-release.1", version, re.findall(OPTION, " ".join(found)))
+    text = Path("host/guard/GuardOptions.cpp").read_text()
+    found = re.findall(r'{QStringLiteral\("([a-z-]+)"\)', text)
+    check_man_page("docs/updater-guard.1", version, [f"--{name}" for name in found])
     if f"\n## {version}" != re.search("\n## \\S+", Path("CHANGELOG.md").read_text())[0]:
         report("CHANGELOG.md", 1, f"its newest version is not {version}")
 

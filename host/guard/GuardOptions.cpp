@@ -68,8 +68,8 @@ QString guardHelp(const QCommandLineParser& parser)
     return QStringLiteral(
                "Usage: updater-guard --name NAME --dir DIR --version-installed VERSION\n"
                "                     --url URL --exe EXE [OPTION...]\n\n"
-               "Has the updater update a copy of the program in DIR, verifies the copy, and "
-               "exchanges the two\nin one step.\n\n%1\n"
+               "Has the updater update a copy of DIR, verifies the copy, and exchanges the two in "
+               "one step.\n\n%1\n"
                "Exit status: 0 installed, or nothing to do; 1 not installed, the old release is "
                "untouched;\n2 wrong usage; 3 another update of DIR runs; 4 the release is "
                "refused.\n")
@@ -204,7 +204,7 @@ std::optional<int> readOptions(const QStringList& arguments, GuardOptions& optio
 
     QString why;
     if (!parser.positionalArguments().isEmpty())
-        why = QLatin1String("this is no option: ") + parser.positionalArguments().constFirst();
+        why = QLatin1String("unexpected argument: ") + parser.positionalArguments().constFirst();
     if (why.isEmpty())
         why = readTexts(parser, options);
     if (why.isEmpty())

@@ -16,12 +16,11 @@ namespace names {
 /// Returns why the release @p data must not be installed into @p directory, empty when it may.
 /// Refused are:
 ///   - a version or a program name with a separator, because the updater makes a directory of both;
-///   - a file name that is empty, is absolute, is listed twice, is also the directory of another
-///   one,
-///     or has a component that is empty, "." or "..";
+///   - a file name that is empty, is absolute, is too long for a file system, is listed twice, is
+///     also the directory of another one, or has a component that is empty, "." or "..";
 ///   - a file name whose directory, in @p directory, is a symbolic link that is absolute or leads
-///     out of it.
-/// Both "/" and "\" separate components.
+///     out of it, is behind too many links, or cannot be looked up.
+/// Both "/" and "\" separate components. The reason has no control characters: it is for a log.
 QString refusal(const ProgramData& data, const QString& directory);
 
 } // namespace names
