@@ -2,6 +2,7 @@
 // started again.
 
 #include "tests/guard/GuardScene.h"
+#include "tests/support/Command.h"
 #include "tests/support/EditorRelease.h"
 #include "tests/support/FakeProgram.h"
 #include "tests/support/Needs.h"
@@ -341,6 +342,155 @@ private Q_SLOTS:
         QCOMPARE(scene.left(), QStringList());
     }
 
+    // ---- Signatures
+
+    void onlyWhatAKnownKeyHasSignedIsInstalled_data()
+    {
+        QTest::addColumn<QString>("keys");     // Of the guard, by name.
+        QTest::addColumn<QString>("signedBy"); // Empty: nothing is there.
+        QTest::addColumn<QString>("what");     // The version file that was signed.
+        QTest::addColumn<int>("status");
+        row("signed", "ours", "ours", "2.0", 0);
+        row("one of two keys", "other ours", "ours", "2.0", 0);
+        row("no signature", "ours", "", "2.0", 4);
+        row("another key", "ours", "other", "2.0", 4);
+        row("the signature of an earlier version file", "ours", "ours", "1.0", 4);
+    }
+
+    void onlyWhatAKnownKeyHasSignedIsInstalled()
+    {
+        QFETCH(QString, keys);
+        QFETCH(QString, signedBy);
+        QFETCH(QString, what);
+        QFETCH(int, status);
+        NEEDS_PROGRAM("signify-openbsd");
+        GuardScene scene;
+        QStringList options;
+        for (const QString& key : keys.split(' ')) {
+            makeKey(scene.dir / key);
+            options << "--public-key" << scene.dir / (key + ".pub");
+        }
+        if (!signedBy.isEmpty()) {
+            if (!keys.contains(signedBy))
+                makeKey(scene.dir / signedBy);
+            const QByteArray versionFile = files::read(scene.releaseDir + "/index.txt");
+            files::write(scene.dir / "signed",
+                         what == "2.0" ? versionFile : editorVersionFile("1.0"));
+            mustRun({"signify-openbsd", "-S", "-s", scene.dir / (signedBy + ".sec"), "-m",
+                     scene.dir / "signed", "-x", scene.dir / "signature"});
+            scene.server.serve("/index.txt.sig",
+                               HttpReply::ok(files::read(scene.dir / "signature")));
+        }
+        QCOMPARE(scene.guard(options), status);
+        QCOMPARE(scene.state(), status == 0 ? QString("2.0") : QString("1.0"));
+        // They are two requests: when they do not match, both are made once more.
+        QCOMPARE(scene.server.requestsFor("/index.txt"), status == 0 ? 1 : 2);
+        QTRY_COMPARE(scene.program.starts().size(), 1);
+    }
+
+    /// The version file is fetched once: what it was when it was checked counts.
+    void versionFileThatChangesIsNotLookedAtAgain()
+    {
+        GuardScene scene;
+        const QByteArray evil = editorVersionFile("2.0", {tree::entry("../../../evil.txt", "evil"),
+                                                          tree::entry("Contents/plug-in", "evil")});
+        scene.server.serveInTurn(
+            "/index.txt",
+            {HttpReply::ok(files::read(scene.releaseDir + "/index.txt")), HttpReply::ok(evil)});
+        scene.server.serveAllElse(HttpReply::ok("evil"));
+        QCOMPARE(scene.guard(), 0);
+        QCOMPARE(scene.state(), QString("2.0"));
+        QCOMPARE(scene.server.requestsFor("/index.txt"), 1);
+    }
+
+    // ---- A disk that is full
+
+    void fullDiskLeavesTheOldRelease_data()
+    {
+        QTest::addColumn<int>("kibibytes");
+        QTest::addColumn<int>("status");
+        // The old release has 100 KiB, the download as much, and the updater saves it once more.
+        row("no room for the clone", 128, -1);
+        row("no room for the downloads", 190, 1);
+        row("no room for what the updater saves", 280, 1);
+        row("room enough", 600, 0);
+    }
+
+    void fullDiskLeavesTheOldRelease()
+    {
+        QFETCH(int, kibibytes);
+        QFETCH(int, status);
+        GuardScene scene;
+        const QString parent = scene.dir / "installed";
+        const QString after = scene.dir / "after";
+        files::makeDirectory(after);
+        UNDER_TMPFS(command, parent, QString("size=%1k").arg(kibibytes), after);
+        scene.updater.setWrapper(*command);
+        const int ended = scene.guard({"--no-relaunch"});
+        if (status >= 0)
+            QCOMPARE(ended, status);
+        else
+            QVERIFY(ended == 1 || ended == 4);
+        QVERIFY(QDir(scene.installDir).removeRecursively());
+        mustRun({"cp", "-a", after + "/Editor.app", scene.installDir});
+        QCOMPARE(scene.state(), status == 0 ? QString("2.0") : QString("1.0"));
+        // The space is free again.
+        QCOMPARE(QDir(after).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+                 QStringList{"Editor.app"});
+    }
+
+    // ---- Other programs
+
+    void whatOthersWriteDuringTheUpdateIsKept()
+    {
+        GuardScene scene;
+        scene.server.serve("/Contents/data.bin",
+                           HttpReply::hold(HttpReply::ok(scene.published["Contents/data.bin"])));
+        scene.updater.start(scene.options({"--no-relaunch"}));
+        QVERIFY(scene.waitForRequests("Contents/data.bin"));
+        files::write(scene.installedPath("Contents/.hidden/user.cfg"), "changed");
+        files::write(scene.installedPath("Contents/cache/new.txt"), "made");
+        QFile::remove(scene.installedPath("Contents/dropped.txt"));
+        scene.server.release();
+        QVERIFY(scene.updater.waitForEnd());
+        QCOMPARE(scene.updater.exitStatus(), 0);
+        QCOMPARE(files::read(scene.installedPath("Contents/.hidden/user.cfg")),
+                 QByteArray("changed"));
+        QCOMPARE(files::read(scene.installedPath("Contents/cache/new.txt")), QByteArray("made"));
+        QVERIFY(!QFile::exists(scene.installedPath("Contents/dropped.txt")));
+        QCOMPARE(files::read(scene.installedPath("Contents/new/more.txt")), QByteArray("new"));
+    }
+
+    void listedFileThatOthersChangeStopsTheUpdate()
+    {
+        GuardScene scene;
+        scene.server.serve("/Contents/data.bin",
+                           HttpReply::hold(HttpReply::ok(scene.published["Contents/data.bin"])));
+        scene.updater.start(scene.options({"--no-relaunch"}));
+        QVERIFY(scene.waitForRequests("Contents/data.bin"));
+        files::write(scene.installedPath("Contents/data.bin"), "of somebody else");
+        scene.server.release();
+        QVERIFY(scene.updater.waitForEnd());
+        QCOMPARE(scene.updater.exitStatus(), 1);
+        QCOMPARE(files::read(scene.installedPath("Contents/data.bin")),
+                 QByteArray("of somebody else"));
+        QVERIFY(!QFile::exists(scene.installedPath("Contents/new")));
+        QCOMPARE(scene.left(), QStringList());
+    }
+
+    /// While an update runs, no one else can read or replace what it works with.
+    void othersCannotLookIntoTheHiddenDirectory()
+    {
+        GuardScene scene;
+        scene.server.serve("/Contents/data.bin", HttpReply::hold(HttpReply()));
+        scene.updater.start(scene.options({"--no-relaunch"}));
+        QVERIFY(scene.waitForRequests("Contents/data.bin"));
+        const QStringList hidden = scene.left();
+        QCOMPARE(hidden.size(), 1);
+        QCOMPARE(files::mode(scene.dir / "installed/" + hidden.first()), 0700U);
+        scene.updater.kill();
+    }
+
     // ---- Kinds of installations
 
     void directoriesWithoutWritePermissionAreUpdated()
@@ -441,6 +591,12 @@ private Q_SLOTS:
     }
 
 private:
+    /// Makes the files PATH.pub and PATH.sec.
+    static void makeKey(const QString& path)
+    {
+        mustRun({"signify-openbsd", "-G", "-n", "-p", path + ".pub", "-s", path + ".sec"});
+    }
+
     static struct stat statusOf(const QString& path)
     {
         struct stat status{};

@@ -5,17 +5,9 @@
 #include "tests/support/Row.h"
 #include "tests/support/Scene.h"
 #include "tests/support/TestMain.h"
+#include "tests/support/X11.h"
 
 namespace {
-
-/// Runs @p command on the X server and returns what it prints.
-QString x11(const QString& command, const QStringList& arguments)
-{
-    QProcess process;
-    process.start(command, arguments);
-    process.waitForFinished();
-    return QString::fromUtf8(process.readAllStandardOutput()).trimmed();
-}
 
 /// An update of two files on the X server. What becomes of the second one is up to the test.
 class WindowScene : public ServedScene
@@ -43,13 +35,7 @@ class TestWindow : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase()
-    {
-        if (qEnvironmentVariableIsEmpty("DISPLAY"))
-            QSKIP("there is no X server (DISPLAY is not set); run this under xvfb-run");
-        NEEDS_PROGRAM("xdotool");
-        NEEDS_PROGRAM("xprop");
-    }
+    void initTestCase() { NEEDS_X11(); }
 
     void boxIsClosedAndTheUpdateEndsWithOne_data()
     {
