@@ -1,4 +1,5 @@
-// Signatures of version files: Ed25519, in the files that "signify-openbsd" and "minisign -l" write.
+// Signatures of version files: Ed25519, in the files that "signify-openbsd" and "minisign -l"
+// write.
 //
 //   QString why;
 //   const std::optional<PublicKey> key = PublicKey::fromFile("editor.pub", why);
