@@ -2,6 +2,7 @@
 
 #include <UpdaterHost/UpdateCheck.h>
 
+#include <QCoreApplication>
 #include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
@@ -54,13 +55,38 @@ QString linkTo(const QString& directory)
     return isAscii(link) && QFile::link(directory, link) ? link : QString();
 }
 
-/// An update that replaces the updater installs it without execute permission.
-void makeExecutable(const QString& updater)
+/// An update that brings a program, or replaces it, installs it without execute permission.
+void makeExecutable(const QString& program)
 {
-    const QFileInfo file(updater);
+    const QFileInfo file(program);
     if (file.isFile() && !file.isExecutable())
-        QFile::setPermissions(updater, file.permissions() | QFile::ExeOwner | QFile::ExeGroup |
+        QFile::setPermissions(program, file.permissions() | QFile::ExeOwner | QFile::ExeGroup |
                                            QFile::ExeOther);
+}
+
+/// Returns the path of the guard that is beside @p updater; empty when there is none.
+QString guardBeside(const QString& updater)
+{
+    const QFileInfo guard(QFileInfo(updater).dir(), QStringLiteral("updater-guard"));
+    return guard.isFile() ? guard.filePath() : QString();
+}
+
+QStringList guardArguments(const HostInfo& info)
+{
+    return {QStringLiteral("--name"),
+            info.name,
+            QStringLiteral("--dir"),
+            info.baseDir,
+            QStringLiteral("--version-installed"),
+            info.version,
+            QStringLiteral("--url"),
+            info.url,
+            QStringLiteral("--exe"),
+            info.exe,
+            QStringLiteral("--updater"),
+            info.updater,
+            QStringLiteral("--wait-for"),
+            QString::number(QCoreApplication::applicationPid())};
 }
 
 } // namespace
@@ -120,6 +146,12 @@ bool UpdateCheck::start()
 
 bool UpdateCheck::startUpdate() const
 {
+    makeExecutable(m_info.updater);
+    const QString guard = guardBeside(m_info.updater);
+    if (!guard.isEmpty()) {
+        makeExecutable(guard);
+        return QProcess::startDetached(guard, guardArguments(m_info));
+    }
     QString baseDir = m_info.baseDir;
     QString exe = m_info.exe;
     // The updater reads its command line one character per byte.

@@ -683,6 +683,26 @@ private Q_SLOTS:
         QCOMPARE(updater.arguments(), updateArguments(info));
     }
 
+    /// It waits for the host, and takes any path as it is.
+    void guardIsStartedWhereThereIsOne()
+    {
+        const FakeUpdater updater("exit 1\n");
+        HostInfo info = updater.host();
+        info.baseDir = QString::fromUtf8("/nowhere/j\xC3\xBCrgen/Editor.app");
+        const QString guard = updater / "updater-guard";
+        files::write(guard, shellScript("dir=${0%/*}\n" + QByteArray(recordingArguments)));
+        files::setMode(guard, 0644); // As an update installs it.
+        files::setMode(info.updater, 0644);
+        QVERIFY(UpdateCheck(info).startUpdate());
+        QCOMPARE(updater.arguments(),
+                 QStringList({"--name", info.name, "--dir", info.baseDir, "--version-installed",
+                              info.version, "--url", info.url, "--exe", info.exe, "--updater",
+                              info.updater, "--wait-for",
+                              QString::number(QCoreApplication::applicationPid())}));
+        QCOMPARE(files::mode(guard), 0755U);
+        QCOMPARE(files::mode(info.updater), 0755U);
+    }
+
     void pathsArePassedInAscii_data()
     {
         QTest::addColumn<QString>("baseDir");

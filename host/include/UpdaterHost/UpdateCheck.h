@@ -71,10 +71,13 @@ public:
     bool isRunning() const { return m_running; }
 
     /// Starts the update as a process of its own. The host should quit at once, so that its files
-    /// can be replaced. The updater reads its command line one character per byte, so an
+    /// can be replaced.
+    ///
+    /// With "updater-guard" beside the updater, the guard is started, and waits until the host has
+    /// ended. Otherwise it is the updater. That reads its command line one character per byte, so an
     /// installation directory whose path is not ASCII is updated through a link in the temporary
     /// directory.
-    /// @return False when the updater could not be started or the link could not be made.
+    /// @return False when the program could not be started or the link could not be made.
     bool startUpdate() const;
 
 Q_SIGNALS:
