@@ -26,8 +26,14 @@ add_dependencies(tst_hostkit updater_host)
 if(TARGET editor)
   updater_test(editor)
   target_link_libraries(tst_editor PRIVATE editor_parts)
+  set(guard "")
+  if(TARGET updater-guard)
+    set(guard $<TARGET_FILE:updater-guard>)
+    add_dependencies(tst_editor updater-guard)
+  endif()
   target_compile_definitions(tst_editor PRIVATE
     EDITOR_EXECUTABLE="$<TARGET_FILE:editor>"
+    GUARD_EXECUTABLE="${guard}"
     UPDATER_EXECUTABLE="$<TARGET_FILE:updater>")
   add_dependencies(tst_editor editor)
 endif()

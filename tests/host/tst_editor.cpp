@@ -24,13 +24,16 @@
 
 namespace {
 
-/// Makes an installed Editor of @p version in @p dir. Each version has a different updater, so that
-/// an update replaces it.
-void makeBundle(const QString& dir, const QByteArray& version, const QString& url)
+/// Makes an installed Editor of @p version in @p dir, with or without a guard. Each version has a
+/// different updater and guard, so that an update replaces them.
+void makeBundle(const QString& dir, const QByteArray& version, const QString& url,
+                bool hasGuard = false)
 {
     const QString macOs = dir + "/Contents/MacOS";
     files::writeExecutable(macOs + "/Editor", files::read(EDITOR_EXECUTABLE) + version);
     files::writeExecutable(macOs + "/updater", files::read(UPDATER_EXECUTABLE) + version);
+    if (hasGuard)
+        files::writeExecutable(macOs + "/updater-guard", files::read(GUARD_EXECUTABLE) + version);
     files::write(dir + "/Contents/Resources/about.ini",
                  "name=Editor\nversion=" + version + "\nurl=" + url.toUtf8() + "\n");
 }
@@ -187,20 +190,25 @@ private Q_SLOTS:
     {
         QTest::addColumn<QStringList>("buildOptions");
         QTest::addColumn<QString>("announcement");
-        row("optional update", QStringList(), "version 2.0 is published");
-        row("required update", QStringList{"-r"}, "version 2.0 is published and required");
+        QTest::addColumn<bool>("hasGuard");
+        const QString optional = "version 2.0 is published";
+        row("optional update", QStringList(), optional, false);
+        row("required update", QStringList{"-r"}, optional + " and required", false);
+        if (!QString(GUARD_EXECUTABLE).isEmpty())
+            row("guarded update", QStringList(), optional, true);
     }
 
     void editorUpdatesItself()
     {
         QFETCH(QStringList, buildOptions);
         QFETCH(QString, announcement);
+        QFETCH(bool, hasGuard);
         NEEDS_NGINX();
         const TestDir dir;
         const Nginx nginx(dir / "www");
         const QString url = nginx.url("/editor/index.txt");
-        makeBundle(dir / "www/editor", "2.0", url);
-        makeBundle(dir / "Editor.app", "1.0", url);
+        makeBundle(dir / "www/editor", "2.0", url, hasGuard);
+        makeBundle(dir / "Editor.app", "1.0", url, hasGuard);
         files::write(dir / "CHANGES.txt", "Faster start-up\n");
         release::describe(dir / "www/editor", "Editor", "2.0",
                           buildOptions + QStringList{"--changelog", dir / "CHANGES.txt"});
@@ -215,9 +223,18 @@ private Q_SLOTS:
         QCOMPARE(differencesFromRelease(dir / "Editor.app", dir / "www/editor"), QStringList());
     }
 
-    /// The updater that the first update installs does the second one.
+    void editorUpdatesItselfTwice_data()
+    {
+        QTest::addColumn<bool>("bringsGuard");
+        row("without a guard", false);
+        if (!QString(GUARD_EXECUTABLE).isEmpty())
+            row("the first update brings a guard", true);
+    }
+
+    /// The updater that the first update installs does the second one, and the guard as well.
     void editorUpdatesItselfTwice()
     {
+        QFETCH(bool, bringsGuard);
         NEEDS_NGINX();
         const TestDir dir;
         const Nginx nginx(dir / "www");
@@ -226,7 +243,7 @@ private Q_SLOTS:
         for (const QByteArray version : {"2.0", "3.0"}) {
             const QString name = "Editor " + version;
             QDir(dir / "www/editor").removeRecursively();
-            makeBundle(dir / "www/editor", version, url);
+            makeBundle(dir / "www/editor", version, url, bringsGuard);
             release::describe(dir / "www/editor", "Editor", version);
             runEditor(dir);
             QTRY_COMPARE_WITH_TIMEOUT(reportedInLog(dir).mid(3),

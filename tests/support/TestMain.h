@@ -8,7 +8,7 @@
 #include <QDir>
 #include <QTest>
 
-/// Gives the process a temporary, a runtime and a configuration directory of its own, removed at
+/// Gives the process temporary, runtime, configuration and data directories of its own, removed at
 /// the end, and the offscreen platform unless another is set. So tests can run side by side, do not
 /// depend on the user's configuration of Qt, and leave no files. Construct it before the
 /// application object.
@@ -20,12 +20,14 @@ public:
         files::makeDirectory(m_dir.filePath("tmp"));
         files::makeDirectory(m_dir.filePath("run"));
         files::makeDirectory(m_dir.filePath("config"));
+        files::makeDirectory(m_dir.filePath("data"));
         QFile::setPermissions(m_dir.filePath("run"),
                               QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         qputenv("TMPDIR", QFile::encodeName(m_dir.filePath("tmp")));
         qputenv("XDG_RUNTIME_DIR", QFile::encodeName(m_dir.filePath("run")));
         qputenv("XDG_CONFIG_HOME", QFile::encodeName(m_dir.filePath("config")));
         qputenv("XDG_CONFIG_DIRS", QFile::encodeName(m_dir.filePath("config")));
+        qputenv("XDG_DATA_HOME", QFile::encodeName(m_dir.filePath("data")));
         for (const char* name : {"QT_LOGGING_RULES", "QT_LOGGING_CONF", "QT_MESSAGE_PATTERN"})
             qunsetenv(name);
         if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
