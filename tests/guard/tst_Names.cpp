@@ -233,6 +233,8 @@ private Q_SLOTS:
             QStringList{"l -> m/..", "m -> real/deep"}, "l/f", "");
         row("target that goes up from what is not there", QStringList{"l -> none/../../outside"},
             "l/f", out);
+        row("target that goes up from what is not there, inside", QStringList{"l -> none/../real"},
+            "l/f", "");
         row("below a directory that is not there, then up to a link",
             QStringList{"l -> none/..", "m -> ../outside"}, "l/m/f", out);
 
