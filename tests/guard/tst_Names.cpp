@@ -348,7 +348,7 @@ private Q_SLOTS:
     void whatIsAllowedStaysInside()
     {
         QRandomGenerator random(4711);
-        const int rounds = everyRowIsWanted() ? 20000 : 1000;
+        const int rounds = everyRowIsWanted() ? 10000 : 1000;
         int allowed = 0;
         int refused = 0;
         for (int round = 0; round < rounds; ++round) {
