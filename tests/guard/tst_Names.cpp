@@ -233,6 +233,8 @@ private Q_SLOTS:
             QStringList{"l -> m/..", "m -> real/deep"}, "l/f", "");
         row("target that goes up from what is not there", QStringList{"l -> none/../../outside"},
             "l/f", out);
+        row("target that goes up from what is not there, inside", QStringList{"l -> none/../real"},
+            "l/f", "");
         row("below a directory that is not there, then up to a link",
             QStringList{"l -> none/..", "m -> ../outside"}, "l/m/f", out);
 
@@ -346,7 +348,7 @@ private Q_SLOTS:
     void whatIsAllowedStaysInside()
     {
         QRandomGenerator random(4711);
-        const int rounds = everyRowIsWanted() ? 20000 : 1000;
+        const int rounds = everyRowIsWanted() ? 10000 : 1000;
         int allowed = 0;
         int refused = 0;
         for (int round = 0; round < rounds; ++round) {

@@ -37,6 +37,7 @@ private Q_SLOTS:
         row("hyphen is no part", "2.0-1", "=", "2.0-2");
         row("comma is no dot", "2,0", "=", "2,1");
         row("dot at the end", "2.", "=", "2");
+        row("dot at the end, higher numbers", "2.", "<", "2.0.1");
         row("two dots end the numbers", "2..1", "=", "2");
         row("numbers after two dots", "2..1", "<", "2.0.1");
 
@@ -54,6 +55,8 @@ private Q_SLOTS:
         row("v", "v1.2", "=", "1.2");
         row("V", "V1.2", "=", "1.2");
         row("v compared by value", "v1.9", "<", "v1.10");
+        row("v and none", "1.2", "<", "v1.3");
+        row("V and none", "V1.2", "<", "1.3");
         row("v and a space", "v 1.2", "=", "9");
         row("two v", "vv1", "=", "9");
         row("v alone", "v", "=", "1");
