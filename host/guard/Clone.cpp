@@ -102,10 +102,15 @@ QVector<ProgramFile> Clone::findDifferences()
 {
     QVector<ProgramFile> different;
     for (const ProgramFile& file : m_release.files) {
-        if (isIntact(QFile::decodeName(sourcePath(QFile::encodeName(file.name))), file))
-            continue;
-        different.append(file);
-        m_replaced.insert(pathOf(file.name));
+        const QByteArray name = QFile::encodeName(file.name);
+        Entry entry;
+        fstree::readEntry(sourcePath(name), entry);
+        if (isIntact(QFile::decodeName(sourcePath(name)), file)) {
+            m_intact[name] = entry;
+        } else {
+            different.append(file);
+            m_replaced.insert(pathOf(file.name));
+        }
     }
     return different;
 }
@@ -124,6 +129,10 @@ bool Clone::make(const QByteArray& path, QString& why)
     }
     const fstree::Entries entries = m_source;
     for (const auto& [name, entry] : entries) {
+        // Written since it was hashed? (A new link changes the time that is compared here.)
+        const auto intact = m_intact.find(name);
+        if (intact != m_intact.end() && !fstree::isUntouched(intact->second, entry))
+            m_intact.erase(intact);
         if (m_replaced.count(name) == 0 && !add(name, entry, why))
             return false;
     }
@@ -217,12 +226,23 @@ bool Clone::isWhole(QString& why)
         }
     }
     for (const ProgramFile& file : m_release.files) {
-        if (!isIntact(QFile::decodeName(clonePath(QFile::encodeName(file.name))), file)) {
-            why = about(QFile::encodeName(file.name), "is missing or damaged");
+        const QByteArray name = QFile::encodeName(file.name);
+        if (!isStillIntact(name, clone) && !isIntact(QFile::decodeName(clonePath(name)), file)) {
+            why = about(name, "is missing or damaged");
             return false;
         }
     }
     return true;
+}
+
+/// True when the file @p name of the clone is a link to one that was found intact, and that nobody
+/// has touched since. It need not be hashed once more.
+bool Clone::isStillIntact(const QByteArray& name, const fstree::Entries& clone) const
+{
+    const auto linked = m_source.find(name);
+    const auto found = clone.find(name);
+    return m_intact.count(name) != 0 && linked != m_source.end() && found != clone.end() &&
+           fstree::isUntouched(linked->second, found->second) && fstree::wasQuiet(found->second);
 }
 
 bool Clone::setModes(const std::function<bool(const QByteArray&)>& mustBeExecutable, QString& why)

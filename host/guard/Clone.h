@@ -76,6 +76,7 @@ private:
     bool addFile(const QByteArray& name, QString& why);
     bool isTheSame(const QByteArray& name, const fstree::Entry& source,
                    const fstree::Entry& clone) const;
+    bool isStillIntact(const QByteArray& name, const fstree::Entries& clone) const;
     bool isExpected(const QByteArray& name) const;
     bool setMode(const QByteArray& name, mode_t mode, QString& why);
     bool makeOwn(const QByteArray& name, QString& why);
@@ -89,6 +90,7 @@ private:
     std::set<QByteArray> m_parents;  ///< Directories that these are in.
     std::set<QByteArray> m_replaced; ///< Files that are missing or different.
     std::set<QByteArray> m_removed;  ///< Obsolete files.
+    fstree::Entries m_intact;        ///< Files of the release that were found intact, as they were.
     fstree::Entries m_source;        ///< The installation as it was cloned.
     fstree::Entries m_copies;        ///< Files of the clone that could not be links.
     mutable std::map<QByteArray, QByteArray> m_realDirectories; ///< By the names in the release.

@@ -36,12 +36,25 @@ timespec modifiedAt(const struct stat& status)
 {
     return status.st_mtimespec;
 }
+timespec changedAt(const struct stat& status)
+{
+    return status.st_ctimespec;
+}
 #else
 timespec modifiedAt(const struct stat& status)
 {
     return status.st_mtim;
 }
+timespec changedAt(const struct stat& status)
+{
+    return status.st_ctim;
+}
 #endif
+
+bool isSameTime(const timespec& one, const timespec& other)
+{
+    return one.tv_sec == other.tv_sec && one.tv_nsec == other.tv_nsec;
+}
 
 bool readTarget(int directory, const char* name, Entry& entry)
 {
@@ -182,10 +195,20 @@ bool isUnchanged(const Entry& one, const Entry& other)
         return false;
     if (one.kind == Kind::Directory)
         return true;
-    const timespec then = modifiedAt(a);
-    const timespec now = modifiedAt(b);
     return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size &&
-           then.tv_sec == now.tv_sec && then.tv_nsec == now.tv_nsec && one.target == other.target;
+           isSameTime(modifiedAt(a), modifiedAt(b)) && one.target == other.target;
+}
+
+bool isUntouched(const Entry& one, const Entry& other)
+{
+    return one.kind == Kind::File && isUnchanged(one, other) &&
+           isSameTime(changedAt(one.status), changedAt(other.status));
+}
+
+bool wasQuiet(const Entry& entry)
+{
+    constexpr time_t enough = 2; // Seconds.
+    return changedAt(entry.status).tv_sec - modifiedAt(entry.status).tv_sec >= enough;
 }
 
 bool remove(const QByteArray& path, QString& why)

@@ -46,6 +46,14 @@ std::vector<QByteArray> names(const QByteArray& path);
 /// Directories are the same whatever they hold.
 bool isUnchanged(const Entry& one, const Entry& other);
 
+/// True when @p one and @p other are the same file, and no time of it has changed.
+bool isUntouched(const Entry& one, const Entry& other);
+
+/// True when the last change of the file @p entry, such as a new link, came some time after it was
+/// last written. The clock of a file system stands still for some milliseconds: a file that has
+/// just been written may be written again without a trace.
+bool wasQuiet(const Entry& entry);
+
 /// Removes @p path and all below it; nothing there is fine. Directories without write permission
 /// are removed as well. The mode of a file, which other links may share, is never changed.
 bool remove(const QByteArray& path, QString& why);

@@ -326,6 +326,8 @@ void Relay::Server::acceptConnections()
 {
     while (QTcpSocket* socket = m_server.nextPendingConnection()) {
         connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+        // A header must not wait until the client has acknowledged the last file: 40 ms for each.
+        socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
         new Conversation(*socket, m_site);
     }
 }

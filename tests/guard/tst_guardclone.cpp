@@ -11,6 +11,7 @@
 
 #include <functional>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -29,6 +30,24 @@ bool isSameFile(const QString& one, const QString& other)
     const struct stat a = statusOf(one);
     const struct stat b = statusOf(other);
     return a.st_ino != 0 && a.st_ino == b.st_ino && a.st_dev == b.st_dev;
+}
+
+void setLongAgo(const QString& path)
+{
+    const timespec times[] = {{1000000, 0}, {1000000, 0}};
+    ::utimensat(AT_FDCWD, QFile::encodeName(path).constData(), times, 0);
+}
+
+/// Waits until the file system of @p dir gives files another time than now.
+void waitForTheClock(const QString& dir)
+{
+    const auto timeOf = [&](const QString& name) {
+        files::write(dir + '/' + name, "");
+        return statusOf(dir + '/' + name).st_ctim.tv_nsec;
+    };
+    const auto before = timeOf("before");
+    if (!QTest::qWaitFor([&] { return timeOf("after") != before; }))
+        qFatal("the clock of the file system stands still");
 }
 
 ProgramData releaseOf(const Tree& tree)
@@ -289,6 +308,62 @@ private Q_SLOTS:
         act(scene);
         QVERIFY(!scene.clone().isWhole(scene.why));
         QCOMPARE(scene.why, why);
+    }
+
+    /// A file that was found intact is not hashed again, unless it was touched since.
+    void fileWrittenLongAgoIsCheckedAgainWhenItWasTouched_data()
+    {
+        QTest::addColumn<Act>("act");
+        QTest::addColumn<bool>("isWhole");
+        const auto add = [](const char* name, const Act& act, bool isWhole) {
+            row(name, act, isWhole);
+        };
+        add("untouched", [](CloneScene&) {}, true);
+        add(
+            "written", [](CloneScene& s) { files::write(s.path + "/sub/same.txt", "sane"); },
+            false);
+        add(
+            "written, and its time set back",
+            [](CloneScene& s) {
+                files::write(s.path + "/sub/same.txt", "sane");
+                setLongAgo(s.path + "/sub/same.txt");
+            },
+            false);
+        add(
+            "replaced",
+            [](CloneScene& s) {
+                QFile::remove(s.path + "/sub/same.txt");
+                files::write(s.path + "/sub/same.txt", "same");
+            },
+            false);
+    }
+
+    void fileWrittenLongAgoIsCheckedAgainWhenItWasTouched()
+    {
+        QFETCH(Act, act);
+        QFETCH(bool, isWhole);
+        CloneScene scene;
+        files::makeDirectory(scene.top + "/hidden");
+        setLongAgo(scene.directory + "/sub/same.txt");
+        QVERIFY(scene.makeAndUpdate());
+        waitForTheClock(scene.top);
+        act(scene);
+        QCOMPARE(scene.clone().isWhole(scene.why), isWhole);
+    }
+
+    /// Damage between the comparison and the clone.
+    void fileDamagedBeforeItIsLinkedIsFound()
+    {
+        CloneScene scene;
+        files::makeDirectory(scene.top + "/hidden");
+        setLongAgo(scene.directory + "/sub/same.txt");
+        scene.clone();
+        waitForTheClock(scene.top);
+        files::write(scene.directory + "/sub/same.txt", "sane");
+        setLongAgo(scene.directory + "/sub/same.txt");
+        QVERIFY(scene.makeAndUpdate());
+        QVERIFY(!scene.clone().isWhole(scene.why));
+        QCOMPARE(scene.why, QString("sub/same.txt is missing or damaged"));
     }
 
     void replacedFilesKeepTheirModes_data()
