@@ -1,5 +1,5 @@
-# Installs the updater into an application bundle, with UPDATER_INSTALL_INTO_BUNDLE.
-# Run by ctest: cmake -DUPDATER=<executable> -DSOURCE_DIR=... -DBUILD_DIR=... -DGENERATOR=...
+# Installs the updater and its guard into an application bundle, with UPDATER_INSTALL_INTO_BUNDLE.
+# Run by ctest: cmake -DUPDATER=<executable> -DGUARD=<executable or empty> -DSOURCE_DIR=... -DBUILD_DIR=... -DGENERATOR=...
 #                     -DCXX_COMPILER=... -DQT_MAJOR=5|6 -P bundle.cmake
 
 cmake_minimum_required(VERSION 3.16)
@@ -22,10 +22,14 @@ endif()
 # A path relative to the directory where cmake runs.
 run(0 ${CMAKE_COMMAND} -E chdir ${work}
   ${CMAKE_COMMAND} -S ${SOURCE_DIR} -B ${work}/build "-DUPDATER_INSTALL_INTO_BUNDLE=Some Editor.app")
-file(COPY ${UPDATER} DESTINATION ${work}/build)
+file(COPY ${UPDATER} ${GUARD} DESTINATION ${work}/build)
 run(0 ${CMAKE_COMMAND} --install ${work}/build --prefix ${work}/prefix)
 
-expect_files("${app}" "Contents/MacOS/Some Editor" Contents/MacOS/updater)
+set(guard "")
+if(GUARD)
+  set(guard Contents/MacOS/updater-guard)
+endif()
+expect_files("${app}" "Contents/MacOS/Some Editor" Contents/MacOS/updater ${guard})
 expect_files(${work}/prefix)
 expect_text("${app}/Contents/MacOS/Some Editor" "executable")
 # Without a mode it ends with 1.

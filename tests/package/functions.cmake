@@ -83,3 +83,6 @@ set(installed_files
   ${DATA}/updater/publish/publish.sh
   ${MAN}/man1/updater-release.1
   ${MAN}/man1/updater.1)
+if(GUARD)
+  list(APPEND installed_files ${BIN}/updater-guard ${MAN}/man1/updater-guard.1)
+endif()

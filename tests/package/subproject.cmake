@@ -30,7 +30,7 @@ endif()
 
 # Variables in the cache cannot be taken for the parent's.
 file(GLOB_RECURSE files ${SOURCE_DIR}/cmake/*.cmake)
-foreach(directory . host publisher examples/editor bench fuzz)
+foreach(directory . host host/guard publisher examples/editor bench fuzz)
   list(APPEND files ${SOURCE_DIR}/${directory}/CMakeLists.txt)
 endforeach()
 set(names "")

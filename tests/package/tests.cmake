@@ -8,9 +8,13 @@ function(package_test name script seconds)
   limit_time(${name} ${seconds})
 endfunction()
 
+set(guard "")
+if(TARGET updater-guard)
+  set(guard $<TARGET_FILE:updater-guard>)
+endif()
 set(installation_options
   -DBUILD_DIR=${CMAKE_BINARY_DIR} -DBIN=${CMAKE_INSTALL_BINDIR} -DMAN=${CMAKE_INSTALL_MANDIR}
-  -DDATA=${CMAKE_INSTALL_DATADIR})
+  -DDATA=${CMAKE_INSTALL_DATADIR} -DGUARD=${guard})
 set(project_options
   -DSOURCE_DIR=${PROJECT_SOURCE_DIR} -DGENERATOR=${CMAKE_GENERATOR}
   -DCXX_COMPILER=${CMAKE_CXX_COMPILER} -DQT_MAJOR=${QT_VERSION_MAJOR})
@@ -27,7 +31,7 @@ endforeach()
 
 # What is installed into an application bundle.
 package_test(bundle bundle 120 ${project_options}
-  -DUPDATER=$<TARGET_FILE:updater> -DBUILD_DIR=${CMAKE_BINARY_DIR})
+  -DUPDATER=$<TARGET_FILE:updater> -DGUARD=${guard} -DBUILD_DIR=${CMAKE_BINARY_DIR})
 
 # Without options and tools.
 package_test(plain plain 60 ${project_options}
