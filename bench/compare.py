@@ -35,10 +35,10 @@ LONGEST_RUN = 300  # Seconds.
 KIB, MIB = 1024, 1024 * 1024
 SMALL, LARGE = ("small", 20, 100, 8 * KIB), ("large", 1, 20, 50 * MIB)  # What is published.
 CHANGELOG = Path("place/tmp/velmora_cl_2.dat")  # What a check leaves.
-APPLICATION = {"application object": "only_application"}
+APPLICATION = {"application object, QtNetwork loaded": "only_application"}
 QT_ONLY = "Qt only: QApplication"
 
-build_directory, *words = sys.argv[1:]
+build_directory, before, *words = sys.argv[1:]
 smoke = "--smoke" in words
 with socket.create_server(("127.0.0.1", 0)) as free:
     port = free.getsockname()[1]
@@ -63,8 +63,10 @@ def run(command: str, status: int = 0) -> tuple[float, float, float]:
 
 def measure(title: str, runs: int, is_done, programs: dict[str, str], status: int = 0) -> None:
     """Prints a table. The updater is the first program."""
+    updater = next(iter(programs))
+    if before:
+        programs = {**programs, "updater before": f"{before}/{programs[updater]}"}
     names = list(programs)
-    updater = names[0]
     turns: list[dict[str, tuple]] = []
     for turn in range(1 if smoke else runs + 1):
         # A process begins as a copy of this one, which counts for its peak. That copy is small
@@ -77,7 +79,7 @@ def measure(title: str, runs: int, is_done, programs: dict[str, str], status: in
             for directory in ("installed", "new", "saved", "tmp"):
                 Path("place", directory).mkdir(parents=True)
             costs[name] = run(programs[name], status)
-            if name == updater and not is_done():
+            if name.startswith("updater") and not is_done():
                 sys.exit(f"its work is not done: {programs[name]}")
             # Where a file was deleted a moment ago, some file systems take long to make another.
             os.rename("place", f"earlier/{len(costs)}")
@@ -151,7 +153,8 @@ def startup() -> None:
             {"updater -u": f"updater -u -n Bench -v 2 -d place/installed -l {url}list.txt",
              **APPLICATION, **get})
     measure("Start-up: no mode at all", 40, lambda: True,
-            {"updater": "updater", "application object": "only_application 1"}, status=1)
+            {"updater": "updater", **{name: f"{program} 1" for name, program in APPLICATION.items()}},
+            status=1)
 
 
 def build() -> None:

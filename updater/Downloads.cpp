@@ -24,13 +24,15 @@ bool isIntact(const QByteArray& body, const ProgramFile& file)
            digest::isSame(digest::sha1(body), file.sha1);
 }
 
-/// Returns the body of @p reply, which has finished. What is known to be there is read first:
-/// readAll() alone makes room for twice as much.
-QByteArray bodyOf(QNetworkReply& reply)
+/// Fills @p body with the body of @p reply, which has finished. What is known to be there is read
+/// first, into the memory that @p body has: readAll() alone makes room for twice as much.
+void readBody(QNetworkReply& reply, QByteArray& body)
 {
-    QByteArray body = reply.read(reply.bytesAvailable());
+    using Size = decltype(body.size());
+    body.resize(static_cast<Size>(reply.bytesAvailable()));
+    const qint64 count = reply.read(body.data(), body.size());
+    body.resize(static_cast<Size>(qMax<qint64>(count, 0)));
     body += reply.readAll();
-    return body;
 }
 
 bool save(const QByteArray& body, const QString& path)
@@ -81,7 +83,7 @@ void Updater::fileDownloadFinished()
     const QString path = paths::withSeparator(tempDir) + file.name;
     if (const std::optional<QString> directory = paths::directoryPart(path))
         QDir().mkpath(*directory);
-    const QByteArray body = bodyOf(*reply);
+    readBody(*reply, body);
     reply->deleteLater();
 
     if (!isIntact(body, file)) {

@@ -10,6 +10,7 @@
 
 #include "manifest/ProgramData.h"
 
+#include <QByteArray>
 #include <QDir>
 #include <QNetworkAccessManager>
 #include <QObject>
@@ -205,6 +206,7 @@ private:
     QString tempDir;                  ///< Download directory; set when an update begins.
     bool checkOnly = false;           ///< Report the published version and end.
     int currentFile = 0;              ///< Index of the file being downloaded.
+    QByteArray body;                  ///< Of the last file; the next one uses its memory again.
     int downloadedFiles = 0;          ///< Files saved so far; kept, though nothing reads it.
     QProgressDialog* progressDialog = nullptr; ///< Owned; has no parent.
 
