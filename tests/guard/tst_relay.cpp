@@ -1,0 +1,3 @@
+// x
+#include <QObject>
+int main() {}
