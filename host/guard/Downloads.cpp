@@ -469,8 +469,8 @@ void Transfer::retry(const QString& why)
     m_ended(outcome);
 }
 
-/// Lets go of the reply, which ends the transfer. (abort() would emit signals, and complain after an
-/// error.)
+/// Lets go of the reply, which ends the transfer. (abort() would emit signals, and complain after
+/// an error.)
 void Transfer::drop()
 {
     m_stall.stop();
