@@ -400,7 +400,12 @@ void Transfer::finish()
     if (!m_reply)
         return;
     const QString damage = damageOf(*m_reply, m_received);
-    if (damage.isEmpty())
+    // A body of unknown length may have been cut without a sign, and the rest may still be had.
+    const bool isUnsure =
+        !m_reply->header(QNetworkRequest::ContentLengthHeader).isValid() || isEncoded(*m_reply);
+    if (damage.isEmpty() && isUnsure && m_part.size() < m_job.file.size)
+        retry(QStringLiteral("the transfer ended early"));
+    else if (damage.isEmpty())
         conclude();
     else
         retry(damage);
@@ -464,14 +469,14 @@ void Transfer::retry(const QString& why)
     m_ended(outcome);
 }
 
-/// Lets go of the reply. Without its signals: abort() would emit some of them here.
+/// Lets go of the reply, which ends the transfer. (abort() would emit signals, and complain after
+/// an error.)
 void Transfer::drop()
 {
     m_stall.stop();
     if (!m_reply)
         return;
     m_reply->disconnect(this);
-    m_reply->abort();
     m_reply->deleteLater();
     m_reply = nullptr;
 }

@@ -20,7 +20,9 @@ struct Fetched
 };
 
 /// Fetches @p url, in an event loop of its own. A compressed body is unpacked. A redirect, any HTTP
-/// status but 200, a body that is cut, and one of more than @p mostBytes are failures.
+/// status but 200, a body that is cut, and one of more than @p mostBytes are failures. (Qt does not
+/// notice the cut of every body that is compressed or comes in chunks. But a version file that has
+/// lost its end cannot be read, nor can a signature.)
 /// @param seconds give up when nothing comes for so long
 Fetched fetch(const QUrl& url, qint64 mostBytes, int seconds);
 

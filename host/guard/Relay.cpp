@@ -30,7 +30,8 @@ constexpr int relayBlock = 65536;
 /// What a client that asks for @p url names in the first line of its request.
 QByteArray targetOf(const QUrl& url)
 {
-    QString target = url.path(QUrl::FullyEncoded);
+    // Qt resolves "." and ".." before it asks.
+    QString target = url.adjusted(QUrl::NormalizePathSegments).path(QUrl::FullyEncoded);
     if (url.hasQuery())
         target += QLatin1Char('?') + url.query(QUrl::FullyEncoded);
     return target.toLatin1();

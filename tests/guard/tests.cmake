@@ -4,7 +4,18 @@ if(NOT TARGET updater_guard_parts)
   return()
 endif()
 
-foreach(name GuardOptions Names Signature Versions guard guardclone guardkilled guardwindow)
+foreach(name
+    GuardOptions
+    Names
+    Signature
+    Versions
+    guard
+    guardclone
+    guarddownloads
+    guardfetch
+    guardkilled
+    guardwindow
+    relay)
   if(name STREQUAL "guardwindow" AND UPDATER_XVFB_RUN)
     updater_test(${name} UNDER ${UPDATER_XVFB_RUN} -a)
   else()

@@ -18,11 +18,13 @@ bool isOne()
     return qEnvironmentVariableIsSet(marker);
 }
 
-QByteArray failureOf(const QString& test, const QMap<QString, QString>& variables)
+QByteArray failureOf(const QString& test, const QMap<QString, QString>& variables,
+                     const QStringList& wrapper)
 {
     QMap<QString, QString> all = variables;
     all.insert(QString::fromLatin1(marker), QStringLiteral("1"));
-    const CommandResult result = runCommand({QCoreApplication::applicationFilePath(), test}, all);
+    const CommandResult result =
+        runCommand(wrapper + QStringList{QCoreApplication::applicationFilePath(), test}, all);
     const bool passed = result.status == 0 && result.output.contains("3 passed, 0 failed");
     return passed ? QByteArray() : "In its own process:\n" + result.output.toLocal8Bit();
 }

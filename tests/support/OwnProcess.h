@@ -6,6 +6,7 @@
 #include <QByteArray>
 #include <QMap>
 #include <QString>
+#include <QStringList>
 
 namespace ownprocess {
 
@@ -13,9 +14,11 @@ namespace ownprocess {
 bool isOne();
 
 /// Starts this test program for the test function @p test, or "FUNCTION:ROW", alone, with
-/// @p variables in addition to its own environment, and waits for its end.
+/// @p variables in addition to its own environment, under the command @p wrapper if there is one,
+/// and waits for its end.
 /// @return Nothing when the row passed there, else what the process has printed.
-QByteArray failureOf(const QString& test, const QMap<QString, QString>& variables = {});
+QByteArray failureOf(const QString& test, const QMap<QString, QString>& variables = {},
+                     const QStringList& wrapper = {});
 
 /// Starts this test program for the current function and row alone and waits for its end.
 /// @return Nothing when the row passed there, else what the process has printed.
