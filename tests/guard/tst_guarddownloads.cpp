@@ -846,9 +846,11 @@ private Q_SLOTS:
         QTest::addColumn<HttpReply>("reply");
         HttpReply silent;
         silent.silent = true;
+        row("half a body", stalled("the contents", 6));
+        if (!everyRowIsWanted()) // Each takes three seconds.
+            return;
         row("no answer", silent);
         row("no body", stalled("the contents", 0));
-        row("half a body", stalled("the contents", 6));
     }
 
     void stalledTransferFailsInTheEnd()

@@ -5,6 +5,7 @@
 #include "tests/guard/StreamingServer.h"
 #include "tests/support/HttpServer.h"
 #include "tests/support/Row.h"
+#include "tests/support/Sample.h"
 #include "tests/support/TestMain.h"
 
 #include <QElapsedTimer>
@@ -178,8 +179,10 @@ private Q_SLOTS:
         HttpReply silent;
         silent.silent = true;
         row("no answer", silent);
-        row("no body", unfinished("", 100));
         row("half a body", unfinished("half", 8));
+        if (!everyRowIsWanted())
+            return;
+        row("no body", unfinished("", 100));
         row("half a chunk",
             HttpReply::with(HttpReply::KeepAlive, HttpReply::cutChunked(QByteArray(5000, 'c'))));
     }
@@ -202,6 +205,8 @@ private Q_SLOTS:
         const QByteArrayList chunks{"1\r\ns\r\n", "1\r\nl\r\n", "1\r\no\r\n", "1\r\nw\r\n",
                                     "1\r\nl\r\n", "1\r\ny\r\n", "0\r\n\r\n"};
         row("plain", headerFor(6), QByteArrayList{"s", "l", "o", "w", "l", "y"});
+        if (!everyRowIsWanted()) // Each takes three seconds.
+            return;
         row("in chunks", QByteArray("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n"),
             chunks);
         const QByteArray packed = HttpReply::gzipped("slowly").body;

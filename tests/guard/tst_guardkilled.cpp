@@ -173,7 +173,7 @@ private:
     {
         QTest::addColumn<int>("number");
         const auto count = static_cast<int>(m_calls.size());
-        const int mostOfASample = 16;
+        const int mostOfASample = 12;
         const int step = everyRowIsWanted() ? 1 : qMax(1, count / mostOfASample);
         for (int number = 0; number < count; number += step)
             row(QString("%1 of %2: %3").arg(number).arg(count).arg(m_calls[number].line.left(60)),
