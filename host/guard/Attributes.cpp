@@ -5,9 +5,9 @@
 
 #include "host/guard/FsTree.h"
 
-#include <QList>
-
 #include <cerrno>
+#include <cstring>
+#include <vector>
 
 #include <fcntl.h>
 #include <sys/xattr.h>
@@ -26,9 +26,9 @@ ssize_t valueOf(int file, const char* name, char* value, size_t size)
 {
     return ::fgetxattr(file, name, value, size, 0, 0);
 }
-int setValue(int file, const char* name, const QByteArray& value)
+int setValue(int file, const char* name, const char* value, size_t size)
 {
-    return ::fsetxattr(file, name, value.constData(), static_cast<size_t>(value.size()), 0, 0);
+    return ::fsetxattr(file, name, value, size, 0, 0);
 }
 #else
 ssize_t listed(int file, char* names, size_t size)
@@ -39,9 +39,9 @@ ssize_t valueOf(int file, const char* name, char* value, size_t size)
 {
     return ::fgetxattr(file, name, value, size);
 }
-int setValue(int file, const char* name, const QByteArray& value)
+int setValue(int file, const char* name, const char* value, size_t size)
 {
-    return ::fsetxattr(file, name, value.constData(), static_cast<size_t>(value.size()), 0);
+    return ::fsetxattr(file, name, value, size, 0);
 }
 #endif
 
@@ -50,18 +50,16 @@ constexpr int longestAttribute = 65536; // Linux allows no more, and names no lo
 /// Copies what can be copied: a file system may have none, and some are for the system alone.
 void copyExtended(int from, int to)
 {
-    QByteArray names(longestAttribute, '\0');
-    const ssize_t length = listed(from, names.data(), longestAttribute);
+    std::vector<char> names(longestAttribute);
+    const ssize_t length = listed(from, names.data(), names.size());
     if (length <= 0)
         return;
-    names.truncate(static_cast<int>(length));
-    QByteArray value(longestAttribute, '\0');
-    for (const QByteArray& name : names.split('\0')) {
-        if (name.isEmpty())
-            continue;
-        const ssize_t size = valueOf(from, name.constData(), value.data(), longestAttribute);
+    std::vector<char> value(longestAttribute);
+    const char* const end = names.data() + length;
+    for (const char* name = names.data(); name < end; name += std::strlen(name) + 1) {
+        const ssize_t size = valueOf(from, name, value.data(), value.size());
         if (size >= 0)
-            setValue(to, name.constData(), value.left(static_cast<int>(size)));
+            setValue(to, name, value.data(), static_cast<size_t>(size));
     }
 }
 

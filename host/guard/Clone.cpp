@@ -15,14 +15,11 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-using fstree::Entry;
-using fstree::Kind;
-
 namespace {
 
 constexpr mode_t modeBits = 07777;
 
-mode_t modeOf(const Entry& entry)
+mode_t modeOf(const fstree::Entry& entry)
 {
     return entry.status.st_mode & modeBits;
 }
@@ -44,11 +41,11 @@ mode_t executable(mode_t mode)
     return mode | S_IXUSR | ((mode & (S_IRGRP | S_IROTH)) >> 2);
 }
 
-QString refusalToClone(const Entry& entry)
+QString refusalToClone(const fstree::Entry& entry)
 {
-    if (entry.kind == Kind::Other)
+    if (entry.kind == fstree::Kind::Other)
         return QStringLiteral(": neither a file nor a directory nor a link");
-    if (entry.kind == Kind::File && (entry.status.st_mode & (S_ISUID | S_ISGID)) != 0)
+    if (entry.kind == fstree::Kind::File && (entry.status.st_mode & (S_ISUID | S_ISGID)) != 0)
         return QStringLiteral(": a set-uid or set-gid file");
     return QString();
 }
@@ -103,7 +100,7 @@ QVector<ProgramFile> Clone::findDifferences()
     QVector<ProgramFile> different;
     for (const ProgramFile& file : m_release.files) {
         const QByteArray name = QFile::encodeName(file.name);
-        Entry entry;
+        fstree::Entry entry;
         fstree::readEntry(sourcePath(name), entry);
         if (isIntact(QFile::decodeName(sourcePath(name)), file)) {
             m_intact[name] = entry;
@@ -141,22 +138,22 @@ bool Clone::make(const QByteArray& path, QString& why)
 
 /// Makes @p name, which the installation has, in the clone. Directories can be written until the
 /// end, whatever their mode.
-bool Clone::add(const QByteArray& name, const Entry& entry, QString& why)
+bool Clone::add(const QByteArray& name, const fstree::Entry& entry, QString& why)
 {
     const QByteArray path = clonePath(name);
     switch (entry.kind) {
-    case Kind::Directory: {
+    case fstree::Kind::Directory: {
         if (::mkdir(path.constData(), S_IRWXU) != 0 && errno != EEXIST)
             break;
         return attributes::copyDirectory(sourcePath(name), path, modeOf(entry) | S_IRWXU, why);
     }
-    case Kind::Link:
+    case fstree::Kind::Link:
         if (::symlink(entry.target.constData(), path.constData()) != 0)
             break;
         return true;
-    case Kind::File:
+    case fstree::Kind::File:
         return addFile(name, why);
-    case Kind::Other:
+    case fstree::Kind::Other:
         why = QFile::decodeName(sourcePath(name)) + refusalToClone(entry);
         return false;
     }
@@ -179,13 +176,14 @@ bool Clone::addFile(const QByteArray& name, QString& why)
     return attributes::copyFile(source, path, why) && fstree::readEntry(path, m_copies[name]);
 }
 
-bool Clone::isTheSame(const QByteArray& name, const Entry& source, const Entry& clone) const
+bool Clone::isTheSame(const QByteArray& name, const fstree::Entry& source,
+                      const fstree::Entry& clone) const
 {
     if (source.kind != clone.kind)
         return false;
-    if (source.kind == Kind::Link)
+    if (source.kind == fstree::Kind::Link)
         return source.target == clone.target;
-    if (source.kind == Kind::Directory)
+    if (source.kind == fstree::Kind::Directory)
         return true;
     const auto copy = m_copies.find(name);
     if (copy != m_copies.end())
@@ -211,7 +209,7 @@ bool Clone::isWhole(QString& why)
         }
         // Its mode will be set: nobody else may see it.
         if (m_replaced.count(name) != 0 &&
-            (entry.kind != Kind::File || entry.status.st_nlink != 1)) {
+            (entry.kind != fstree::Kind::File || entry.status.st_nlink != 1)) {
             why = about(name, "is not a file of its own");
             return false;
         }
@@ -250,7 +248,7 @@ bool Clone::setModes(const std::function<bool(const QByteArray&)>& mustBeExecuta
     for (const QByteArray& name : m_listed) {
         const bool isReplaced = m_replaced.count(name) != 0;
         const auto old = m_source.find(name);
-        const bool isOld = old != m_source.end() && old->second.kind == Kind::File;
+        const bool isOld = old != m_source.end() && old->second.kind == fstree::Kind::File;
         if (!isReplaced && !isOld)
             continue;
         mode_t mode = isOld ? modeOf(old->second) : S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH;
@@ -274,7 +272,7 @@ bool Clone::setMode(const QByteArray& name, mode_t mode, QString& why)
     const auto old = m_source.find(name);
     // A group that the user is not in cannot be given; then the user's own stays.
     const bool hasOtherGroup =
-        old != m_source.end() && old->second.kind == Kind::File &&
+        old != m_source.end() && old->second.kind == fstree::Kind::File &&
         ::lchown(path.constData(), static_cast<uid_t>(-1), old->second.status.st_gid) != 0;
     Q_UNUSED(hasOtherGroup)
     if (::chmod(path.constData(), mode) == 0)
@@ -301,7 +299,7 @@ bool Clone::removeObsolete(const ProgramData& earlier, QString& why)
     for (const ProgramFile& file : earlier.files) {
         const QByteArray name = pathOf(file.name);
         const auto old = m_source.find(name);
-        const bool isFile = old != m_source.end() && old->second.kind == Kind::File;
+        const bool isFile = old != m_source.end() && old->second.kind == fstree::Kind::File;
         const QByteArray path = clonePath(name);
         if (!isFile || m_listed.count(name) != 0 || !isIntact(QFile::decodeName(path), file))
             continue;
@@ -350,7 +348,7 @@ bool Clone::removeGone(const fstree::Entries& now, QString& why)
         const auto& [name, entry] = *then;
         const auto found = now.find(name);
         const bool isThere = found != now.end() && found->second.kind == entry.kind;
-        const bool isDirectory = entry.kind == Kind::Directory;
+        const bool isDirectory = entry.kind == fstree::Kind::Directory;
         if (isThere && (isDirectory || fstree::isUnchanged(entry, found->second)))
             continue;
         if (m_removed.count(name) != 0)
@@ -379,7 +377,7 @@ bool Clone::setModesOfDirectories(QString& why)
         return false;
     // What a directory holds before the directory, which may be closed afterwards.
     for (auto entry = clone.rbegin(); entry != clone.rend(); ++entry) {
-        if (entry->second.kind != Kind::Directory)
+        if (entry->second.kind != fstree::Kind::Directory)
             continue;
         const auto old = m_source.find(entry->first);
         const mode_t special = modeOf(entry->second) & (S_ISGID | S_ISVTX);

@@ -179,7 +179,7 @@ bool isThere(const QString& path, const ProgramFile& file)
 }
 
 /// What became of a file.
-struct Outcome
+struct TransferResult
 {
     bool isReady = false;
     QString failure;       ///< When it is not.
@@ -217,7 +217,7 @@ public:
         QString path;     ///< Where the file is put.
         int milliseconds; ///< See Downloads::Settings::stallSeconds.
     };
-    using Ended = std::function<void(const Outcome&)>;
+    using Ended = std::function<void(const TransferResult&)>;
 
     /// Keeps references to @p manager and to @p downloaded, which counts the bytes that come.
     Transfer(const Job& job, QNetworkAccessManager& manager, qint64& downloaded, Ended ended);
@@ -464,7 +464,7 @@ void Transfer::retry(const QString& why)
         requestSoon();
         return;
     }
-    Outcome outcome;
+    TransferResult outcome;
     outcome.failure = why;
     m_ended(outcome);
 }
@@ -484,7 +484,7 @@ void Transfer::drop()
 void Transfer::endReady(qint64 reused)
 {
     drop();
-    Outcome outcome;
+    TransferResult outcome;
     outcome.isReady = true;
     outcome.reused = reused;
     m_ended(outcome);
@@ -493,18 +493,18 @@ void Transfer::endReady(qint64 reused)
 void Transfer::endWithError(int error)
 {
     drop();
-    Outcome outcome;
+    TransferResult outcome;
     outcome.failure = QStringLiteral("cannot be written: ") + qt_error_string(error);
     outcome.diskFull = error == ENOSPC || error == EDQUOT;
     m_ended(outcome);
 }
 
 /// What identifies an entry that was given to the constructor.
-using Entry = QPair<QString, QString>;
+using EntryKey = QPair<QString, QString>;
 
-Entry entryOf(const ProgramFile& file)
+EntryKey entryKeyOf(const ProgramFile& file)
 {
-    return Entry(file.name, Downloads::keyOf(file));
+    return EntryKey(file.name, Downloads::keyOf(file));
 }
 
 bool isSha1(const QString& text)
@@ -526,7 +526,7 @@ public:
     Transfers(const Settings& settings, const QVector<ProgramFile>& files, Downloads& owner);
 
     void startSoon();
-    bool contains(const ProgramFile& file) const { return m_entries.contains(entryOf(file)); }
+    bool contains(const ProgramFile& file) const { return m_entries.contains(entryKeyOf(file)); }
     State stateOf(const ProgramFile& file) const;
     QString pathOf(const QString& key) const { return QDir(m_settings.directory).filePath(key); }
 
@@ -538,13 +538,13 @@ public:
 private:
     void startNext();
     void startTransfer(size_t slot, const ProgramFile& file);
-    void ended(size_t slot, const ProgramFile& file, const Outcome& outcome);
-    void settle(const ProgramFile& file, const Outcome& outcome);
-    void giveUpAll(const Outcome& outcome);
+    void ended(size_t slot, const ProgramFile& file, const TransferResult& outcome);
+    void settle(const ProgramFile& file, const TransferResult& outcome);
+    void giveUpAll(const TransferResult& outcome);
 
     const Settings m_settings;
     Downloads& m_owner;
-    QSet<Entry> m_entries;
+    QSet<EntryKey> m_entries;
     QHash<QString, State> m_states; ///< By key.
     QVector<ProgramFile> m_queue;   ///< One for each key.
     int m_next = 0;                 ///< The first one of the queue that is not begun.
@@ -557,7 +557,7 @@ Downloads::Transfers::Transfers(const Settings& settings, const QVector<ProgramF
     : m_settings(settings), m_owner(owner), m_slots(static_cast<size_t>(qMax(settings.jobs, 1)))
 {
     for (const ProgramFile& file : files) {
-        m_entries.insert(entryOf(file));
+        m_entries.insert(entryKeyOf(file));
         const QString key = keyOf(file);
         if (!m_states.contains(key))
             m_queue.append(file);
@@ -586,7 +586,7 @@ void Downloads::Transfers::startNext()
     const ProgramFile file = m_queue.at(m_next++);
     startSoon();
     if (keyOf(file).isEmpty()) {
-        Outcome outcome;
+        TransferResult outcome;
         outcome.failure = QStringLiteral("the SHA-1 in the version file is none");
         settle(file, outcome);
         return;
@@ -602,11 +602,12 @@ void Downloads::Transfers::startTransfer(size_t slot, const ProgramFile& file)
                             pathOf(keyOf(file)), qMin(m_settings.stallSeconds, mostSeconds) * 1000};
     m_slots[slot] = std::make_unique<Transfer>(
         job, *m_managers.at(slot / connectionsOfAManager), downloaded,
-        [this, slot, file](const Outcome& outcome) { ended(slot, file, outcome); });
+        [this, slot, file](const TransferResult& outcome) { ended(slot, file, outcome); });
     m_slots[slot]->start();
 }
 
-void Downloads::Transfers::ended(size_t slot, const ProgramFile& file, const Outcome& outcome)
+void Downloads::Transfers::ended(size_t slot, const ProgramFile& file,
+                                 const TransferResult& outcome)
 {
     m_slots[slot].release()->deleteLater(); // It is the caller.
     if (outcome.diskFull) {
@@ -618,7 +619,7 @@ void Downloads::Transfers::ended(size_t slot, const ProgramFile& file, const Out
 }
 
 /// Without room on the disk the others would fail too, one after the other.
-void Downloads::Transfers::giveUpAll(const Outcome& outcome)
+void Downloads::Transfers::giveUpAll(const TransferResult& outcome)
 {
     for (std::unique_ptr<Transfer>& transfer : m_slots)
         transfer.reset();
@@ -629,7 +630,7 @@ void Downloads::Transfers::giveUpAll(const Outcome& outcome)
     }
 }
 
-void Downloads::Transfers::settle(const ProgramFile& file, const Outcome& outcome)
+void Downloads::Transfers::settle(const ProgramFile& file, const TransferResult& outcome)
 {
     const QString key = keyOf(file);
     m_states.insert(key, outcome.isReady ? State::Ready : State::Failed);
