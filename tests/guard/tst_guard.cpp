@@ -41,6 +41,8 @@ private:
 
 } // namespace
 
+Q_DECLARE_METATYPE(HttpReply)
+
 class TestGuard : public QObject
 {
     Q_OBJECT
@@ -604,8 +606,6 @@ private:
         return status;
     }
 };
-
-Q_DECLARE_METATYPE(HttpReply)
 
 UPDATER_TEST_MAIN(TestGuard)
 #include "tst_guard.moc"
