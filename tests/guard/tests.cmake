@@ -31,3 +31,6 @@ endforeach()
 # Whole stacks: otherwise a leak of the X11 plugin looks like one of ours.
 set_tests_properties(guardwindow PROPERTIES
   ENVIRONMENT "${lsan_options};ASAN_OPTIONS=fast_unwind_on_malloc=0")
+# Its memory is measured: freed blocks are not to be kept.
+set_tests_properties(relay PROPERTIES
+  ENVIRONMENT "${lsan_options};ASAN_OPTIONS=quarantine_size_mb=1")
