@@ -1,5 +1,5 @@
-// SHA-1 of bytes and of files. Nettle does the work where it is installed, because it is twice as
-// fast as Qt; -DUPDATER_SHA1_OF_QT leaves it to Qt all the same.
+// SHA-1 of bytes and of files. Nettle does the work where it is installed, because it uses the SHA
+// instructions of a processor, and Qt does not; -DUPDATER_SHA1_OF_QT leaves it to Qt all the same.
 
 #include "manifest/Digest.h"
 

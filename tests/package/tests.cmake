@@ -34,7 +34,11 @@ package_test(bundle bundle 120 ${project_options}
   -DUPDATER=$<TARGET_FILE:updater> -DGUARD=${guard} -DBUILD_DIR=${CMAKE_BINARY_DIR})
 
 # Without options and tools.
-package_test(plain plain 60 ${project_options}
+set(nettle "")
+if(UPDATER_NETTLE AND UPDATER_NETTLE_LIBRARY)
+  set(nettle ${UPDATER_NETTLE_LIBRARY})
+endif()
+package_test(plain plain 60 ${project_options} -DNETTLE=${nettle}
   -DBUILD_DIR=${CMAKE_BINARY_DIR} -DMAKE_PROGRAM=${CMAKE_MAKE_PROGRAM})
 
 # The whole project as a part of another one.

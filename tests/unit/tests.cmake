@@ -28,7 +28,14 @@ endforeach()
 # In linear time it takes seconds, in quadratic time minutes.
 limit_time(LargeRelease 150)
 
+if(UPDATER_NETTLE AND UPDATER_NETTLE_LIBRARY MATCHES "nettle\\.so")
+  set(hashed_by libnettle)
+else()
+  set(hashed_by Qt)
+endif()
+target_compile_definitions(tst_Digest PRIVATE HASHED_BY="${hashed_by}")
+
 # The same with Qt's SHA-1, whatever the build has found.
 updater_test(DigestOfQt SOURCE tst_Digest.cpp)
 target_sources(tst_DigestOfQt PRIVATE ${PROJECT_SOURCE_DIR}/manifest/Digest.cpp)
-target_compile_definitions(tst_DigestOfQt PRIVATE UPDATER_SHA1_OF_QT)
+target_compile_definitions(tst_DigestOfQt PRIVATE UPDATER_SHA1_OF_QT HASHED_BY="Qt")

@@ -18,15 +18,35 @@ const QByteArray& longContents()
     return contents;
 }
 
+/// The most memory that this process has had, in KiB; 0 where the system does not tell.
+int peakOfMemory()
+{
+    for (const QByteArray& line : files::read("/proc/self/status").split('\n')) {
+        if (line.startsWith("VmHWM:"))
+            return line.mid(6).trimmed().split(' ').first().toInt();
+    }
+    return 0;
+}
+
 /// A file to which something happens while it is read.
 class UnsteadyFile : public QFile
 {
 public:
-    enum Event { None, Grows, Shrinks, BreaksAtOnce, Breaks, HidesItsSize };
+    enum Event { None, Grows, Shrinks, BreaksAtOnce, Breaks, HidesItsSize, ClaimsToBeHuge };
 
     UnsteadyFile(const QString& path, Event event) : QFile(path), m_event(event) {}
 
-    qint64 size() const override { return m_event == HidesItsSize ? 0 : QFile::size(); }
+    qint64 size() const override
+    {
+        switch (m_event) {
+        case HidesItsSize:
+            return 0;
+        case ClaimsToBeHuge: // More than 31 bits can count, and in 32 bits negative.
+            return (Q_INT64_C(1) << 31) + 1;
+        default:
+            return QFile::size();
+        }
+    }
 
 protected:
     qint64 readData(char* data, qint64 most) override
@@ -56,6 +76,14 @@ class TestDigest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void libraryIsTheOneOfThisBuild()
+    {
+        if (!QFile::exists("/proc/self/maps"))
+            QSKIP("the system does not tell which libraries are loaded");
+        QCOMPARE(files::read("/proc/self/maps").contains("libnettle"),
+                 qstrcmp(HASHED_BY, "libnettle") == 0);
+    }
+
     void digestOfBytesIsLowerCaseHexadecimal_data()
     {
         QTest::addColumn<QByteArray>("contents");
@@ -141,7 +169,10 @@ private Q_SLOTS:
         QVERIFY(file.open(QIODevice::WriteOnly));
         QVERIFY(file.resize(size));
         file.close();
+        const int before = peakOfMemory();
         QCOMPARE(digest::sha1OfFile(dir / "file").value_or(QString()), expected);
+        // Whatever the size, it takes the memory of a block.
+        QVERIFY2(peakOfMemory() - before < 16384, qPrintable(QString::number(before)));
     }
 
     void unsteadyFileCountsAsFarAsItCame_data()
@@ -155,6 +186,7 @@ private Q_SLOTS:
         row("breaks at once: nothing", UnsteadyFile::BreaksAtOnce, QByteArray());
         row("breaks: what came before", UnsteadyFile::Breaks, all.left(262144));
         row("says that it is empty: to its end", UnsteadyFile::HidesItsSize, all);
+        row("says that it is huge: to its end", UnsteadyFile::ClaimsToBeHuge, all);
     }
 
     void unsteadyFileCountsAsFarAsItCame()

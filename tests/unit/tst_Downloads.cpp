@@ -388,6 +388,17 @@ private Q_SLOTS:
         QCOMPARE(download.saved(), QStringList({"sub/", "sub/dir/"}));
     }
 
+    /// The memory of one body is used for the next. Nothing of the first may be left in the second.
+    void shortFileAfterALongOneIsIntact()
+    {
+        IN_OWN_PROCESS();
+        Download download;
+        download.list(tree::entry("a.dat", "short"));
+        download.answer("a.dat", {HttpReply::ok(QByteArray(100000, 'x')), HttpReply::ok("short")});
+        QCOMPARE(download.run(), 0);
+        QCOMPARE(download.boxes.summaries(), QStringList());
+    }
+
     void failedTransferMakesNoDirectory()
     {
         IN_OWN_PROCESS();
