@@ -40,8 +40,8 @@ bool isInside(const QString& path, const QString& top);
 /// name.
 QString besideVersionFile(const QString& versionFileUrl, const QString& name);
 
-/// Returns an expression for whole paths, in which "*" of @p pattern is any text, "/" included. (With
-/// Qt's own wildcards that depends on the version.)
+/// Returns an expression for whole paths, in which "*" of @p pattern is any text, "/" included.
+/// (With Qt's own wildcards that depends on the version.)
 QRegularExpression wildcard(const QString& pattern);
 
 /// Lists everything in @p dir that a release can have, hidden entries included, in the order of the

@@ -74,8 +74,8 @@ public:
     /// can be replaced.
     ///
     /// With "updater-guard" beside the updater, the guard is started, and waits until the host has
-    /// ended. Otherwise it is the updater. That reads its command line one character per byte, so an
-    /// installation directory whose path is not ASCII is updated through a link in the temporary
+    /// ended. Otherwise it is the updater. That reads its command line one character per byte, so
+    /// an installation directory whose path is not ASCII is updated through a link in the temporary
     /// directory.
     /// @return False when the program could not be started or the link could not be made.
     bool startUpdate() const;
