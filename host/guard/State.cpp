@@ -15,7 +15,7 @@ namespace {
 
 constexpr char reportName[] = "last-update.json";
 constexpr char versionFileName[] = "installed.txt";
-constexpr qint64 longestVersionFile = 64 * 1024 * 1024;
+constexpr qint64 longestRecord = 64 * 1024 * 1024;
 
 QString defaultDirectory(const QByteArray& directory)
 {
@@ -47,7 +47,7 @@ void State::write(const Outcome& outcome) const
 QByteArray State::recordedVersionFile() const
 {
     QFile file(QDir(m_directory).filePath(QLatin1String(versionFileName)));
-    return file.open(QIODevice::ReadOnly) ? file.read(longestVersionFile) : QByteArray();
+    return file.open(QIODevice::ReadOnly) ? file.read(longestRecord) : QByteArray();
 }
 
 void State::recordVersionFile(const QByteArray& versionFile) const
