@@ -79,12 +79,12 @@ class Listing
 public:
     Listing(int parent, const char* name)
     {
-        const int descriptor = ::openat(parent, name, openDirectory);
-        if (descriptor < 0)
+        m_descriptor = ::openat(parent, name, openDirectory);
+        if (m_descriptor < 0)
             return;
-        m_directory = ::fdopendir(descriptor);
+        m_directory = ::fdopendir(m_descriptor);
         if (m_directory == nullptr)
-            ::close(descriptor);
+            ::close(m_descriptor);
     }
     ~Listing()
     {
@@ -93,8 +93,8 @@ public:
     }
     Q_DISABLE_COPY(Listing)
 
-    bool isOpen() const { return m_directory != nullptr; }
-    int descriptor() const { return ::dirfd(m_directory); }
+    bool isOpen() const { return m_directory != nullptr && m_descriptor >= 0; }
+    int descriptor() const { return m_descriptor; }
 
     /// All names, read before anything is removed: some systems skip names otherwise.
     std::vector<QByteArray> names()
@@ -109,6 +109,7 @@ public:
     }
 
 private:
+    int m_descriptor = -1; ///< Belongs to m_directory.
     DIR* m_directory = nullptr;
 };
 

@@ -28,7 +28,7 @@
 
 namespace {
 
-constexpr qint64 longestVersionFile = 64 * 1024 * 1024;
+constexpr qint64 longestVersionFile = 67108864;
 constexpr qint64 longestSignature = 4096;
 constexpr int answerSeconds = 30; // Then the user gets the application back.
 

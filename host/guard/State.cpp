@@ -15,7 +15,7 @@ namespace {
 
 constexpr char reportName[] = "last-update.json";
 constexpr char versionFileName[] = "installed.txt";
-constexpr qint64 longestRecord = 64 * 1024 * 1024;
+constexpr qint64 longestRecord = 67108864; // As much as is fetched.
 
 QString defaultDirectory(const QByteArray& directory)
 {
