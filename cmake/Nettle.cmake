@@ -1,6 +1,6 @@
 # Which library does SHA-1 (UPDATER_NETTLE). To link Nettle statically, give the archive:
 # -DUPDATER_NETTLE=ON -DUPDATER_NETTLE_LIBRARY=/path/to/libnettle.a
-# Nettle's second library, hogweed, does Ed25519. Without it updater-guard is not built.
+# Nettle's second library, hogweed, does Ed25519 for updater-guard.
 
 if(UPDATER_NETTLE)
   find_path(UPDATER_NETTLE_INCLUDE_DIR nettle/sha1.h)

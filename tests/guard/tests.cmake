@@ -17,7 +17,7 @@ foreach(name
     guardwindow
     relay)
   if(name STREQUAL "guardwindow" AND UPDATER_XVFB_RUN)
-    updater_test(${name} UNDER ${UPDATER_XVFB_RUN} -a)
+    updater_test(${name} UNDER ${on_x_server})
   else()
     updater_test(${name})
   endif()

@@ -20,6 +20,13 @@ public:
         return x11("xdotool", {"search", "--onlyvisible", "--class", "^updater$"});
     }
 
+    /// The name of that window; empty when there is none.
+    static QString title()
+    {
+        const QString number = window();
+        return number.isEmpty() ? QString() : x11("xdotool", {"getwindowname", number});
+    }
+
     static void press(const QString& key)
     {
         x11("xdotool", {"windowfocus", "--sync", window(), "key", key});
@@ -65,8 +72,7 @@ private Q_SLOTS:
         WindowScene scene;
         scene.server.serve("/Contents/data.bin", HttpReply::error(404));
         scene.updater.start(scene.options());
-        QTRY_COMPARE_WITH_TIMEOUT(x11("xdotool", {"getwindowname", WindowScene::window()}),
-                                  QString("Error"), 30000);
+        QTRY_COMPARE_WITH_TIMEOUT(WindowScene::title(), QString("Error"), 30000);
         QVERIFY(scene.updater.isRunning());
         WindowScene::press("Return");
         QVERIFY(scene.updater.waitForEnd());

@@ -17,7 +17,9 @@ target_compile_definitions(tst_reach PRIVATE UPDATER_EXECUTABLE="$<TARGET_FILE:u
 # A window that a person would see, where there is an X server to be had.
 find_program(UPDATER_XVFB_RUN xvfb-run)
 if(UPDATER_XVFB_RUN)
-  updater_test(window UNDER ${UPDATER_XVFB_RUN} -a)
+  # Otherwise it starts anew when its last client has gone, and loses one that comes at this moment.
+  set(on_x_server ${UPDATER_XVFB_RUN} -a -s "-screen 0 1280x1024x24 -noreset")
+  updater_test(window UNDER ${on_x_server})
 else()
   updater_test(window)
 endif()
