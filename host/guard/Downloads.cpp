@@ -554,7 +554,7 @@ private:
 
 Downloads::Transfers::Transfers(const Settings& settings, const QVector<ProgramFile>& files,
                                 Downloads& owner)
-    : m_settings(settings), m_owner(owner), m_slots(static_cast<size_t>(qMax(settings.jobs, 1)))
+    : m_settings(settings), m_owner(owner)
 {
     for (const ProgramFile& file : files) {
         m_entries.insert(entryOf(file));
@@ -563,6 +563,9 @@ Downloads::Transfers::Transfers(const Settings& settings, const QVector<ProgramF
             m_queue.append(file);
         m_states.insert(key, State::Waiting);
     }
+    // Not more than can be used, whatever was asked for.
+    const int jobs = qBound(1, settings.jobs, qMax(1, static_cast<int>(m_queue.size())));
+    m_slots.resize(static_cast<size_t>(jobs));
     for (size_t slot = 0; slot < m_slots.size(); slot += connectionsOfAManager)
         m_managers.push_back(std::make_unique<QNetworkAccessManager>());
 }
