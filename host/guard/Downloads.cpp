@@ -26,7 +26,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace {
+// Not without a name: members of the class below have these types.
+namespace downloading {
 
 /// How often a file is tried.
 constexpr int mostTries = 3;
@@ -517,7 +518,7 @@ bool isSha1(const QString& text)
     return text.size() == digits && std::all_of(text.begin(), text.end(), isDigit);
 }
 
-} // namespace
+} // namespace downloading
 
 /// The transfers that run, and the files that wait for one.
 class Downloads::Transfers
@@ -526,7 +527,10 @@ public:
     Transfers(const Settings& settings, const QVector<ProgramFile>& files, Downloads& owner);
 
     void startSoon();
-    bool contains(const ProgramFile& file) const { return m_entries.contains(entryOf(file)); }
+    bool contains(const ProgramFile& file) const
+    {
+        return m_entries.contains(downloading::entryOf(file));
+    }
     State stateOf(const ProgramFile& file) const;
     QString pathOf(const QString& key) const { return QDir(m_settings.directory).filePath(key); }
 
@@ -538,18 +542,18 @@ public:
 private:
     void startNext();
     void startTransfer(size_t slot, const ProgramFile& file);
-    void ended(size_t slot, const ProgramFile& file, const Outcome& outcome);
-    void settle(const ProgramFile& file, const Outcome& outcome);
-    void giveUpAll(const Outcome& outcome);
+    void ended(size_t slot, const ProgramFile& file, const downloading::Outcome& outcome);
+    void settle(const ProgramFile& file, const downloading::Outcome& outcome);
+    void giveUpAll(const downloading::Outcome& outcome);
 
     const Settings m_settings;
     Downloads& m_owner;
-    QSet<Entry> m_entries;
+    QSet<downloading::Entry> m_entries;
     QHash<QString, State> m_states; ///< By key.
     QVector<ProgramFile> m_queue;   ///< One for each key.
     int m_next = 0;                 ///< The first one of the queue that is not begun.
     std::vector<std::unique_ptr<QNetworkAccessManager>> m_managers;
-    std::vector<std::unique_ptr<Transfer>> m_slots; ///< Null where none runs.
+    std::vector<std::unique_ptr<downloading::Transfer>> m_slots; ///< Null where none runs.
 };
 
 Downloads::Transfers::Transfers(const Settings& settings, const QVector<ProgramFile>& files,
@@ -557,7 +561,7 @@ Downloads::Transfers::Transfers(const Settings& settings, const QVector<ProgramF
     : m_settings(settings), m_owner(owner)
 {
     for (const ProgramFile& file : files) {
-        m_entries.insert(entryOf(file));
+        m_entries.insert(downloading::entryOf(file));
         const QString key = keyOf(file);
         if (!m_states.contains(key))
             m_queue.append(file);
@@ -566,7 +570,7 @@ Downloads::Transfers::Transfers(const Settings& settings, const QVector<ProgramF
     // Not more than can be used, whatever was asked for.
     const int jobs = qBound(1, settings.jobs, qMax(1, static_cast<int>(m_queue.size())));
     m_slots.resize(static_cast<size_t>(jobs));
-    for (size_t slot = 0; slot < m_slots.size(); slot += connectionsOfAManager)
+    for (size_t slot = 0; slot < m_slots.size(); slot += downloading::connectionsOfAManager)
         m_managers.push_back(std::make_unique<QNetworkAccessManager>());
 }
 
@@ -589,7 +593,7 @@ void Downloads::Transfers::startNext()
     const ProgramFile file = m_queue.at(m_next++);
     startSoon();
     if (keyOf(file).isEmpty()) {
-        Outcome outcome;
+        downloading::Outcome outcome;
         outcome.failure = QStringLiteral("the SHA-1 in the version file is none");
         settle(file, outcome);
         return;
@@ -600,16 +604,17 @@ void Downloads::Transfers::startNext()
 void Downloads::Transfers::startTransfer(size_t slot, const ProgramFile& file)
 {
     constexpr int mostSeconds = 2000000; // More would not fit into a timer.
-    const Transfer::Job job{file,
-                            QUrl(paths::besideVersionFile(m_settings.versionFileUrl, file.name)),
-                            pathOf(keyOf(file)), qMin(m_settings.stallSeconds, mostSeconds) * 1000};
-    m_slots[slot] = std::make_unique<Transfer>(
-        job, *m_managers.at(slot / connectionsOfAManager), downloaded,
-        [this, slot, file](const Outcome& outcome) { ended(slot, file, outcome); });
+    const downloading::Transfer::Job job{
+        file, QUrl(paths::besideVersionFile(m_settings.versionFileUrl, file.name)),
+        pathOf(keyOf(file)), qMin(m_settings.stallSeconds, mostSeconds) * 1000};
+    m_slots[slot] = std::make_unique<downloading::Transfer>(
+        job, *m_managers.at(slot / downloading::connectionsOfAManager), downloaded,
+        [this, slot, file](const downloading::Outcome& outcome) { ended(slot, file, outcome); });
     m_slots[slot]->start();
 }
 
-void Downloads::Transfers::ended(size_t slot, const ProgramFile& file, const Outcome& outcome)
+void Downloads::Transfers::ended(size_t slot, const ProgramFile& file,
+                                 const downloading::Outcome& outcome)
 {
     m_slots[slot].release()->deleteLater(); // It is the caller.
     if (outcome.diskFull) {
@@ -621,9 +626,9 @@ void Downloads::Transfers::ended(size_t slot, const ProgramFile& file, const Out
 }
 
 /// Without room on the disk the others would fail too, one after the other.
-void Downloads::Transfers::giveUpAll(const Outcome& outcome)
+void Downloads::Transfers::giveUpAll(const downloading::Outcome& outcome)
 {
-    for (std::unique_ptr<Transfer>& transfer : m_slots)
+    for (std::unique_ptr<downloading::Transfer>& transfer : m_slots)
         transfer.reset();
     m_next = static_cast<int>(m_queue.size());
     for (const ProgramFile& file : std::as_const(m_queue)) {
@@ -632,7 +637,7 @@ void Downloads::Transfers::giveUpAll(const Outcome& outcome)
     }
 }
 
-void Downloads::Transfers::settle(const ProgramFile& file, const Outcome& outcome)
+void Downloads::Transfers::settle(const ProgramFile& file, const downloading::Outcome& outcome)
 {
     const QString key = keyOf(file);
     m_states.insert(key, outcome.isReady ? State::Ready : State::Failed);
@@ -692,7 +697,7 @@ qint64 Downloads::bytesReused() const
 
 QString Downloads::keyOf(const ProgramFile& file)
 {
-    if (!isSha1(file.sha1))
+    if (!downloading::isSha1(file.sha1))
         return QString();
     return file.sha1.toLower() + QLatin1Char('-') + QString::number(file.size);
 }
