@@ -26,7 +26,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace {
+// Not without a name: members of the class below have these types.
+namespace downloading {
 
 /// How often a file is tried.
 constexpr int mostTries = 3;
@@ -179,7 +180,7 @@ bool isThere(const QString& path, const ProgramFile& file)
 }
 
 /// What became of a file.
-struct TransferResult
+struct Outcome
 {
     bool isReady = false;
     QString failure;       ///< When it is not.
@@ -217,7 +218,7 @@ public:
         QString path;     ///< Where the file is put.
         int milliseconds; ///< See Downloads::Settings::stallSeconds.
     };
-    using Ended = std::function<void(const TransferResult&)>;
+    using Ended = std::function<void(const Outcome&)>;
 
     /// Keeps references to @p manager and to @p downloaded, which counts the bytes that come.
     Transfer(const Job& job, QNetworkAccessManager& manager, qint64& downloaded, Ended ended);
@@ -464,7 +465,7 @@ void Transfer::retry(const QString& why)
         requestSoon();
         return;
     }
-    TransferResult outcome;
+    Outcome outcome;
     outcome.failure = why;
     m_ended(outcome);
 }
@@ -484,7 +485,7 @@ void Transfer::drop()
 void Transfer::endReady(qint64 reused)
 {
     drop();
-    TransferResult outcome;
+    Outcome outcome;
     outcome.isReady = true;
     outcome.reused = reused;
     m_ended(outcome);
@@ -493,18 +494,18 @@ void Transfer::endReady(qint64 reused)
 void Transfer::endWithError(int error)
 {
     drop();
-    TransferResult outcome;
+    Outcome outcome;
     outcome.failure = QStringLiteral("cannot be written: ") + qt_error_string(error);
     outcome.diskFull = error == ENOSPC || error == EDQUOT;
     m_ended(outcome);
 }
 
 /// What identifies an entry that was given to the constructor.
-using EntryKey = QPair<QString, QString>;
+using Entry = QPair<QString, QString>;
 
-EntryKey entryKeyOf(const ProgramFile& file)
+Entry entryOf(const ProgramFile& file)
 {
-    return EntryKey(file.name, Downloads::keyOf(file));
+    return Entry(file.name, Downloads::keyOf(file));
 }
 
 bool isSha1(const QString& text)
@@ -517,7 +518,7 @@ bool isSha1(const QString& text)
     return text.size() == digits && std::all_of(text.begin(), text.end(), isDigit);
 }
 
-} // namespace
+} // namespace downloading
 
 /// The transfers that run, and the files that wait for one.
 class Downloads::Transfers
@@ -526,7 +527,10 @@ public:
     Transfers(const Settings& settings, const QVector<ProgramFile>& files, Downloads& owner);
 
     void startSoon();
-    bool contains(const ProgramFile& file) const { return m_entries.contains(entryKeyOf(file)); }
+    bool contains(const ProgramFile& file) const
+    {
+        return m_entries.contains(downloading::entryOf(file));
+    }
     State stateOf(const ProgramFile& file) const;
     QString pathOf(const QString& key) const { return QDir(m_settings.directory).filePath(key); }
 
@@ -538,32 +542,35 @@ public:
 private:
     void startNext();
     void startTransfer(size_t slot, const ProgramFile& file);
-    void ended(size_t slot, const ProgramFile& file, const TransferResult& outcome);
-    void settle(const ProgramFile& file, const TransferResult& outcome);
-    void giveUpAll(const TransferResult& outcome);
+    void ended(size_t slot, const ProgramFile& file, const downloading::Outcome& outcome);
+    void settle(const ProgramFile& file, const downloading::Outcome& outcome);
+    void giveUpAll(const downloading::Outcome& outcome);
 
     const Settings m_settings;
     Downloads& m_owner;
-    QSet<EntryKey> m_entries;
+    QSet<downloading::Entry> m_entries;
     QHash<QString, State> m_states; ///< By key.
     QVector<ProgramFile> m_queue;   ///< One for each key.
     int m_next = 0;                 ///< The first one of the queue that is not begun.
     std::vector<std::unique_ptr<QNetworkAccessManager>> m_managers;
-    std::vector<std::unique_ptr<Transfer>> m_slots; ///< Null where none runs.
+    std::vector<std::unique_ptr<downloading::Transfer>> m_slots; ///< Null where none runs.
 };
 
 Downloads::Transfers::Transfers(const Settings& settings, const QVector<ProgramFile>& files,
                                 Downloads& owner)
-    : m_settings(settings), m_owner(owner), m_slots(static_cast<size_t>(qMax(settings.jobs, 1)))
+    : m_settings(settings), m_owner(owner)
 {
     for (const ProgramFile& file : files) {
-        m_entries.insert(entryKeyOf(file));
+        m_entries.insert(downloading::entryOf(file));
         const QString key = keyOf(file);
         if (!m_states.contains(key))
             m_queue.append(file);
         m_states.insert(key, State::Waiting);
     }
-    for (size_t slot = 0; slot < m_slots.size(); slot += connectionsOfAManager)
+    // Not more than can be used, whatever was asked for.
+    const int jobs = qBound(1, settings.jobs, qMax(1, static_cast<int>(m_queue.size())));
+    m_slots.resize(static_cast<size_t>(jobs));
+    for (size_t slot = 0; slot < m_slots.size(); slot += downloading::connectionsOfAManager)
         m_managers.push_back(std::make_unique<QNetworkAccessManager>());
 }
 
@@ -586,7 +593,7 @@ void Downloads::Transfers::startNext()
     const ProgramFile file = m_queue.at(m_next++);
     startSoon();
     if (keyOf(file).isEmpty()) {
-        TransferResult outcome;
+        downloading::Outcome outcome;
         outcome.failure = QStringLiteral("the SHA-1 in the version file is none");
         settle(file, outcome);
         return;
@@ -597,17 +604,17 @@ void Downloads::Transfers::startNext()
 void Downloads::Transfers::startTransfer(size_t slot, const ProgramFile& file)
 {
     constexpr int mostSeconds = 2000000; // More would not fit into a timer.
-    const Transfer::Job job{file,
-                            QUrl(paths::besideVersionFile(m_settings.versionFileUrl, file.name)),
-                            pathOf(keyOf(file)), qMin(m_settings.stallSeconds, mostSeconds) * 1000};
-    m_slots[slot] = std::make_unique<Transfer>(
-        job, *m_managers.at(slot / connectionsOfAManager), downloaded,
-        [this, slot, file](const TransferResult& outcome) { ended(slot, file, outcome); });
+    const downloading::Transfer::Job job{
+        file, QUrl(paths::besideVersionFile(m_settings.versionFileUrl, file.name)),
+        pathOf(keyOf(file)), qMin(m_settings.stallSeconds, mostSeconds) * 1000};
+    m_slots[slot] = std::make_unique<downloading::Transfer>(
+        job, *m_managers.at(slot / downloading::connectionsOfAManager), downloaded,
+        [this, slot, file](const downloading::Outcome& outcome) { ended(slot, file, outcome); });
     m_slots[slot]->start();
 }
 
 void Downloads::Transfers::ended(size_t slot, const ProgramFile& file,
-                                 const TransferResult& outcome)
+                                 const downloading::Outcome& outcome)
 {
     m_slots[slot].release()->deleteLater(); // It is the caller.
     if (outcome.diskFull) {
@@ -619,9 +626,9 @@ void Downloads::Transfers::ended(size_t slot, const ProgramFile& file,
 }
 
 /// Without room on the disk the others would fail too, one after the other.
-void Downloads::Transfers::giveUpAll(const TransferResult& outcome)
+void Downloads::Transfers::giveUpAll(const downloading::Outcome& outcome)
 {
-    for (std::unique_ptr<Transfer>& transfer : m_slots)
+    for (std::unique_ptr<downloading::Transfer>& transfer : m_slots)
         transfer.reset();
     m_next = static_cast<int>(m_queue.size());
     for (const ProgramFile& file : std::as_const(m_queue)) {
@@ -630,7 +637,7 @@ void Downloads::Transfers::giveUpAll(const TransferResult& outcome)
     }
 }
 
-void Downloads::Transfers::settle(const ProgramFile& file, const TransferResult& outcome)
+void Downloads::Transfers::settle(const ProgramFile& file, const downloading::Outcome& outcome)
 {
     const QString key = keyOf(file);
     m_states.insert(key, outcome.isReady ? State::Ready : State::Failed);
@@ -690,7 +697,7 @@ qint64 Downloads::bytesReused() const
 
 QString Downloads::keyOf(const ProgramFile& file)
 {
-    if (!isSha1(file.sha1))
+    if (!downloading::isSha1(file.sha1))
         return QString();
     return file.sha1.toLower() + QLatin1Char('-') + QString::number(file.size);
 }

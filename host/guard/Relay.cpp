@@ -19,7 +19,8 @@
 #include <array>
 #include <optional>
 
-namespace {
+// Not without a name: members of the class below have these types.
+namespace relaying {
 
 /// The longest header of a request, its end included.
 constexpr int longestHeader = 65536;
@@ -280,7 +281,7 @@ void Conversation::sendMore()
     }
 }
 
-} // namespace
+} // namespace relaying
 
 /// Listens, and has a conversation with each client.
 class Relay::Server
@@ -305,8 +306,8 @@ private:
     void acceptConnections();
 
     const QVector<ProgramFile> m_files;
-    const QString m_secret = randomDigits();
-    Site m_site;
+    const QString m_secret = relaying::randomDigits();
+    relaying::Site m_site;
     QTcpServer m_server;
 };
 
@@ -329,7 +330,7 @@ void Relay::Server::acceptConnections()
         connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
         // A header must not wait until the client has acknowledged the last file: 40 ms for each.
         socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
-        new Conversation(*socket, m_site);
+        new relaying::Conversation(*socket, m_site);
     }
 }
 

@@ -9,6 +9,7 @@
 #include "tests/support/TestMain.h"
 
 #include <QElapsedTimer>
+#include <QNetworkReply>
 
 Q_DECLARE_METATYPE(HttpReply)
 
@@ -24,6 +25,26 @@ QByteArray headerFor(qint64 length)
 {
     return "HTTP/1.1 200 OK\r\nContent-Length: " + QByteArray::number(length) + "\r\n\r\n";
 }
+
+/// A reply that has ended, as Qt may present it.
+class EndedReply : public QNetworkReply
+{
+public:
+    EndedReply(const QByteArray& length, const QByteArray& encoding, NetworkError error)
+    {
+        if (!length.isEmpty())
+            setRawHeader("Content-Length", length);
+        if (!encoding.isEmpty())
+            setRawHeader("Content-Encoding", encoding);
+        if (error != NoError)
+            setError(error, "in Qt's words");
+    }
+
+    void abort() override {}
+
+protected:
+    qint64 readData(char*, qint64) override { return -1; }
+};
 
 /// A reply of which @p announced bytes are announced and the connection stays open after its body.
 HttpReply unfinished(const QByteArray& body, qint64 announced)
@@ -108,6 +129,37 @@ private Q_SLOTS:
             QCOMPARE(fetched.failure, failure);
         QCOMPARE(fetched.body, QByteArray());
         QCOMPARE(server.requestsFor("/other"), 0);
+    }
+
+    /// Not what servers do, but what Qt does now and then when they end a connection.
+    void endWithoutAnErrorMayBeDamage_data()
+    {
+        QTest::addColumn<QByteArray>("length");
+        QTest::addColumn<QByteArray>("encoding");
+        QTest::addColumn<QNetworkReply::NetworkError>("error");
+        QTest::addColumn<qint64>("received");
+        QTest::addColumn<QString>("damage");
+        const QByteArray none;
+        const auto good = QNetworkReply::NoError;
+        const auto bad = QNetworkReply::RemoteHostClosedError;
+        row("whole", QByteArray("10"), none, good, qint64(10), QString());
+        row("nothing", QByteArray("0"), none, good, qint64(0), QString());
+        row("cut", QByteArray("10"), none, good, qint64(9), "the transfer ended early");
+        row("cut at once", QByteArray("10"), none, good, qint64(0), "the transfer ended early");
+        row("error", QByteArray("10"), none, bad, qint64(10), "in Qt's words");
+        row("of unknown length", none, none, good, qint64(9), QString());
+        row("packed", QByteArray("10"), QByteArray("gzip"), good, qint64(90), QString());
+        row("packed, with an error", none, QByteArray("gzip"), bad, qint64(90), "in Qt's words");
+    }
+
+    void endWithoutAnErrorMayBeDamage()
+    {
+        QFETCH(QByteArray, length);
+        QFETCH(QByteArray, encoding);
+        QFETCH(QNetworkReply::NetworkError, error);
+        QFETCH(qint64, received);
+        QFETCH(QString, damage);
+        QCOMPARE(damageOf(EndedReply(length, encoding, error), received), damage);
     }
 
     void urlWithoutServerFails_data()
