@@ -78,8 +78,8 @@ class TestDigest : public QObject
 private Q_SLOTS:
     void libraryIsTheOneOfThisBuild()
     {
-        if (!QFile::exists("/proc/self/maps"))
-            QSKIP("the system does not tell which libraries are loaded");
+        if (!QFile::exists("/proc/self/maps") || QByteArray(HASHED_BY).isEmpty())
+            QSKIP("it cannot be told from the libraries that are loaded");
         QCOMPARE(files::read("/proc/self/maps").contains("libnettle"),
                  qstrcmp(HASHED_BY, "libnettle") == 0);
     }
